@@ -1,0 +1,54 @@
+# Two entry points: `make demo` and `make test` (plus `make test-sanitize`).
+# Each installs missing Debian packages, configures, builds and runs.
+
+BUILD_DIR     ?= build
+SANITIZE_DIR  ?= build-sanitize
+JOBS          ?= $(shell nproc)
+PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
+                 libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev \
+                 libcli11-dev libpng-dev zlib1g-dev
+DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
+
+.PHONY: all deps configure build demo test test-sanitize bench format clean
+
+all: build
+
+# Installs only what is missing; apt-get update runs once, quietly, and only then.
+deps:
+	@missing=$$(for p in $(PACKAGES); do \
+	    dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:" $$missing; \
+	  if [ "$$(id -u)" -ne 0 ]; then echo "error: run as root to install:" $$missing >&2; exit 1; fi; \
+	  DEBIAN_FRONTEND=noninteractive apt-get update -qq >/dev/null && \
+	  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing >/dev/null; \
+	fi
+
+configure: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=Release >/dev/null
+
+build: configure
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+demo: build
+	$(BUILD_DIR)/tools/velpick --demo --image $(DEMO_IMAGE)
+	@echo "Picture of the pick: $(DEMO_IMAGE)"
+
+test: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+test-sanitize: deps
+	cmake -S . -B $(SANITIZE_DIR) -DCMAKE_BUILD_TYPE=Debug -DVELPICK_SANITIZE=ON -DVELPICK_BUILD_BENCHMARKS=OFF >/dev/null
+	cmake --build $(SANITIZE_DIR) -j $(JOBS)
+	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+
+bench: build
+	$(BUILD_DIR)/bench/velpick_bench
+
+format:
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

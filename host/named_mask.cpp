@@ -1,0 +1,27 @@
+#include "named_mask.h"
+
+#include "stl_base.h"
+
+MStlScalarMaskGraphEdges::MStlScalarMaskGraphEdges(MStlBase& stl, float defaultValue)
+    : MDataMask<MStlGraphEdge, float>(stl.GetMasks(), defaultValue), m_stl(&stl) {}
+
+template <class E, class T, class M>
+M* MNamedStlMaskBase<E, T, M>::Create(MStlBase* stl, const std::wstring& name) {
+    if (!stl || stl->_NamedMasks().count(name)) return nullptr;
+    auto* mask = new M(*stl);
+    mask->_SetName(name);
+    stl->_NamedMasks().emplace(name, mask);
+    return mask;
+}
+
+template <class M>
+void VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<M>::operator()(
+    M* mask) const {
+    if (!mask) return;
+    mask->GetStl()->_NamedMasks().erase(mask->GetName());
+    delete mask;
+}
+
+template class MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>;
+template struct VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<
+    MStlScalarMaskGraphEdges>;

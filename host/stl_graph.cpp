@@ -1,0 +1,27 @@
+#include "stl_graph.h"
+
+#include "stl_base.h"
+
+MStlGraphEdge* MStlGraph::AddEdge(MStlPoint* v0, MStlPoint* v1) {
+    MStlBase& stl = *GetStl();
+    MStlGraphEdge& edge = m_edges.emplace_back(MStlElementKey(), stl._NextGraphEdgeIndex(), this,
+                                               v0, v1);
+    stl._GraphEdgeAdded(&edge);
+    return &edge;
+}
+
+MStlRange<MStlIteratorGraphEdge> MStlGraph::GraphEdges() {
+    return {MStlIteratorGraphEdge::Begin(this)};
+}
+
+MStlRange<MStlIteratorGraphEdgeConst> MStlGraph::GraphEdges() const {
+    return {MStlIteratorGraphEdgeConst::Begin(this)};
+}
+
+MStlIteratorGraphEdge MStlIteratorGraphEdge::Begin(MStlGraph* graph) {
+    return {graph->m_edges.begin(), graph->m_edges.end()};
+}
+
+MStlIteratorGraphEdgeConst MStlIteratorGraphEdgeConst::Begin(const MStlGraph* graph) {
+    return {graph->m_edges.begin(), graph->m_edges.end()};
+}

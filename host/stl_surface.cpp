@@ -1,0 +1,60 @@
+#include "stl_surface.h"
+
+#include "stl_base.h"
+
+MStlTriangle* MStlSurface::AddTriangle(int x1, int y1, int z1, int x2, int y2, int z2, int x3,
+                                       int y3, int z3) {
+    MStlBase& stl = *GetStl();
+    MStlTriangle* triangle =
+        stl._AddTriangle(this, stl.FindOrAddPoint(x1, y1, z1), stl.FindOrAddPoint(x2, y2, z2),
+                         stl.FindOrAddPoint(x3, y3, z3));
+    m_triangles.push_back(triangle);
+    return triangle;
+}
+
+MStlIteratorSurfaceTriangle MStlIteratorSurfaceTriangle::Begin(const MStlSurface* surface) {
+    return {surface->m_triangles.begin(), surface->m_triangles.end()};
+}
+
+MStlIteratorSurfaceTriangleConst MStlIteratorSurfaceTriangleConst::Begin(
+    const MStlSurface* surface) {
+    return {surface->m_triangles.begin(), surface->m_triangles.end()};
+}
+
+MStlIteratorFeatureSurface MStlIteratorFeatureSurface::Begin(const MStlBase* stl) {
+    const auto& top = stl->GetTopSurfaces();
+    return MStlIteratorFeatureSurface(top.empty() ? nullptr : top.front().get());
+}
+
+MStlIteratorFeatureSurface MStlIteratorFeatureSurface::End(const MStlBase*) {
+    return MStlIteratorFeatureSurface(nullptr);
+}
+
+namespace {
+
+// The surface after `surface` among its siblings, or null.
+MStlSurface* nextSibling(const MStlSurface* surface) {
+    const auto& siblings = surface->GetParent() ? surface->GetParent()->GetSubSurfaces()
+                                                : surface->GetStl()->GetTopSurfaces();
+    for (std::size_t i = 0; i + 1 < siblings.size(); ++i)
+        if (siblings[i].get() == surface) return siblings[i + 1].get();
+    return nullptr;
+}
+
+}  // namespace
+
+void MStlIteratorFeatureSurface::_GoToNextSubFeature() {
+    if (!m_current) return;
+    if (!m_current->GetSubSurfaces().empty()) {
+        m_current = m_current->GetSubSurfaces().front().get();
+        return;
+    }
+    // Climb until some ancestor (or the surface itself) has a next sibling.
+    for (const MStlSurface* s = m_current; s; s = s->GetParent()) {
+        if (MStlSurface* sibling = nextSibling(s)) {
+            m_current = sibling;
+            return;
+        }
+    }
+    m_current = nullptr;
+}

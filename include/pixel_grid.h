@@ -1,0 +1,53 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "point.h"
+
+namespace AU_MarkOperations::PolygonMarking {
+
+/// A boolean raster of screen pixels, one byte per pixel, row-major.
+///
+/// Pixel (column x, row y) is cell y·width + x; row 0 is the lowest screen y. Pixel (x, y)
+/// covers [x, x+1) × [y, y+1) and is sampled at (x + pixelSize/2, y + pixelSize/2). Screen
+/// coordinates are converted to pixel indices by truncation toward zero.
+///
+/// The grid owns its cells. Callers keep width·height ≤ 2 147 483 647.
+class PixelGrid {
+public:
+    /// A width × height grid with every cell set to initialValue.
+    PixelGrid(std::int32_t width, std::int32_t height, double pixelSize, bool initialValue);
+    /// The same grid, then the polygon (closed implicitly, in pixel units) scan-converted into
+    /// it over all rows. Cells a row's span walk touches get the even-odd state of their
+    /// sample; cells it does not touch keep initialValue.
+    PixelGrid(const std::vector<VelSDK::Math::point2d>& polygon, std::int32_t width,
+              std::int32_t height, double pixelSize, bool initialValue);
+    ~PixelGrid();
+    PixelGrid(const PixelGrid&) = delete;
+    PixelGrid& operator=(const PixelGrid&) = delete;
+
+    /// The cell at (row, column): row first. No bounds check.
+    bool& At(unsigned long long row, unsigned long long column) {
+        return m_data[row * m_width + column];
+    }
+    std::int32_t GetWidth() const { return m_width; }
+    std::int32_t GetHeight() const { return m_height; }
+    /// The cells, for callers that walk the raster directly.
+    operator bool*() const { return m_data; }
+
+    /// True when some pixel that filling `polygon` would set inside is already set. The grid
+    /// is unchanged; an empty polygon gives false.
+    bool Intersect(const std::vector<VelSDK::Math::point2d>& polygon);
+    /// True when some pixel crossed by the segment is set.
+    bool Intersect(std::array<VelSDK::Math::point2d, 2> segment) const;
+
+private:
+    std::int32_t m_width;
+    std::int32_t m_height;
+    double m_pixelSize;
+    bool* m_data;
+};
+
+}  // namespace AU_MarkOperations::PolygonMarking

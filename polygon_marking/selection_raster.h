@@ -1,0 +1,87 @@
+#pragma once
+
+// The selection rasters of the z-buffer picker: the region under a polygon or brush path as a
+// PixelGrid, plus the buffers the triangle rasterizer writes. All coordinates are grid pixels
+// relative to the region's lower-left pixel.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "pixel_grid.h"
+#include "point.h"
+
+class MStlTriangle;
+
+namespace AU_MarkOperations::PolygonMarking {
+
+/// Regions over this many cells are refused before anything is allocated.
+constexpr std::int64_t kMaxRasterCells = 0x7fffffff;
+
+/// Bits of a per-triangle record's flags.
+constexpr std::uint8_t kCoveredFlag = 1;  // the triangle won or touched a region pixel
+constexpr std::uint8_t kVisibleFlag = 2;  // the triangle is visible and will be marked
+
+/// The head of every per-triangle record the depth raster points to; the rasterizer touches
+/// only `flags`.
+struct _TriangleRecord {
+    MStlTriangle* triangle = nullptr;
+    std::uint8_t flags = 0;
+};
+
+/// One pixel of the depth buffer. During the depth pass `triangle` is the nearest record;
+/// finalization overwrites it with `threshold` = depth − tolerance.
+struct _DepthEntry {
+    float depth;
+    union {
+        _TriangleRecord* triangle;
+        float threshold;
+    };
+};
+
+struct _DepthSpan {
+    float xLeft, xRight, zLeft, zRight;
+};
+
+struct _RegionSpan {
+    float xLeft, xRight;
+};
+
+/// Region plus z-buffer, for picking only the front-most surface.
+struct _DepthRaster {
+    std::size_t m_depthTolerance = 0;  // model length in internal units
+    std::unique_ptr<_DepthEntry[]> m_depth;
+    std::unique_ptr<PixelGrid> m_region;
+    std::unique_ptr<_DepthSpan[]> m_rowSpans;
+    std::int32_t m_width = 0;
+    std::int32_t m_height = 0;
+    bool m_finalized = false;
+};
+
+/// Region only, for mark-through picking.
+struct _RegionRaster {
+    std::shared_ptr<PixelGrid> m_region;
+    std::unique_ptr<_RegionSpan[]> m_rowSpans;
+    std::int32_t m_width = 0;
+    std::int32_t m_height = 0;
+};
+
+/// Builds the region of a brush path: a disc at every point and a stroke between consecutive
+/// points (count ≥ 1), plus the depth buffer with every entry {−FLT_MAX, null}. Returns false,
+/// with the old buffers released and nothing allocated, when width·height exceeds
+/// kMaxRasterCells.
+bool _BuildBrushDepthRaster(_DepthRaster& raster, std::uint32_t width, std::int32_t height,
+                            const VelSDK::Math::point2d* path, std::size_t count,
+                            std::int32_t radius);
+/// As above for the scan-converted polygon (closed implicitly).
+bool _BuildPolygonDepthRaster(_DepthRaster& raster, std::uint32_t width, std::int32_t height,
+                              const VelSDK::Math::point2d* polygon, std::size_t count);
+/// The brush region without a depth buffer.
+bool _BuildBrushRegionRaster(_RegionRaster& raster, std::uint32_t width, std::int32_t height,
+                             const VelSDK::Math::point2d* path, std::size_t count,
+                             std::int32_t radius);
+/// The polygon region without a depth buffer.
+bool _BuildPolygonRegionRaster(_RegionRaster& raster, std::uint32_t width, std::int32_t height,
+                               const VelSDK::Math::point2d* polygon, std::size_t count);
+
+}  // namespace AU_MarkOperations::PolygonMarking
