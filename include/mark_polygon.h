@@ -1,0 +1,160 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "data_mask.h"
+#include "plane_eq.h"
+#include "point.h"
+#include "transform_matrix.h"
+
+class MStlBase;
+class MStlPoint;
+class MStlSurface;
+class MStlTriangle;
+class IStlMarkTriangles;
+
+namespace AU_MarkOperations::PolygonMarking {
+struct _DepthRaster;
+struct _RegionRaster;
+struct _TriangleRecord;
+struct _ClippedPieceRecord;
+struct _ClipWorkLists;
+template <class Record>
+class _ChunkedRecords;
+}  // namespace AU_MarkOperations::PolygonMarking
+
+/// Marks (or unmarks) the triangles of one or more meshes that lie under a closed screen
+/// polygon or a brush stroke, seen through each mesh's camera: a z-buffer picker with a depth
+/// tolerance, back-face culling, mark-through and clipping planes.
+///
+/// Use: construct; register each mesh with AddStl (followed by its SetMarkableSurface calls);
+/// set the polygon or brush path, planes and switches; call operate() once. The operator
+/// borrows meshes, surfaces and sinks: they must outlive every operate(). It is meant to be
+/// configured anew for each run: the model-to-pixel transforms and clipping planes mapped into
+/// each mesh by the first run stay in force for later runs of the same object.
+class MStlBaseOperatorMarkPolygon {
+  public:
+    /// 5 pixels per screen unit, a depth tolerance of 0.05 model units, hidden surfaces kept.
+    MStlBaseOperatorMarkPolygon();
+    /// `pixelProportion`: pixels per screen unit of the polygon or path. `depthTolerance`: in
+    /// model length units; a triangle within this distance behind the front-most surface at
+    /// some region pixel still counts as visible. It is scaled by MInternalUnits::Get() and
+    /// truncated to whole internal units (a negative or NaN tolerance counts as 0).
+    /// `skipHiddenSurfaces`: triangles of surfaces switched invisible are neither drawn nor
+    /// marked.
+    MStlBaseOperatorMarkPolygon(double pixelProportion, double depthTolerance,
+                                bool skipHiddenSurfaces);
+    ~MStlBaseOperatorMarkPolygon();
+    MStlBaseOperatorMarkPolygon(const MStlBaseOperatorMarkPolygon&) = delete;
+    MStlBaseOperatorMarkPolygon& operator=(const MStlBaseOperatorMarkPolygon&) = delete;
+
+    /// Registers a mesh. `view` maps the placed mesh to screen units (x, y on screen, z
+    /// towards the viewer); `placement` maps the mesh's model coordinates into the space in
+    /// which clipping planes are given; the mesh is seen through view ∘ placement. A null
+    /// transform counts as the identity. `markWholeMesh` makes every triangle markable; when
+    /// false only the triangles of the surfaces given to SetMarkableSurface are, and the rest
+    /// of the mesh still hides what lies behind it. Marks go to `sink` when it is not null,
+    /// else to the triangles themselves. A null mesh is ignored.
+    void AddStl(MStlBase* stl, const MMTransformMatrix* view, const MMTransformMatrix* placement,
+                bool markWholeMesh, IStlMarkTriangles* sink);
+    /// Makes the triangles of `surface` markable in the mesh registered last. Calls accumulate.
+    /// Ignored before any mesh is registered or for a null surface.
+    void SetMarkableSurface(MStlSurface* surface);
+
+    /// Keeps only a·x + b·y + c·z + d ≥ 0 (in placement space): triangles entirely on the
+    /// other side are neither drawn nor marked, triangles across the plane are cut.
+    void AddClippingPlane(const MMPlaneEq<double>& plane);
+    void ClearClippingPlanes();
+
+    /// The selection region: a closed polygon in screen units (the last vertex joins the
+    /// first). Its pixel box is the floored bounds of the scaled vertices.
+    void SetPolygon(const std::vector<VelSDK::Math::point2d>& polygon);
+    /// The selection region: a path in screen units swept by a disc of `radius` screen units.
+    void SetBrushPath(const std::vector<VelSDK::Math::point2d>& path, std::size_t radius);
+
+    /// Back-facing triangles (normal · viewing direction ≥ 0) are drawn as occluders but not
+    /// marked. A mark-through run switches culling off for good.
+    void SetBackFaceCulling(bool backFaceCulling);
+    /// Marks every markable triangle under the region, hidden or not, with no depth test.
+    void SetMarkThrough(bool markThrough);
+    /// True unmarks instead of marking.
+    void SetUnmark(bool unmark);
+
+    /// Marks or unmarks the selected triangles. Returns false, marking nothing, when the
+    /// selection raster cannot be built (more than 2 147 483 647 pixels, or a brush path whose
+    /// points or radius do not fit the 32-bit pixel range); true otherwise, also when no mesh
+    /// is registered or the region has no points.
+    bool operate();
+
+  private:
+    using CandidateRecords = AU_MarkOperations::PolygonMarking::_ChunkedRecords<
+        AU_MarkOperations::PolygonMarking::_TriangleRecord>;
+    using ClippedRecords = AU_MarkOperations::PolygonMarking::_ChunkedRecords<
+        AU_MarkOperations::PolygonMarking::_ClippedPieceRecord>;
+    using ScreenPointMask = MDataMask<MStlPoint, VelSDK::Math::point3f>;
+    using OutcodeMask = MDataMask<MStlPoint, std::uint32_t>;
+    using ClassMask = MDataMask<MStlTriangle, unsigned char>;
+
+    /// Pixel box of the selection region: inclusive corners.
+    struct RegionBox {
+        std::int32_t xmin = 0, ymin = 0, xmax = 0, ymax = 0;
+    };
+    /// How the clipping planes of a mesh treat one triangle.
+    struct PlaneCut;
+
+    void _PrepareScreenSpace();
+    void _MapClippingPlanes();
+    bool _BuildSelectionRaster();
+    bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
+    void _ComputeOutcodes(std::size_t mesh, OutcodeMask& outcodes) const;
+    void _ClassifyTriangles(std::size_t mesh, const OutcodeMask& outcodes,
+                            ClassMask& classes) const;
+    bool _IsFrontFacing(std::size_t mesh, const MStlTriangle& triangle) const;
+    PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
+    void _ProjectPiece(std::size_t mesh,
+                       AU_MarkOperations::PolygonMarking::_ClippedPieceRecord& piece) const;
+    void _MarkThroughMesh(std::size_t mesh);
+    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
+    void _DrawMesh(std::size_t mesh, const ClassMask& classes, CandidateRecords& candidates);
+    void _DrawTriangle(std::size_t mesh, MStlTriangle& triangle, bool candidate,
+                       CandidateRecords& candidates);
+    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
+                     bool candidate);
+    void _CloseDepthPass(CandidateRecords& candidates);
+    void _ApplyMarks(CandidateRecords& candidates, std::size_t clippedRunStart);
+    void _ApplyRecord(std::size_t mesh, AU_MarkOperations::PolygonMarking::_TriangleRecord& record,
+                      const VelSDK::Math::point3f (&corners)[3]);
+    void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
+
+    std::size_t m_depthTolerance;  // internal units
+    double m_pixelProportion;      // pixels per screen unit
+    std::vector<MStlBase*> m_meshes;
+    std::unique_ptr<AU_MarkOperations::PolygonMarking::_DepthRaster> m_depthRaster;
+    std::vector<std::unique_ptr<ScreenPointMask>> m_screenPoints;  // per mesh, pixel space
+    RegionBox m_regionBox;
+    std::unique_ptr<VelSDK::Math::point2d[]> m_regionPoints;  // pixels relative to the box
+    std::size_t m_regionPointCount = 0;
+    std::vector<bool> m_markWholeMesh;
+    std::vector<std::vector<MStlSurface*>> m_markableSurfaces;
+    std::vector<IStlMarkTriangles*> m_sinks;
+    std::vector<std::size_t> m_candidateEnd;         // per mesh, end of its records
+    std::vector<std::size_t> m_clippedCandidateEnd;  // per mesh, end of its piece records
+    std::vector<MMTransformMatrix> m_modelView;
+    std::vector<MMTransformMatrix> m_inversePlacement;
+    std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
+    std::unique_ptr<AU_MarkOperations::PolygonMarking::_RegionRaster> m_regionRaster;
+    std::unique_ptr<VelSDK::Math::point3d[]> m_viewDirections;  // per mesh, model space
+    bool m_skipHiddenSurfaces;
+    bool m_backFaceCulling = false;
+    bool m_markThrough = false;
+    bool m_mark = true;
+    bool m_isBrush = false;
+    std::int32_t m_brushRadius = 0;  // pixels
+    std::vector<MMPlaneEq<double>> m_clippingPlanes;
+    std::vector<std::vector<MMPlaneEq<double>>> m_meshClippingPlanes;  // appended; entry i read
+    std::unique_ptr<ClippedRecords> m_clippedCandidates;
+    std::unique_ptr<AU_MarkOperations::PolygonMarking::_ClipWorkLists> m_clipWork;
+};

@@ -1,0 +1,224 @@
+#pragma once
+
+// Triangle set-up, edge walks and row clamping shared by the depth pass, the visibility test
+// and the region test. A pixel-space triangle is split at its top vertex into a left and a
+// right boundary; the edge walks write, per row, the x (and depth) of each boundary into the
+// left and right halves of the raster's span records, and the span scans then visit the
+// columns between them.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+
+#include "point.h"
+#include "polygon_marking/selection_raster.h"
+
+namespace AU_MarkOperations::PolygonMarking::detail {
+
+/// Truncation toward zero into 32 bits. NaN and values outside the int32 range give
+/// INT32_MIN, which is what the x86 conversion instruction produces; the clamps of the callers
+/// turn that into "nothing to draw" instead of an index far outside the raster.
+inline std::int32_t TruncateToInt32(double value) {
+    if (!(value >= -2147483648.0 && value < 2147483648.0))
+        return INT32_MIN;
+    return static_cast<std::int32_t>(value);
+}
+
+/// Rows first … last inclusive; empty when first > last.
+struct RowRange {
+    std::int32_t first = 0;
+    std::int32_t last = -1;
+
+    bool Empty() const { return first > last; }
+};
+
+/// The smallest range holding both (the rows of two consecutive walks along one boundary).
+inline RowRange Hull(RowRange a, RowRange b) {
+    if (a.Empty())
+        return b;
+    if (b.Empty())
+        return a;
+    return {std::min(a.first, b.first), std::max(a.last, b.last)};
+}
+
+inline RowRange Intersect(RowRange a, RowRange b) {
+    return {std::max(a.first, b.first), std::min(a.last, b.last)};
+}
+
+/// The top vertex and the ends of the triangle's left and right boundaries below it.
+struct TriangleFrame {
+    const VelSDK::Math::point3f* top;
+    const VelSDK::Math::point3f* left;
+    const VelSDK::Math::point3f* right;
+};
+
+/// Whether p comes before q as the top vertex: smaller y, and on equal y the smaller x.
+inline bool IsHigher(const VelSDK::Math::point3f& p, const VelSDK::Math::point3f& q) {
+    return p.y < q.y || (p.y == q.y && p.x < q.x);
+}
+
+/// Picks the top vertex T (a against b, then the winner against c), takes the other two in
+/// their cyclic order after T as U and V, and decides by the orientation test which of them
+/// ends the left boundary.
+inline TriangleFrame SetUpTriangle(const VelSDK::Math::point3f& a, const VelSDK::Math::point3f& b,
+                                   const VelSDK::Math::point3f& c) {
+    const VelSDK::Math::point3f* cyclic[3] = {&a, &b, &c};
+    int top = IsHigher(b, a) ? 1 : 0;
+    if (IsHigher(c, *cyclic[top]))
+        top = 2;
+    const VelSDK::Math::point3f& t = *cyclic[top];
+    const VelSDK::Math::point3f& u = *cyclic[(top + 1) % 3];
+    const VelSDK::Math::point3f& v = *cyclic[(top + 2) % 3];
+    if ((v.y - t.y) * (u.x - t.x) > (u.y - t.y) * (v.x - t.x))
+        return {&t, &v, &u};
+    return {&t, &u, &v};
+}
+
+enum class SpanHalf { kLeft, kRight };
+
+template <SpanHalf half>
+inline void StoreEdge(_DepthSpan& span, float x, float z) {
+    if constexpr (half == SpanHalf::kLeft) {
+        span.xLeft = x;
+        span.zLeft = z;
+    } else {
+        span.xRight = x;
+        span.zRight = z;
+    }
+}
+
+template <SpanHalf half>
+inline void StoreEdge(_RegionSpan& span, float x, float) {
+    if constexpr (half == SpanHalf::kLeft) {
+        span.xLeft = x;
+    } else {
+        span.xRight = x;
+    }
+}
+
+/// Walks the edge p → q (p.y ≤ q.y) down the rows of the raster, writing x (and depth) into
+/// one half of each row's span record, and returns the rows written. The walk starts at p's
+/// own x and y (no snapping to the row centre), or at y = 0 on the edge's extension when p
+/// lies below row 0; it ends at q's row, clamped to the last row. An edge ending below row 0
+/// writes nothing into depth spans, while region spans still get row 0.
+template <SpanHalf half, class Span>
+RowRange WalkEdge(Span* spans, std::int32_t height, const VelSDK::Math::point3f& p,
+                  const VelSDK::Math::point3f& q) {
+    constexpr bool kHasDepth = std::is_same_v<Span, _DepthSpan>;
+    // A horizontal edge divides by zero; its infinite or NaN slope is used as it comes.
+    const float dx = (q.x - p.x) / (q.y - p.y);
+    const float dz = kHasDepth ? (q.z - p.z) / (q.y - p.y) : 0.0f;
+    const float limit = static_cast<float>(static_cast<double>(height) - 0.5);
+    if (p.y >= limit)
+        return {};
+
+    float x = p.x, z = p.z, startY = p.y;
+    if (p.y < 0.0f) {
+        x = p.x - dx * p.y;
+        z = p.z - dz * p.y;
+        startY = 0.0f;
+    }
+    float endY = q.y;
+    if (q.y >= limit) {
+        endY = static_cast<float>(height - 1);
+    } else if (q.y < 0.0f) {
+        if constexpr (kHasDepth)
+            return {};
+        endY = 0.0f;
+    }
+
+    // For finite coordinates both clamps are no-ops; they keep NaN ends inside the records.
+    const RowRange rows{std::max(TruncateToInt32(startY), 0),
+                        std::min(TruncateToInt32(endY), height - 1)};
+    Span* span = spans + rows.first;
+    for (std::int32_t row = rows.first; row <= rows.last; ++row, ++span) {
+        StoreEdge<half>(*span, x, z);
+        x += dx;
+        z += dz;
+    }
+    return rows;
+}
+
+/// Sets up the triangle and walks its three edges into the span records. Returns the rows
+/// top … bottom (clamped to the raster) whose left and right halves were both written for
+/// this triangle; rows a walk skipped hold another triangle's values and are not scanned.
+template <class Span>
+RowRange WalkTriangle(Span* spans, std::int32_t height, const VelSDK::Math::point3f& a,
+                      const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c) {
+    const TriangleFrame frame = SetUpTriangle(a, b, c);
+    RowRange left = WalkEdge<SpanHalf::kLeft>(spans, height, *frame.top, *frame.left);
+    RowRange right = WalkEdge<SpanHalf::kRight>(spans, height, *frame.top, *frame.right);
+    float bottomY;
+    if (frame.right->y > frame.left->y) {
+        left = Hull(left, WalkEdge<SpanHalf::kLeft>(spans, height, *frame.left, *frame.right));
+        bottomY = frame.right->y;
+    } else {
+        right = Hull(right, WalkEdge<SpanHalf::kRight>(spans, height, *frame.right, *frame.left));
+        bottomY = frame.left->y;
+    }
+
+    const std::int32_t top = TruncateToInt32(frame.top->y);
+    const std::int32_t bottom = TruncateToInt32(bottomY);
+    if (bottom < top || bottom < 0 || top >= height)
+        return {};
+    const RowRange rows{std::max(top, 0), std::min(bottom, height - 1)};
+    return Intersect(rows, Intersect(left, right));
+}
+
+/// The columns one row of a span scan visits, and the depth at the first of them.
+struct RowColumns {
+    std::int32_t first = 0;
+    std::int32_t last = -1;
+    float z = 0.0f;
+    float dzdx = 0.0f;
+
+    std::int32_t Count() const { return last - first + 1; }
+};
+
+/// Columns trunc(xLeft) … trunc(xRight) of a row whose left end is already inside the grid.
+/// A sliver row whose ends crossed still covers the one column trunc(xRight), so that thin
+/// triangles do not vanish. False when the row is skipped.
+inline bool ClampRightEnd(float xLeft, float xRight, std::int32_t width, RowColumns& columns) {
+    if (xRight < 0.0f)
+        return false;
+    if (xRight >= static_cast<float>(width))
+        xRight = static_cast<float>(width - 1);
+    columns.first = TruncateToInt32(xLeft);
+    // The min only matters for widths beyond float precision, where width − 1 rounds up.
+    columns.last = std::min(TruncateToInt32(xRight), width - 1);
+    if (columns.last < columns.first)
+        columns.first = columns.last;
+    return columns.first >= 0;  // fails only for NaN ends
+}
+
+/// The columns of a depth span, with the depth carried to column 0 when the span starts left
+/// of the grid. The depth step divides by the floored column difference, so a span inside
+/// one column gets an infinite or NaN step, which only later columns would see.
+inline bool ClampDepthRow(const _DepthSpan& span, std::int32_t width, RowColumns& columns) {
+    float xLeft = span.xLeft;
+    float zLeft = span.zLeft;
+    const float dzdx = (span.zRight - zLeft) / (std::floor(span.xRight) - std::floor(xLeft));
+    if (xLeft < 0.0f) {
+        zLeft -= dzdx * xLeft;
+        xLeft = 0.0f;
+    } else if (xLeft >= static_cast<float>(width)) {
+        return false;
+    }
+    columns.z = zLeft;
+    columns.dzdx = dzdx;
+    return ClampRightEnd(xLeft, span.xRight, width, columns);
+}
+
+/// The columns of a region span.
+inline bool ClampRegionRow(const _RegionSpan& span, std::int32_t width, RowColumns& columns) {
+    float xLeft = span.xLeft;
+    if (xLeft < 0.0f) {
+        xLeft = 0.0f;
+    } else if (xLeft >= static_cast<float>(width)) {
+        return false;
+    }
+    return ClampRightEnd(xLeft, span.xRight, width, columns);
+}
+
+}  // namespace AU_MarkOperations::PolygonMarking::detail
