@@ -1,5 +1,7 @@
 #include "named_mask.h"
 
+#include <memory>
+
 #include "stl_base.h"
 
 MStlScalarMaskGraphEdges::MStlScalarMaskGraphEdges(MStlBase& stl, float defaultValue)
@@ -7,18 +9,22 @@ MStlScalarMaskGraphEdges::MStlScalarMaskGraphEdges(MStlBase& stl, float defaultV
 
 template <class E, class T, class M>
 M* MNamedStlMaskBase<E, T, M>::Create(MStlBase* stl, const std::wstring& name) {
-    if (!stl || stl->_NamedMasks().count(name)) return nullptr;
-    auto* mask = new M(*stl);
+    if (!stl || stl->_NamedMasks().count(name))
+        return nullptr;
+    auto mask = std::make_unique<M>(*stl);
     mask->_SetName(name);
-    stl->_NamedMasks().emplace(name, mask);
-    return mask;
+    stl->_NamedMasks().emplace(name, mask.get());
+    return mask.release();
 }
 
 template <class M>
 void VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<M>::operator()(
     M* mask) const {
-    if (!mask) return;
-    mask->GetStl()->_NamedMasks().erase(mask->GetName());
+    if (!mask)
+        return;
+    // A mask whose mesh died first was detached by it; there is no name left to free.
+    if (mask->GetOwner())
+        mask->GetStl()->_NamedMasks().erase(mask->GetName());
     delete mask;
 }
 

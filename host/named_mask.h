@@ -8,7 +8,7 @@ class MStlBase;
 
 /// A float per graph edge of one mesh.
 class MStlScalarMaskGraphEdges : public MDataMask<MStlGraphEdge, float> {
-public:
+  public:
     explicit MStlScalarMaskGraphEdges(MStlBase& stl, float defaultValue = 0.0f);
 
     void SetScalar(const MStlGraphEdge& edge, float value) { SetInfo(edge, value); }
@@ -18,7 +18,7 @@ public:
     const std::wstring& GetName() const { return m_name; }
     void _SetName(const std::wstring& name) { m_name = name; }
 
-private:
+  private:
     MStlBase* m_stl;
     std::wstring m_name;
 };
@@ -27,14 +27,15 @@ private:
 /// MStlNamedMask_Deleter, which also frees the name.
 template <class E, class T, class M>
 class MNamedStlMaskBase {
-public:
+  public:
     /// A new mask named `name` on `stl`; null when `stl` is null or the name is taken.
     static M* Create(MStlBase* stl, const std::wstring& name);
 };
 
 namespace VelSDK::Triangles::Data::TemporaryObjects {
 
-/// Releases a named mask created by MNamedStlMaskBase::Create, before its mesh is destroyed.
+/// Releases a named mask created by MNamedStlMaskBase::Create and frees its name. A mask whose
+/// mesh was destroyed first is only released.
 template <class M>
 struct MStlNamedMask_Deleter {
     void operator()(M* mask) const;

@@ -28,10 +28,15 @@ std::size_t MStlBase::CoordinateHash::operator()(const std::array<std::int32_t, 
 
 MStlPoint* MStlBase::FindOrAddPoint(std::int32_t x, std::int32_t y, std::int32_t z) {
     auto [it, inserted] = m_pointIndex.try_emplace({x, y, z}, nullptr);
-    if (inserted) {
+    if (!inserted)
+        return it->second;
+    try {
         it->second = &m_points.emplace_back(MStlElementKey(), m_points.size(), x, y, z);
-        m_masks._ElementsAdded(it->second, m_points.size());
+    } catch (...) {
+        m_pointIndex.erase(it);  // no index entry without its vertex
+        throw;
     }
+    m_masks._ElementsAdded(it->second, m_points.size());
     return it->second;
 }
 

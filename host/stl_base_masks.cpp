@@ -16,13 +16,17 @@ void MStlBaseMasks::remove(Kind<E>& kind, MDataMaskBase<E>* mask) {
 template <class E>
 void MStlBaseMasks::grow(Kind<E>& kind, std::size_t count) {
     kind.count = count;
-    for (MDataMaskBase<E>* mask : kind.masks) mask->_SetSize(count);
+    for (MDataMaskBase<E>* mask : kind.masks)
+        mask->_SetSize(count);
 }
 
 MStlBaseMasks::~MStlBaseMasks() {
-    for (auto* mask : m_pointMasks.masks) mask->_Detach();
-    for (auto* mask : m_triangleMasks.masks) mask->_Detach();
-    for (auto* mask : m_edgeMasks.masks) mask->_Detach();
+    for (auto* mask : m_pointMasks.masks)
+        mask->_Detach();
+    for (auto* mask : m_triangleMasks.masks)
+        mask->_Detach();
+    for (auto* mask : m_edgeMasks.masks)
+        mask->_Detach();
 }
 
 std::size_t MStlBaseMasks::Register(MDataMaskBase<MStlPoint>* mask) {
@@ -34,8 +38,23 @@ std::size_t MStlBaseMasks::Register(MDataMaskBase<MStlTriangle>* mask) {
 std::size_t MStlBaseMasks::Register(MDataMaskBase<MStlGraphEdge>* mask) {
     return add(m_edgeMasks, mask);
 }
-void MStlBaseMasks::Unregister(MDataMaskBase<MStlPoint>* mask) { remove(m_pointMasks, mask); }
+void MStlBaseMasks::Unregister(MDataMaskBase<MStlPoint>* mask) {
+    remove(m_pointMasks, mask);
+}
 void MStlBaseMasks::Unregister(MDataMaskBase<MStlTriangle>* mask) {
     remove(m_triangleMasks, mask);
 }
-void MStlBaseMasks::Unregister(MDataMaskBase<MStlGraphEdge>* mask) { remove(m_edgeMasks, mask); }
+void MStlBaseMasks::Unregister(MDataMaskBase<MStlGraphEdge>* mask) {
+    remove(m_edgeMasks, mask);
+}
+
+// Out of line so that the member template grow is instantiated here, where it is defined.
+void MStlBaseMasks::_ElementsAdded(const MStlPoint*, std::size_t count) {
+    grow(m_pointMasks, count);
+}
+void MStlBaseMasks::_ElementsAdded(const MStlTriangle*, std::size_t count) {
+    grow(m_triangleMasks, count);
+}
+void MStlBaseMasks::_ElementsAdded(const MStlGraphEdge*, std::size_t count) {
+    grow(m_edgeMasks, count);
+}

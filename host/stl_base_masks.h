@@ -8,7 +8,7 @@
 /// The mask registry of a mesh: every registered mask has one entry per element of its kind,
 /// and the registry grows them as the mesh grows.
 class MStlBaseMasks : public IDataMaskOwner {
-public:
+  public:
     MStlBaseMasks() = default;
     /// Detaches the masks still registered; they keep their values and stop growing.
     ~MStlBaseMasks();
@@ -24,15 +24,15 @@ public:
 
     /// Called by the mesh after it appends an element: every mask of that kind grows to
     /// `count` entries, the new ones holding the mask's default.
-    void _ElementsAdded(const MStlPoint*, std::size_t count) { grow(m_pointMasks, count); }
-    void _ElementsAdded(const MStlTriangle*, std::size_t count) { grow(m_triangleMasks, count); }
-    void _ElementsAdded(const MStlGraphEdge*, std::size_t count) { grow(m_edgeMasks, count); }
+    void _ElementsAdded(const MStlPoint*, std::size_t count);
+    void _ElementsAdded(const MStlTriangle*, std::size_t count);
+    void _ElementsAdded(const MStlGraphEdge*, std::size_t count);
 
     std::size_t GetNumberOfMasks() const {
         return m_pointMasks.size() + m_triangleMasks.size() + m_edgeMasks.size();
     }
 
-private:
+  private:
     template <class E>
     struct Kind {
         std::vector<MDataMaskBase<E>*> masks;

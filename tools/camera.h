@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+
+#include "point.h"
+#include "transform_matrix.h"
+
+namespace velpick {
+
+/// An orthographic camera in model units: it looks from `eye` towards `target` with `up`
+/// pointing up the screen; `height` model units fill the screen's height, and the screen is
+/// `screenWidth` × `screenHeight` screen units.
+struct OrthoCamera {
+    VelSDK::Math::point3d eye, target, up;
+    double height = 1.0;
+    double screenWidth = 1.0, screenHeight = 1.0;
+};
+
+/// The view matrix of `camera`: scene internal units (`unitsPerModelUnit` per model unit) to
+/// screen units. The target lands on the screen centre; all three axes are scaled by
+/// screenHeight / height, so depth keeps its proportion; z grows towards the eye. Nothing when
+/// eye and target coincide or `up` is parallel to the viewing direction.
+std::optional<MMTransformMatrix> CameraView(const OrthoCamera& camera, double unitsPerModelUnit);
+
+}  // namespace velpick

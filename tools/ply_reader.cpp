@@ -1,0 +1,383 @@
+#include "ply_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "text_cursor.h"
+
+namespace velpick::detail {
+namespace {
+
+enum class PlyFormat { kAscii, kBinaryLittleEndian, kBinaryBigEndian };
+enum class PlyType { kInt8, kUInt8, kInt16, kUInt16, kInt32, kUInt32, kFloat32, kFloat64 };
+
+struct PlyProperty {
+    std::string name;
+    PlyType type = PlyType::kFloat32;  // the item type of a list
+    bool isList = false;
+    PlyType countType = PlyType::kUInt8;
+};
+
+struct PlyElement {
+    std::string name;
+    std::uint64_t count = 0;
+    std::vector<PlyProperty> properties;
+};
+
+struct PlyHeader {
+    PlyFormat format = PlyFormat::kAscii;
+    std::vector<PlyElement> elements;
+    std::size_t bodyOffset = 0;
+};
+
+// ---- Header ----
+
+[[noreturn]] void failAtLine(const TextCursor& cursor, const std::string& what) {
+    throw ImportFailure("header line " + std::to_string(cursor.LineNumber()) + ": " + what);
+}
+
+bool isInteger(PlyType type) {
+    return type != PlyType::kFloat32 && type != PlyType::kFloat64;
+}
+
+PlyType readType(TextCursor& cursor) {
+    static const std::pair<const char*, PlyType> kNames[] = {
+        {"char", PlyType::kInt8},      {"int8", PlyType::kInt8},
+        {"uchar", PlyType::kUInt8},    {"uint8", PlyType::kUInt8},
+        {"short", PlyType::kInt16},    {"int16", PlyType::kInt16},
+        {"ushort", PlyType::kUInt16},  {"uint16", PlyType::kUInt16},
+        {"int", PlyType::kInt32},      {"int32", PlyType::kInt32},
+        {"uint", PlyType::kUInt32},    {"uint32", PlyType::kUInt32},
+        {"float", PlyType::kFloat32},  {"float32", PlyType::kFloat32},
+        {"double", PlyType::kFloat64}, {"float64", PlyType::kFloat64}};
+    const std::string_view word = cursor.ReadToken();
+    for (const auto& [name, type] : kNames)
+        if (word == name)
+            return type;
+    failAtLine(cursor, "unknown property type '" + std::string(word) + "'");
+}
+
+PlyFormat readFormat(TextCursor& cursor) {
+    const std::string_view word = cursor.ReadToken();
+    if (word == "ascii")
+        return PlyFormat::kAscii;
+    if (word == "binary_little_endian")
+        return PlyFormat::kBinaryLittleEndian;
+    if (word == "binary_big_endian")
+        return PlyFormat::kBinaryBigEndian;
+    failAtLine(cursor, "unknown format '" + std::string(word) + "'");
+}
+
+PlyElement readElement(TextCursor& cursor) {
+    PlyElement element;
+    element.name = cursor.ReadToken();
+    std::int64_t count = -1;
+    if (element.name.empty() || !cursor.ReadInteger(count) || count < 0)
+        failAtLine(cursor, "expected an element name and count");
+    element.count = static_cast<std::uint64_t>(count);
+    return element;
+}
+
+// "property <type> <name>" or "property list <count type> <item type> <name>".
+PlyProperty readProperty(TextCursor& cursor) {
+    PlyProperty property;
+    TextCursor lookAhead = cursor;
+    if (lookAhead.ReadToken() == "list") {
+        cursor = lookAhead;
+        property.isList = true;
+        property.countType = readType(cursor);
+        if (!isInteger(property.countType))
+            failAtLine(cursor, "a list count must be an integer");
+    }
+    property.type = readType(cursor);
+    property.name = cursor.ReadToken();
+    if (property.name.empty())
+        failAtLine(cursor, "expected a property name");
+    return property;
+}
+
+PlyHeader readHeader(std::string_view bytes) {
+    TextCursor cursor(bytes);
+    if (cursor.ReadToken() != "ply")
+        failAtLine(cursor, "not a PLY file (expected 'ply')");
+    PlyHeader header;
+    bool hasFormat = false;
+    for (cursor.NextLine(); !cursor.AtEnd(); cursor.NextLine()) {
+        const std::string_view keyword = cursor.ReadToken();
+        if (keyword == "format") {
+            header.format = readFormat(cursor);
+            hasFormat = true;
+        } else if (keyword == "element") {
+            header.elements.push_back(readElement(cursor));
+        } else if (keyword == "property") {
+            if (header.elements.empty())
+                failAtLine(cursor, "property before any element");
+            header.elements.back().properties.push_back(readProperty(cursor));
+        } else if (keyword == "end_header") {
+            if (!hasFormat)
+                failAtLine(cursor, "the header has no format line");
+            cursor.NextLine();
+            header.bodyOffset = cursor.Position();
+            return header;
+        } else if (keyword != "comment" && keyword != "obj_info" && !keyword.empty()) {
+            failAtLine(cursor, "unknown keyword '" + std::string(keyword) + "'");
+        }
+    }
+    failAtLine(cursor, "the header has no end_header line");
+}
+
+// ---- Body sources: one value at a time, as a double or as an exact integer ----
+
+std::string instanceName(const PlyElement& element, std::uint64_t instance) {
+    return "element '" + element.name + "' " + std::to_string(instance);
+}
+
+class AsciiSource {
+  public:
+    explicit AsciiSource(std::string_view body) : m_cursor(body) {}
+
+    void BeginInstance(const PlyElement& element, std::uint64_t instance) {
+        m_element = &element;
+        m_instance = instance;
+        if (!m_cursor.NextContentLine('\0'))
+            fail("the file ends before it");
+    }
+    void EndInstance() { m_cursor.NextLine(); }
+    double Real(PlyType) {
+        double value = 0.0;
+        if (!m_cursor.ReadDouble(value))
+            fail("expected a number");
+        return value;
+    }
+    std::int64_t Integer(PlyType) {
+        std::int64_t value = 0;
+        if (!m_cursor.ReadInteger(value))
+            fail("expected an integer");
+        return value;
+    }
+    void EndBody() {
+        if (m_cursor.NextContentLine('\0'))
+            throw ImportFailure("text follows the last element");
+    }
+
+  private:
+    [[noreturn]] void fail(const char* what) const {
+        throw ImportFailure(instanceName(*m_element, m_instance) + " (body line " +
+                            std::to_string(m_cursor.LineNumber()) + "): " + what);
+    }
+
+    TextCursor m_cursor;
+    const PlyElement* m_element = nullptr;
+    std::uint64_t m_instance = 0;
+};
+
+class BinarySource {
+  public:
+    BinarySource(std::string_view body, bool bigEndian)
+        : m_next(body.data()), m_end(body.data() + body.size()), m_bigEndian(bigEndian) {}
+
+    void BeginInstance(const PlyElement& element, std::uint64_t instance) {
+        m_element = &element;
+        m_instance = instance;
+    }
+    void EndInstance() {}
+    double Real(PlyType type) {
+        switch (type) {
+            case PlyType::kFloat32:
+                return read<float>();
+            case PlyType::kFloat64:
+                return read<double>();
+            default:
+                return static_cast<double>(Integer(type));
+        }
+    }
+    std::int64_t Integer(PlyType type) {
+        switch (type) {
+            case PlyType::kInt8:
+                return read<std::int8_t>();
+            case PlyType::kUInt8:
+                return read<std::uint8_t>();
+            case PlyType::kInt16:
+                return read<std::int16_t>();
+            case PlyType::kUInt16:
+                return read<std::uint16_t>();
+            case PlyType::kInt32:
+                return read<std::int32_t>();
+            case PlyType::kUInt32:
+                return read<std::uint32_t>();
+            default:
+                throw ImportFailure(instanceName(*m_element, m_instance) + ": not an integer");
+        }
+    }
+    void EndBody() {
+        if (m_next != m_end)
+            throw ImportFailure(std::to_string(m_end - m_next) + " bytes follow the last element");
+    }
+
+  private:
+    template <class T>
+    T read() {
+        if (static_cast<std::size_t>(m_end - m_next) < sizeof(T))
+            throw ImportFailure(instanceName(*m_element, m_instance) + ": the file is truncated");
+        char raw[sizeof(T)];
+        std::memcpy(raw, m_next, sizeof(T));
+        if (m_bigEndian)
+            std::reverse(raw, raw + sizeof(T));
+        m_next += sizeof(T);
+        T value;
+        std::memcpy(&value, raw, sizeof(T));
+        return value;
+    }
+
+    const char* m_next;
+    const char* m_end;
+    bool m_bigEndian;
+    const PlyElement* m_element = nullptr;
+    std::uint64_t m_instance = 0;
+};
+
+// ---- Elements ----
+
+template <class Source>
+void skipProperty(Source& source, const PlyProperty& property) {
+    if (!property.isList) {
+        source.Real(property.type);
+        return;
+    }
+    const std::int64_t count = source.Integer(property.countType);
+    for (std::int64_t k = 0; k < count; ++k)
+        source.Real(property.type);
+}
+
+// For each property of element "vertex": the axis it holds (0, 1, 2) or -1.
+std::vector<int> axisOfProperties(const PlyElement& element) {
+    std::vector<int> axisOf(element.properties.size(), -1);
+    const char* const axisNames[3] = {"x", "y", "z"};
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto it = std::find_if(
+            element.properties.begin(), element.properties.end(),
+            [&](const PlyProperty& p) { return p.name == axisNames[axis] && !p.isList; });
+        if (it == element.properties.end())
+            throw ImportFailure(std::string("element 'vertex' has no scalar property '") +
+                                axisNames[axis] + "'");
+        axisOf[it - element.properties.begin()] = axis;
+    }
+    return axisOf;
+}
+
+template <class Source>
+void readVertices(Source& source, const PlyElement& element, PolygonSoup& soup) {
+    const std::vector<int> axisOf = axisOfProperties(element);
+    for (std::uint64_t v = 0; v < element.count; ++v) {
+        source.BeginInstance(element, v);
+        double xyz[3] = {0.0, 0.0, 0.0};
+        for (std::size_t p = 0; p < element.properties.size(); ++p) {
+            if (axisOf[p] >= 0)
+                xyz[axisOf[p]] = source.Real(element.properties[p].type);
+            else
+                skipProperty(source, element.properties[p]);
+        }
+        soup.AddVertex(xyz[0], xyz[1], xyz[2]);
+        source.EndInstance();
+    }
+}
+
+int findIndexList(const PlyElement& element) {
+    for (std::size_t i = 0; i < element.properties.size(); ++i) {
+        const PlyProperty& property = element.properties[i];
+        if (property.isList &&
+            (property.name == "vertex_indices" || property.name == "vertex_index")) {
+            if (!isInteger(property.type))
+                throw ImportFailure("face vertex indices must be integers");
+            return static_cast<int>(i);
+        }
+    }
+    throw ImportFailure("element 'face' has no list property 'vertex_indices'");
+}
+
+template <class Source>
+void readFaceCorners(Source& source, const PlyProperty& list, std::uint64_t face,
+                     PolygonSoup& soup) {
+    const std::int64_t count = source.Integer(list.countType);
+    for (std::int64_t k = 0; k < count; ++k) {
+        const std::int64_t index = source.Integer(list.type);
+        if (index < 0 || index > UINT32_MAX)
+            throw ImportFailure("face " + std::to_string(face) + ": vertex index " +
+                                std::to_string(index) + " is out of range");
+        soup.corners.push_back(static_cast<std::uint32_t>(index));
+    }
+}
+
+template <class Source>
+void readFaces(Source& source, const PlyElement& element, PolygonSoup& soup) {
+    const int indexList = findIndexList(element);
+    for (std::uint64_t f = 0; f < element.count; ++f) {
+        source.BeginInstance(element, f);
+        for (std::size_t p = 0; p < element.properties.size(); ++p) {
+            if (static_cast<int>(p) == indexList)
+                readFaceCorners(source, element.properties[p], f, soup);
+            else
+                skipProperty(source, element.properties[p]);
+        }
+        soup.CloseFace();
+        source.EndInstance();
+    }
+}
+
+template <class Source>
+void skipElement(Source& source, const PlyElement& element) {
+    for (std::uint64_t i = 0; i < element.count; ++i) {
+        source.BeginInstance(element, i);
+        for (const PlyProperty& property : element.properties)
+            skipProperty(source, property);
+        source.EndInstance();
+    }
+}
+
+void checkElements(const PlyHeader& header) {
+    for (const char* name : {"vertex", "face"})
+        if (std::count_if(header.elements.begin(), header.elements.end(),
+                          [&](const PlyElement& e) { return e.name == name; }) > 1)
+            throw ImportFailure(std::string("more than one element '") + name + "'");
+}
+
+// Every element, in header order, into the soup.
+template <class Source>
+void readBody(Source& source, const PlyHeader& header, std::size_t byteCount, PolygonSoup& soup) {
+    for (const PlyElement& element : header.elements) {
+        // Each instance takes at least one byte, which bounds what a lying header can reserve.
+        const std::size_t plausible = std::min<std::uint64_t>(element.count, byteCount);
+        if (element.name == "vertex") {
+            soup.coordinates.reserve(3 * plausible);
+            readVertices(source, element, soup);
+        } else if (element.name == "face") {
+            soup.faceStarts.reserve(plausible + 1);
+            soup.corners.reserve(3 * plausible);
+            readFaces(source, element, soup);
+        } else {
+            skipElement(source, element);
+        }
+    }
+    source.EndBody();
+}
+
+}  // namespace
+
+PolygonSoup ReadPly(std::string_view bytes) {
+    const PlyHeader header = readHeader(bytes);
+    checkElements(header);
+    const std::string_view body = bytes.substr(header.bodyOffset);
+    PolygonSoup soup;
+    if (header.format == PlyFormat::kAscii) {
+        AsciiSource source(body);
+        readBody(source, header, body.size(), soup);
+    } else {
+        BinarySource source(body, header.format == PlyFormat::kBinaryBigEndian);
+        readBody(source, header, body.size(), soup);
+    }
+    return soup;
+}
+
+}  // namespace velpick::detail

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string_view>
+
+#include "polygon_soup.h"
+
+namespace velpick::detail {
+
+/// Reads a PLY file (ascii, binary_little_endian or binary_big_endian): vertex positions from
+/// the x, y and z properties of element "vertex", faces from the list property
+/// "vertex_indices" (or "vertex_index") of element "face"; every other element and property
+/// is read past and ignored. Coordinates keep the precision of their stored type. Throws
+/// ImportFailure for a malformed header, a truncated body, a negative index or data left over
+/// after the last element.
+PolygonSoup ReadPly(std::string_view bytes);
+
+}  // namespace velpick::detail

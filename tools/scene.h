@@ -1,0 +1,59 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "plane_eq.h"
+#include "tools/camera.h"
+#include "tools/selection_region.h"
+#include "transform_matrix.h"
+
+namespace velpick {
+
+/// A scene file that cannot be used; what() is "<file>: <field>: <reason>".
+class SceneError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// One mesh of a scene and how the pick treats it.
+struct SceneMesh {
+    std::string file;             // as the scene names it
+    std::filesystem::path path;   // resolved against the scene file's folder
+    MMTransformMatrix placement;  // mesh internal units → scene internal units
+    bool markWholeMesh = true;
+    std::vector<std::size_t> markableSurfaces;  // surface indices, when not the whole mesh
+    std::vector<std::size_t> hiddenSurfaces;    // surfaces whose visibility is switched off
+};
+
+/// A validated scene: every field present, in range and consistent.
+struct Scene {
+    double unitsPerModelUnit = 1000.0;
+    std::vector<SceneMesh> meshes;
+    MMTransformMatrix view;             // scene internal units → screen units
+    std::optional<OrthoCamera> camera;  // set when the view came from a camera
+    double pixelProportion = 5.0;       // pixels per screen unit
+    SelectionRegion region;
+    std::string picker = "zbuffer";
+    bool markThrough = false;
+    bool backFaceCulling = false;
+    bool unmark = false;
+    bool startMarked = false;
+    bool skipHiddenSurfaces = false;
+    double depthTolerance = 0.05;  // model length units
+    std::vector<MMPlaneEq<double>> clippingPlanes;
+};
+
+/// Parses and validates a scene given as JSON text. `sourceName` prefixes every message;
+/// mesh files are resolved against `folder`. Throws SceneError naming the first bad field.
+Scene ParseScene(const std::string& text, const std::string& sourceName,
+                 const std::filesystem::path& folder);
+
+/// Reads and parses a scene file; its meshes are resolved against the file's folder.
+Scene ReadSceneFile(const std::filesystem::path& file);
+
+}  // namespace velpick
