@@ -1,0 +1,515 @@
+#include "mark_polygon.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <set>
+#include <vector>
+
+#include "camera_view.h"
+#include "mark_triangles.h"
+#include "stl_base.h"
+#include "support/ray_cast_oracle.h"
+#include "support/scene_builders.h"
+
+using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
+using VelSDK::Math::point2d;
+using VelSDK::Math::point2i;
+using VelSDK::Math::point3d;
+
+namespace {
+
+constexpr double kPixelsPerMm = 10.0;
+constexpr double kToleranceMm = 0.05;
+constexpr double kToleranceUnits = 50.0;  // kToleranceMm at the default 1000 units per mm
+// Pixels whose first hit the z-buffer may give to a neighbouring triangle: the spans sample
+// each boundary once per row rather than at pixel centres, so a few silhouette and sliver
+// pixels go to the triangle next door.
+constexpr double kAllowedMissFraction = 0.01;
+
+MMTransformMatrix Scale(double factor) {
+    MMTransformMatrix m;
+    m.MakeScale1D(factor);
+    return m;
+}
+
+MMTransformMatrix Translation(double x, double y, double z) {
+    MMTransformMatrix m;
+    m.MakeTranslation({x, y, z});
+    return m;
+}
+
+std::vector<point2d> Rectangle(double x0, double y0, double x1, double y1) {
+    return {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}};
+}
+
+using TrianglePredicate = std::function<bool(const MStlTriangle&)>;
+
+bool IsMarked(const MStlTriangle& t) {
+    return t.IsMarked();
+}
+bool Any(const MStlTriangle&) {
+    return true;
+}
+
+std::vector<const MStlTriangle*> Marked(MStlBase& mesh,
+                                        const TrianglePredicate& marked = IsMarked) {
+    std::vector<const MStlTriangle*> result;
+    for (MStlTriangle& t : mesh.Triangles())
+        if (marked(t))
+            result.push_back(&t);
+    return result;
+}
+
+/// What a pick is checked against: the rays, the region in the grid frame and its extent.
+struct Pick {
+    const oracle::RayCastOracle& rays;
+    oracle::RegionMargin region;
+    int width, height;
+};
+
+/// Region pixels, well inside, whose first hit is markable but left unmarked.
+int MissedFrontPixels(const Pick& pick, const TrianglePredicate& markable,
+                      const TrianglePredicate& marked, int* sampled) {
+    int missed = 0;
+    *sampled = 0;
+    for (int row = 0; row < pick.height; ++row) {
+        for (int column = 0; column < pick.width; ++column) {
+            const double x = column + 0.5, y = row + 0.5;
+            if (pick.region(x, y) < 1.0)
+                continue;
+            const auto hit = pick.rays.FirstHit(x, y);
+            if (!hit || !markable(*hit->triangle))
+                continue;
+            ++*sampled;
+            missed += !marked(*hit->triangle);
+        }
+    }
+    return missed;
+}
+
+/// Region pixels, well inside, where some markable triangle is hit but left unmarked.
+int MissedThroughPixels(const Pick& pick, const TrianglePredicate& markable,
+                        const TrianglePredicate& marked, int* sampled) {
+    int missed = 0;
+    *sampled = 0;
+    for (int row = 0; row < pick.height; ++row) {
+        for (int column = 0; column < pick.width; ++column) {
+            const double x = column + 0.5, y = row + 0.5;
+            if (pick.region(x, y) < 1.0)
+                continue;
+            for (const oracle::Hit& hit : pick.rays.AllHits(x, y)) {
+                if (!markable(*hit.triangle))
+                    continue;
+                ++*sampled;
+                missed += !marked(*hit.triangle);
+            }
+        }
+    }
+    return missed;
+}
+
+/// Whether a marked triangle has a pixel centre near it, near the region, where it is not
+/// behind the front by more than the tolerance (any depth when `throughMode`). A triangle seen
+/// edge-on covers no pixel centre but still draws a line of pixels; its nearest vertex stands
+/// for its depth there.
+bool Explained(const Pick& pick, const oracle::Projected& t, bool throughMode) {
+    constexpr double kNear = 1.5;  // pixels: a span may reach a pixel this far from the triangle
+    double slack = 2.0 * oracle::DepthSlope(t) + 1.0;
+    const bool edgeOn = !std::isfinite(slack);
+    if (edgeOn)
+        slack = 1.0;
+    for (int row = int(std::floor(t.minY - 2)); row <= int(t.maxY + 2); ++row) {
+        for (int column = int(std::floor(t.minX - 2)); column <= int(t.maxX + 2); ++column) {
+            const double x = column + 0.5, y = row + 0.5;
+            if (pick.region(x, y) < -kNear || oracle::Distance(t, x, y) > kNear)
+                continue;
+            if (throughMode)
+                return true;
+            const auto front = pick.rays.FirstHit(x, y);
+            const double depth =
+                edgeOn ? std::max({t.p[0].z, t.p[1].z, t.p[2].z}) : oracle::PlaneDepth(t, x, y);
+            if (!front || depth >= front->z - kToleranceUnits - slack)
+                return true;
+        }
+    }
+    return false;
+}
+
+int UnexplainedMarks(const Pick& pick, const std::vector<const MStlTriangle*>& marked,
+                     bool throughMode = false) {
+    int unexplained = 0;
+    for (const MStlTriangle* triangle : marked) {
+        const oracle::Projected* t = pick.rays.Find(triangle);
+        unexplained += !t || !Explained(pick, *t, throughMode);
+    }
+    return unexplained;
+}
+
+void ExpectFrontPick(const Pick& pick, const TrianglePredicate& markable,
+                     const std::vector<MStlBase*>& meshes,
+                     const TrianglePredicate& marked = IsMarked) {
+    int sampled = 0;
+    const int missed = MissedFrontPixels(pick, markable, marked, &sampled);
+    EXPECT_GT(sampled, 100);
+    EXPECT_LE(missed, kAllowedMissFraction * sampled) << missed << " of " << sampled;
+    for (MStlBase* mesh : meshes) {
+        const std::vector<const MStlTriangle*> picked = Marked(*mesh, marked);
+        EXPECT_EQ(UnexplainedMarks(pick, picked), 0);
+        for (const MStlTriangle* t : picked)
+            EXPECT_TRUE(markable(*t));
+    }
+}
+
+/// Scenes seen through a view of 1 screen unit per millimetre (1000 internal units) at 10
+/// pixels per screen unit, selected by a lasso in screen units.
+class MarkPolygonScene : public ::testing::Test {
+  protected:
+    point2i Origin(const std::vector<point2d>& polygon) const {
+        double minX = polygon[0].x, minY = polygon[0].y;
+        for (const point2d& p : polygon)
+            minX = std::min(minX, p.x), minY = std::min(minY, p.y);
+        return {int(std::floor(minX * kPixelsPerMm)), int(std::floor(minY * kPixelsPerMm))};
+    }
+    /// The lasso's pixel polygon in the grid frame, its extent and the model-to-pixel maps.
+    Pick LassoPick(const std::vector<point2d>& polygon, const oracle::RayCastOracle& rays) const {
+        const point2i origin = Origin(polygon);
+        std::vector<point2d> pixels;
+        double maxX = -1e300, maxY = -1e300;
+        for (const point2d& p : polygon) {
+            pixels.push_back({std::floor(p.x * kPixelsPerMm) - origin.x,
+                              std::floor(p.y * kPixelsPerMm) - origin.y});
+            maxX = std::max(maxX, pixels.back().x), maxY = std::max(maxY, pixels.back().y);
+        }
+        return {rays, oracle::PolygonRegion(pixels), int(maxX) + 1, int(maxY) + 1};
+    }
+    MMTransformMatrix ModelToPixel(const point2i& origin,
+                                   const MMTransformMatrix& placement = MMTransformMatrix()) const {
+        MMTransformMatrix modelView = view;
+        modelView.PostMultiply(placement);
+        return FindModelToCameraViewTransformation(modelView, kPixelsPerMm, origin);
+    }
+    void Add(MStlBaseOperatorMarkPolygon& op, MStlBase& mesh, bool whole = true,
+             IStlMarkTriangles* sink = nullptr,
+             const MMTransformMatrix& placement = MMTransformMatrix()) {
+        op.AddStl(&mesh, &view, &placement, whole, sink);
+    }
+
+    MMTransformMatrix view = Scale(0.001);
+    std::vector<point2d> lasso = Rectangle(-5, -5, 5, 5);
+    MStlBaseOperatorMarkPolygon op{kPixelsPerMm, kToleranceMm, false};
+};
+
+TEST_F(MarkPolygonScene, SphereBehindAPlateShowsOnlyThroughTheHole) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    auto plate = scene::plateWithHole(6000, 1500, 5000);
+    Add(op, *sphere);
+    Add(op, *plate);
+    op.SetPolygon(lasso);
+    ASSERT_TRUE(op.operate());
+
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*sphere, ModelToPixel(Origin(lasso)));
+    rays.AddMesh(*plate, ModelToPixel(Origin(lasso)));
+    ExpectFrontPick(LassoPick(lasso, rays), Any, {sphere.get(), plate.get()});
+    const std::size_t sphereMarks = Marked(*sphere).size();
+    EXPECT_GT(sphereMarks, 20u);
+    EXPECT_LT(sphereMarks, sphere->GetNumberOfTriangles() / 4);
+}
+
+TEST_F(MarkPolygonScene, MarkThroughMarksEverythingUnderTheLasso) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    auto plate = scene::plateWithHole(6000, 1500, 5000);
+    Add(op, *sphere);
+    Add(op, *plate);
+    const auto smallLasso = Rectangle(-2, -1, 2, 1.5);
+    op.SetPolygon(smallLasso);
+    op.SetMarkThrough(true);
+    ASSERT_TRUE(op.operate());
+
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*sphere, ModelToPixel(Origin(smallLasso)));
+    rays.AddMesh(*plate, ModelToPixel(Origin(smallLasso)));
+    const Pick pick = LassoPick(smallLasso, rays);
+    int sampled = 0;
+    EXPECT_EQ(MissedThroughPixels(pick, Any, IsMarked, &sampled), 0);
+    EXPECT_GT(sampled, 1000);
+    EXPECT_EQ(UnexplainedMarks(pick, Marked(*sphere), true), 0);
+    EXPECT_EQ(UnexplainedMarks(pick, Marked(*plate), true), 0);
+    // Both the near and the far side of the sphere are marked.
+    int nearSide = 0, farSide = 0;
+    for (const MStlTriangle* t : Marked(*sphere))
+        (t->GetNormal().z > 0 ? nearSide : farSide)++;
+    EXPECT_GT(nearSide, 10);
+    EXPECT_GT(farSide, 10);
+}
+
+TEST_F(MarkPolygonScene, MeshesWithDifferentPlacementsHideEachOther) {
+    auto back = scene::cube({0, 0, 0}, 2000, 8);
+    auto front = scene::cube({0, 0, 0}, 2000, 8);
+    const MMTransformMatrix frontPlacement = Translation(1500, 1000, 4500);
+    Add(op, *back);
+    Add(op, *front, true, nullptr, frontPlacement);
+    op.SetPolygon(lasso);
+    ASSERT_TRUE(op.operate());
+
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*back, ModelToPixel(Origin(lasso)));
+    rays.AddMesh(*front, ModelToPixel(Origin(lasso), frontPlacement));
+    ExpectFrontPick(LassoPick(lasso, rays), Any, {back.get(), front.get()});
+    // The back cube's top face is partly covered by the front cube.
+    int topMarked = 0, topHidden = 0;
+    for (MStlTriangle& t : back->Triangles())
+        if (t.GetNormal().z > 0.5)
+            (t.IsMarked() ? topMarked : topHidden)++;
+    EXPECT_GT(topMarked, 10);
+    EXPECT_GT(topHidden, 10);
+}
+
+TEST_F(MarkPolygonScene, BackFaceCullingKeepsTheFrontHalfOfAClosedMesh) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    Add(op, *sphere);
+    op.SetPolygon(lasso);
+    op.SetBackFaceCulling(true);
+    ASSERT_TRUE(op.operate());
+
+    const auto facesViewer = [](const MStlTriangle& t) { return t.GetNormal().z > 0; };
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*sphere, ModelToPixel(Origin(lasso)));
+    ExpectFrontPick(LassoPick(lasso, rays), facesViewer, {sphere.get()});
+}
+
+TEST_F(MarkPolygonScene, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
+    auto awayPlate = std::make_unique<MStlBase>();  // facing −z, away from the viewer
+    scene::addGrid(*awayPlate->AddSurface(nullptr), {-2000, -2000, 0}, {0, 4000, 0}, {4000, 0, 0},
+                   4);
+    Add(op, *awayPlate);
+    op.SetPolygon(lasso);
+    op.SetBackFaceCulling(true);
+    op.SetMarkThrough(true);
+    ASSERT_TRUE(op.operate());
+    EXPECT_EQ(Marked(*awayPlate).size(), awayPlate->GetNumberOfTriangles());
+
+    for (MStlTriangle& t : awayPlate->Triangles())
+        t.Unmark();
+    op.SetMarkThrough(false);
+    ASSERT_TRUE(op.operate());
+    EXPECT_EQ(Marked(*awayPlate).size(), awayPlate->GetNumberOfTriangles());
+
+    MStlBaseOperatorMarkPolygon culling(kPixelsPerMm, kToleranceMm, false);
+    for (MStlTriangle& t : awayPlate->Triangles())
+        t.Unmark();
+    Add(culling, *awayPlate);
+    culling.SetPolygon(lasso);
+    culling.SetBackFaceCulling(true);
+    ASSERT_TRUE(culling.operate());
+    EXPECT_TRUE(Marked(*awayPlate).empty());
+}
+
+TEST_F(MarkPolygonScene, OnlyMarkableSurfacesAreMarkedWhileTheRestOccludes) {
+    auto mesh = std::make_unique<MStlBase>();
+    MStlSurface* ball = mesh->AddSurface(nullptr);
+    MStlSurface* shield = mesh->AddSurface(nullptr);
+    scene::addUvSphere(*ball, {0, 0, 0}, 3000, 24, 48);
+    scene::addPlateWithHole(*shield, 6000, 1500, 5000, 16);
+    Add(op, *mesh, /*whole=*/false);
+    op.SetMarkableSurface(ball);
+    op.SetPolygon(lasso);
+    ASSERT_TRUE(op.operate());
+
+    const auto onBall = [ball](const MStlTriangle& t) { return t.GetSurface() == ball; };
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)));
+    ExpectFrontPick(LassoPick(lasso, rays), onBall, {mesh.get()});
+    EXPECT_GT(Marked(*mesh).size(), 20u);
+}
+
+TEST_F(MarkPolygonScene, AMeshWithNoMarkableSurfaceOnlyOccludes) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    auto shield = scene::plate(6000, 5000, 4);
+    Add(op, *sphere);
+    Add(op, *shield, /*whole=*/false);
+    op.SetPolygon(lasso);
+    ASSERT_TRUE(op.operate());
+    EXPECT_TRUE(Marked(*sphere).empty());
+    EXPECT_TRUE(Marked(*shield).empty());
+}
+
+TEST_F(MarkPolygonScene, HiddenSurfacesAreSkippedOnlyWhenAsked) {
+    for (bool skip : {true, false}) {
+        auto mesh = std::make_unique<MStlBase>();
+        MStlSurface* ball = mesh->AddSurface(nullptr);
+        MStlSurface* shield = mesh->AddSurface(nullptr);
+        scene::addUvSphere(*ball, {0, 0, 0}, 3000, 24, 48);
+        scene::addGrid(*shield, {-6000, -6000, 5000}, {12000, 0, 0}, {0, 12000, 0}, 4);
+        shield->SetVisible(false);
+        MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, skip);
+        Add(picker, *mesh);
+        picker.SetPolygon(lasso);
+        ASSERT_TRUE(picker.operate());
+
+        const auto onBall = [ball](const MStlTriangle& t) { return t.GetSurface() == ball; };
+        const auto onShield = [shield](const MStlTriangle& t) { return t.GetSurface() == shield; };
+        oracle::RayCastOracle rays;
+        rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)), skip ? TrianglePredicate(onBall) : Any);
+        ExpectFrontPick(LassoPick(lasso, rays), skip ? TrianglePredicate(onBall) : onShield,
+                        {mesh.get()});
+    }
+}
+
+TEST_F(MarkPolygonScene, ClippingPlaneOpensTheSphereToItsFarSide) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    // Placed 1000 units nearer; the plane keeps placement z ≤ 1000, i.e. model z ≤ 0.
+    const MMTransformMatrix placement = Translation(0, 0, 1000);
+    Add(op, *sphere, true, nullptr, placement);
+    op.AddClippingPlane({0, 0, -1, 1000});
+    op.SetPolygon(lasso);
+    ASSERT_TRUE(op.operate());
+
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*sphere, ModelToPixel(Origin(lasso), placement), {},
+                 MMPlaneEq<double>{0, 0, -1, 0});
+    ExpectFrontPick(LassoPick(lasso, rays), Any, {sphere.get()});
+    int farSide = 0;
+    for (const MStlTriangle* t : Marked(*sphere)) {
+        EXPECT_LE(std::min({t->GetVertex(0).z, t->GetVertex(1).z, t->GetVertex(2).z}), 0.0);
+        farSide += t->GetNormal().z < 0;
+    }
+    EXPECT_GT(farSide, sphere->GetNumberOfTriangles() / 4);
+}
+
+TEST_F(MarkPolygonScene, UnmarkRestoresTheMarksOfBefore) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    auto plate = scene::plateWithHole(6000, 1500, 5000);
+    plate->GetTriangle(0).Mark();  // a corner outside the lasso
+    sphere->GetTriangle(sphere->GetNumberOfTriangles() / 2).Mark();
+    const auto before = Marked(*plate), beforeSphere = Marked(*sphere);
+    const auto smallLasso = Rectangle(-3, -3, 3, 3);
+    for (bool unmark : {false, true}) {
+        MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+        Add(picker, *sphere);
+        Add(picker, *plate);
+        picker.SetPolygon(smallLasso);
+        picker.SetUnmark(unmark);
+        ASSERT_TRUE(picker.operate());
+        if (!unmark) {
+            EXPECT_GT(Marked(*plate).size(), before.size() + 10);
+        }
+    }
+    EXPECT_EQ(Marked(*plate), before);
+    EXPECT_LE(Marked(*sphere).size(), beforeSphere.size());
+}
+
+TEST_F(MarkPolygonScene, BrushStrokeMarksAlongThePath) {
+    auto plate = scene::plate(6000, 0, 40);
+    const std::vector<point2d> path{{-4, -3}, {0, 1}, {4, -2}};
+    const std::size_t radius = 1;  // screen units: 10 pixels
+    Add(op, *plate);
+    op.SetBrushPath(path, radius);
+    ASSERT_TRUE(op.operate());
+
+    const int r = int(radius * kPixelsPerMm);
+    const point2i origin{int(std::floor(-4 * kPixelsPerMm)) - r,
+                         int(std::floor(-3 * kPixelsPerMm)) - r};
+    std::vector<point2d> pixels;
+    for (const point2d& p : path) {
+        pixels.push_back({std::floor(p.x * kPixelsPerMm) - origin.x + 0.5,
+                          std::floor(p.y * kPixelsPerMm) - origin.y + 0.5});
+    }
+    oracle::RayCastOracle rays;
+    rays.AddMesh(*plate, ModelToPixel(origin));
+    const Pick pick{rays, oracle::BrushRegion(pixels, r), 8 * 10 + 2 * r + 1, 4 * 10 + 2 * r + 1};
+    ExpectFrontPick(pick, Any, {plate.get()});
+}
+
+TEST_F(MarkPolygonScene, SinkReceivesTheMarksInsteadOfTheTriangles) {
+    auto withSink = scene::uvSphere({0, 0, 0}, 3000);
+    auto plain = scene::uvSphere({0, 0, 0}, 3000);
+    MStlMarkTrianglesByMasks sink(*withSink);
+    MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+    Add(picker, *withSink, true, &sink);
+    Add(op, *plain);
+    picker.SetPolygon(Rectangle(-2, -2, 2, 2));
+    op.SetPolygon(Rectangle(-2, -2, 2, 2));
+    ASSERT_TRUE(picker.operate());
+    ASSERT_TRUE(op.operate());
+
+    EXPECT_TRUE(Marked(*withSink).empty());
+    const auto viaSink = [&sink](const MStlTriangle& t) { return sink.IsMarked(t); };
+    const auto sunk = Marked(*withSink, viaSink);
+    const auto direct = Marked(*plain);
+    ASSERT_EQ(sunk.size(), direct.size());
+    EXPECT_GT(direct.size(), 20u);
+    for (std::size_t i = 0; i < direct.size(); ++i)
+        EXPECT_EQ(sunk[i]->GetMaskIndex(), direct[i]->GetMaskIndex());
+}
+
+TEST_F(MarkPolygonScene, DefaultToleranceIsFiftyInternalUnits) {
+    // A back plate entirely covered by a front plate is marked only within the tolerance.
+    for (auto [gap, backMarked] : {std::pair{30, true}, {80, false}}) {
+        auto front = scene::plate(800, 0, 2);
+        auto back = scene::plate(700, -gap, 2);
+        MStlBaseOperatorMarkPolygon defaults, explicitOnes(5.0, 0.05, false);
+        for (MStlBaseOperatorMarkPolygon* picker : {&defaults, &explicitOnes}) {
+            Add(*picker, *front);
+            Add(*picker, *back);
+            picker->SetPolygon(Rectangle(-1, -1, 1, 1));
+            ASSERT_TRUE(picker->operate());
+            EXPECT_EQ(Marked(*front).size(), front->GetNumberOfTriangles());
+            EXPECT_EQ(Marked(*back).size(), backMarked ? back->GetNumberOfTriangles() : 0)
+                << "gap " << gap;
+            for (MStlTriangle& t : front->Triangles())
+                t.Unmark();
+            for (MStlTriangle& t : back->Triangles())
+                t.Unmark();
+        }
+    }
+}
+
+TEST(MarkPolygonSetUp, PolygonVerticesAreFlooredToPixelsAtTheDefaultFivePerUnit) {
+    // 100 internal units per screen unit, 5 pixels per screen unit: (1.3, 2.0) becomes pixel
+    // (6, 10), the box origin, so the pixel whose centre is screen (1.2, 2.0) is selected and
+    // the one at (1.0, 2.0) is not. At 10 pixels per unit the first would lie left of the box.
+    const MMTransformMatrix view = Scale(0.01), placement;
+    MStlBase mesh;
+    MStlSurface& s = *mesh.AddSurface(nullptr);
+    MStlTriangle* inside = s.AddTriangle(118, 198, 0, 122, 198, 0, 120, 202, 0);
+    MStlTriangle* outside = s.AddTriangle(98, 198, 0, 102, 198, 0, 100, 202, 0);
+    MStlBaseOperatorMarkPolygon picker;
+    picker.AddStl(&mesh, &view, &placement, true, nullptr);
+    picker.SetPolygon({{1.3, 2.0}, {3.0, 2.0}, {3.0, 4.0}, {1.3, 4.0}});
+    ASSERT_TRUE(picker.operate());
+    EXPECT_TRUE(inside->IsMarked());
+    EXPECT_FALSE(outside->IsMarked());
+}
+
+TEST(MarkPolygonSetUp, DegenerateRegions) {
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000, 8, 16);
+    const MMTransformMatrix view = Scale(0.001), placement;
+    MStlBaseOperatorMarkPolygon picker;
+    picker.AddStl(sphere.get(), &view, &placement, true, nullptr);
+
+    picker.SetPolygon({});
+    EXPECT_TRUE(picker.operate());
+    picker.SetBrushPath({}, 2);
+    EXPECT_TRUE(picker.operate());
+    EXPECT_TRUE(Marked(*sphere).empty());
+
+    // 700 001 × 400 001 pixels exceed the raster limit.
+    picker.SetPolygon(Rectangle(0, 0, 140000, 80000));
+    EXPECT_FALSE(picker.operate());
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    picker.SetBrushPath({{0, 0}, {nan, 1}}, 1);
+    EXPECT_FALSE(picker.operate());
+    picker.SetBrushPath({{0, 0}, {1e12, 1}}, 1);
+    EXPECT_FALSE(picker.operate());
+    EXPECT_TRUE(Marked(*sphere).empty());
+
+    MStlBaseOperatorMarkPolygon empty;
+    empty.SetPolygon(Rectangle(0, 0, 1, 1));
+    EXPECT_TRUE(empty.operate());
+}
+
+}  // namespace
