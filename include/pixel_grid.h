@@ -8,6 +8,9 @@
 
 namespace AU_MarkOperations::PolygonMarking {
 
+/// Segments whose squared length is below this test only the pixel of their lower endpoint.
+constexpr double kMinSegmentLengthSq = 0.0003452669770922512;
+
 /// A boolean raster of screen pixels, one byte per pixel, row-major.
 ///
 /// Pixel (column x, row y) is cell y·width + x; row 0 is the lowest screen y. Pixel (x, y)
@@ -16,12 +19,17 @@ namespace AU_MarkOperations::PolygonMarking {
 ///
 /// The grid owns its cells. Callers keep width·height ≤ 2 147 483 647.
 class PixelGrid {
-public:
-    /// A width × height grid with every cell set to initialValue.
+  public:
+    /// A width × height grid with every cell set to initialValue. Throws std::length_error when
+    /// width·height is negative or exceeds 2 147 483 647.
     PixelGrid(std::int32_t width, std::int32_t height, double pixelSize, bool initialValue);
     /// The same grid, then the polygon (closed implicitly, in pixel units) scan-converted into
     /// it over all rows. Cells a row's span walk touches get the even-odd state of their
     /// sample; cells it does not touch keep initialValue.
+    ///
+    /// A scanline through a vertex gets one crossing from each edge meeting there. A
+    /// horizontal edge lying on a scanline gives a NaN crossing; NaN crossings sort after all
+    /// others and run the row's span to its last pixel with the state reached there.
     PixelGrid(const std::vector<VelSDK::Math::point2d>& polygon, std::int32_t width,
               std::int32_t height, double pixelSize, bool initialValue);
     ~PixelGrid();
@@ -40,10 +48,12 @@ public:
     /// True when some pixel that filling `polygon` would set inside is already set. The grid
     /// is unchanged; an empty polygon gives false.
     bool Intersect(const std::vector<VelSDK::Math::point2d>& polygon);
-    /// True when some pixel crossed by the segment is set.
+    /// True when some pixel crossed by the segment is set. The segment is walked cell by cell
+    /// in a frame one pixel wider than its box on every side; a segment shorter than
+    /// √kMinSegmentLengthSq tests only the pixel of its lower endpoint.
     bool Intersect(std::array<VelSDK::Math::point2d, 2> segment) const;
 
-private:
+  private:
     std::int32_t m_width;
     std::int32_t m_height;
     double m_pixelSize;

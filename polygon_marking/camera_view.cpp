@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "polygon_marking/int32_truncation.h"
+
 namespace AU_MarkOperations::PolygonMarking {
 
 using VelSDK::Math::point2d;
@@ -27,8 +29,8 @@ MMTransformMatrix FindModelToCameraViewTransformation(const MMTransformMatrix& v
     result.PreMultiply(step);
 
     // Grid pixel `origin` moves to (0, 0), and pixel centres land on half-integers.
-    step.MakeTranslation({0.5 - static_cast<double>(origin.x),
-                          0.5 - static_cast<double>(origin.y), 0.0});
+    step.MakeTranslation(
+        {0.5 - static_cast<double>(origin.x), 0.5 - static_cast<double>(origin.y), 0.0});
     result.PreMultiply(step);
     return result;
 }
@@ -38,10 +40,7 @@ namespace {
 // Floors a scaled bound, then passes it through a 32-bit integer as the pixel grid does. Out of
 // range values (an empty polygon's ±DBL_MAX) become INT32_MIN, as the x86 conversion gives.
 double toPixelBound(double bound, double scale) {
-    const double floored = std::floor(bound * scale);
-    if (!(floored >= static_cast<double>(INT32_MIN) && floored <= static_cast<double>(INT32_MAX)))
-        return static_cast<double>(INT32_MIN);
-    return static_cast<double>(static_cast<std::int32_t>(floored));
+    return static_cast<double>(TruncateToInt32(std::floor(bound * scale)));
 }
 
 }  // namespace
@@ -50,10 +49,14 @@ VelSDK::Math::boundingbox<double, 2> FindPolygonBBoxInPixelsDimention(
     const std::vector<point2d>& polygon, double scale) {
     double minX = DBL_MAX, minY = DBL_MAX, maxX = -DBL_MAX, maxY = -DBL_MAX;
     for (const point2d& p : polygon) {
-        if (p.x < minX) minX = p.x;
-        if (p.y < minY) minY = p.y;
-        if (p.x > maxX) maxX = p.x;
-        if (p.y > maxY) maxY = p.y;
+        if (p.x < minX)
+            minX = p.x;
+        if (p.y < minY)
+            minY = p.y;
+        if (p.x > maxX)
+            maxX = p.x;
+        if (p.y > maxY)
+            maxY = p.y;
     }
     return {{toPixelBound(minX, scale), toPixelBound(minY, scale)},
             {toPixelBound(maxX, scale), toPixelBound(maxY, scale)}};

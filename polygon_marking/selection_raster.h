@@ -68,8 +68,8 @@ struct _RegionRaster {
 
 /// Builds the region of a brush path: a disc at every point and a stroke between consecutive
 /// points (count ≥ 1), plus the depth buffer with every entry {−FLT_MAX, null}. Returns false,
-/// with the old buffers released and nothing allocated, when width·height exceeds
-/// kMaxRasterCells.
+/// with the old buffers released, the size stored and nothing allocated, when width·height
+/// exceeds kMaxRasterCells (or the height is negative, or the width beyond the int32 range).
 bool _BuildBrushDepthRaster(_DepthRaster& raster, std::uint32_t width, std::int32_t height,
                             const VelSDK::Math::point2d* path, std::size_t count,
                             std::int32_t radius);

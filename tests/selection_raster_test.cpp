@@ -1,0 +1,302 @@
+#include "polygon_marking/selection_raster.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "polygon_marking/brush_footprint.h"
+
+namespace {
+
+using namespace AU_MarkOperations::PolygonMarking;
+using VelSDK::Math::point2d;
+using VelSDK::Math::point2i;
+
+std::vector<bool> Cells(const PixelGrid& grid) {
+    const bool* data = grid;
+    return std::vector<bool>(data, data + std::size_t(grid.GetWidth()) * grid.GetHeight());
+}
+
+// Set columns of one row as [first, last]; {1, 0} when the row is empty.
+std::pair<int, int> RowExtent(PixelGrid& grid, int row) {
+    int first = grid.GetWidth(), last = -1;
+    for (int x = 0; x < grid.GetWidth(); ++x)
+        if (grid.At(row, x)) {
+            first = std::min(first, x);
+            last = std::max(last, x);
+        }
+    return first <= last ? std::make_pair(first, last) : std::make_pair(1, 0);
+}
+
+int CountSet(const PixelGrid& grid) {
+    const std::vector<bool> cells = Cells(grid);
+    return static_cast<int>(std::count(cells.begin(), cells.end(), true));
+}
+
+// The required brush footprint, half-widths for |t| = 0 … r.
+const std::vector<std::vector<int>> kDiscTable = {
+    {0},
+    {1, 0},
+    {2, 1, 0},
+    {3, 3, 2, 1},
+    {4, 4, 3, 2, 1},
+    {5, 5, 5, 4, 3, 1},
+    {6, 6, 6, 5, 4, 3, 1},
+    {7, 7, 7, 6, 6, 5, 4, 1},
+    {8, 8, 8, 7, 7, 6, 5, 4, 1},
+    {9, 9, 9, 9, 8, 8, 7, 6, 4, 2},
+    {10, 10, 10, 10, 9, 9, 8, 7, 6, 4, 2},
+};
+
+TEST(DiscFootprint, StampedDiscsMatchTheBrushTable) {
+    for (int r = 0; r <= 10; ++r) {
+        PixelGrid grid(32, 32, 1.0, false);
+        StampDisc(grid, DiscHalfWidths(r), point2i{15, 16});
+        for (int row = 0; row < 32; ++row) {
+            const int t = std::abs(row - 16);
+            const auto expected = t <= r
+                                      ? std::make_pair(15 - kDiscTable[r][t], 15 + kDiscTable[r][t])
+                                      : std::make_pair(1, 0);
+            EXPECT_EQ(RowExtent(grid, row), expected) << "r " << r << " row " << row;
+        }
+        int area = 0;
+        for (int t = -r; t <= r; ++t)
+            area += 2 * kDiscTable[r][std::abs(t)] + 1;
+        EXPECT_EQ(CountSet(grid), area) << "r " << r;
+    }
+}
+
+TEST(DiscFootprint, LargeDiscsNarrowMonotonicallyToTheirEdge) {
+    for (int r : {11, 37, 100, 257}) {
+        const std::vector<std::int32_t> w = DiscHalfWidths(r);
+        ASSERT_EQ(w.size(), std::size_t(r + 1));
+        EXPECT_EQ(w[0], r);
+        for (int t = 1; t <= r; ++t) {
+            EXPECT_LE(w[t], w[t - 1]) << "r " << r << " t " << t;
+            EXPECT_LE(w[t] * w[t] + t * t, (r + 1) * (r + 1)) << "r " << r << " t " << t;
+        }
+    }
+}
+
+// Brute-force inside test of a convex quadrilateral given in boundary order, widened by
+// `margin`: every edge's outward distance of p is at most margin.
+bool InsideConvex(const std::array<point2d, 4>& quad, point2d p, double margin) {
+    double orientation = 0;
+    for (int i = 0; i < 4; ++i) {
+        const point2d a = quad[i], b = quad[(i + 1) % 4];
+        orientation += a.x * b.y - b.x * a.y;
+    }
+    for (int i = 0; i < 4; ++i) {
+        const point2d a = quad[i], b = quad[(i + 1) % 4];
+        const double length = std::hypot(b.x - a.x, b.y - a.y);
+        if (length == 0)
+            continue;
+        const double cross = (b.x - a.x) * (p.y - a.y) - (b.y - a.y) * (p.x - a.x);
+        const double inward = (orientation > 0 ? cross : -cross) / length;
+        if (inward < -margin)
+            return false;
+    }
+    return true;
+}
+
+class StrokeTest : public ::testing::Test {
+  protected:
+    static constexpr int kSize = 64;
+    // Cell positions within this distance of the band's boundary may go either way.
+    static constexpr double kBoundaryMargin = 1.0;
+
+    PixelGrid grid{kSize, kSize, 1.0, false};
+
+    // The band's corners: each endpoint offset perpendicular to the direction lengthened by one
+    // pixel per axis, the offset scaled to the radius in single precision.
+    static std::array<point2d, 4> Band(point2i a, point2i b, int r) {
+        const int ex = b.x - a.x >= 1 ? b.x - a.x + 1 : b.x - a.x - 1;
+        const int ey = b.y - a.y >= 1 ? b.y - a.y + 1 : b.y - a.y - 1;
+        const float s = float(r) / std::sqrt(float(ex * ex + ey * ey));
+        const int ox = int(ex > 0 ? ex * s + 0.5 : ex * s - 0.5);
+        const int oy = int(ey > 0 ? ey * s + 0.5 : ey * s - 0.5);
+        return {point2d{double(a.x + oy), double(a.y - ox)},
+                point2d{double(b.x + oy), double(b.y - ox)},
+                point2d{double(b.x - oy), double(b.y + ox)},
+                point2d{double(a.x - oy), double(a.y + ox)}};
+    }
+};
+
+TEST_F(StrokeTest, OffsetComesFromTheLengthenedDirection) {
+    // dx = 3, dy = 4 at radius 7: (ex, ey) = (4, 5) gives the offset (4, 5); the unlengthened
+    // direction would give (4, 6).
+    DrawStroke(grid, point2i{20, 20}, point2i{23, 24}, 7);
+    int lowRow = kSize, highRow = -1, left = kSize, right = -1;
+    for (int row = 0; row < kSize; ++row) {
+        const auto [first, last] = RowExtent(grid, row);
+        if (first > last)
+            continue;
+        lowRow = std::min(lowRow, row);
+        highRow = std::max(highRow, row);
+        left = std::min(left, first);
+        right = std::max(right, last);
+    }
+    EXPECT_EQ(lowRow, 16);
+    EXPECT_EQ(highRow, 28);
+    EXPECT_EQ(left, 15);
+    EXPECT_EQ(right, 28);
+}
+
+TEST_F(StrokeTest, AxisParallelStrokesAreBlocks) {
+    DrawStroke(grid, point2i{10, 30}, point2i{10, 20}, 3);
+    DrawStroke(grid, point2i{40, 50}, point2i{30, 50}, 2);
+    for (int row = 0; row < kSize; ++row)
+        for (int x = 0; x < kSize; ++x) {
+            const bool vertical = row >= 20 && row <= 30 && x >= 7 && x <= 13;
+            const bool horizontal = row >= 48 && row <= 52 && x >= 30 && x <= 40;
+            EXPECT_EQ(grid.At(row, x), vertical || horizontal) << row << "," << x;
+        }
+}
+
+TEST_F(StrokeTest, RandomStrokesFillTheirBandRowByRow) {
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> coordinate(16, 47), radius(0, 12);
+    for (int trial = 0; trial < 300; ++trial) {
+        PixelGrid stroke(kSize, kSize, 1.0, false);
+        const point2i a{coordinate(random), coordinate(random)};
+        const point2i b{coordinate(random), coordinate(random)};
+        const int r = radius(random);
+        if (a.x == b.x || a.y == b.y)
+            continue;
+        DrawStroke(stroke, a, b, r);
+        const std::array<point2d, 4> band = Band(a, b, r);
+        double lowY = band[0].y, highY = band[0].y;
+        for (const point2d& corner : band) {
+            lowY = std::min(lowY, corner.y);
+            highY = std::max(highY, corner.y);
+        }
+        for (int row = 0; row < kSize; ++row) {
+            const auto [first, last] = RowExtent(stroke, row);
+            EXPECT_EQ(first <= last, row >= lowY && row <= highY) << trial << " row " << row;
+            for (int x = 0; x < kSize; ++x) {
+                const point2d cell{double(x), double(row)};
+                const bool set = stroke.At(row, x);
+                // Rows are single runs; the run holds the band's inner cells and stays within
+                // a pixel of it.
+                EXPECT_EQ(set, x >= first && x <= last) << trial << " row " << row;
+                if (set)
+                    EXPECT_TRUE(InsideConvex(band, cell, kBoundaryMargin)) << trial;
+                else
+                    EXPECT_FALSE(InsideConvex(band, cell, -kBoundaryMargin)) << trial;
+            }
+        }
+    }
+}
+
+TEST_F(StrokeTest, RightEndBeyondTheGridIsClampedToTheLastColumn) {
+    PixelGrid narrow(8, 8, 1.0, false);
+    DrawStroke(narrow, point2i{4, 1}, point2i{12, 1}, 1);
+    for (int row = 0; row < 8; ++row)
+        for (int x = 0; x < 8; ++x)
+            EXPECT_EQ(narrow.At(row, x), row <= 2 && x >= 4) << row << "," << x;
+}
+
+class BrushPathTest : public ::testing::Test {
+  protected:
+    PixelGrid painted{40, 40, 1.0, false};
+    PixelGrid expected{40, 40, 1.0, false};
+};
+
+TEST_F(BrushPathTest, OnePointIsOneDiscAtTheTruncatedPoint) {
+    const point2d path[] = {{20.9, 18.6}};
+    PaintBrushPath(painted, path, 1, 6);
+    StampDisc(expected, DiscHalfWidths(6), point2i{20, 18});
+    EXPECT_EQ(Cells(painted), Cells(expected));
+}
+
+TEST_F(BrushPathTest, RepeatedPointDrawsNoStroke) {
+    const point2d path[] = {{20.2, 18.0}, {20.7, 18.9}};
+    PaintBrushPath(painted, path, 2, 6);
+    StampDisc(expected, DiscHalfWidths(6), point2i{20, 18});
+    EXPECT_EQ(Cells(painted), Cells(expected));
+}
+
+TEST_F(BrushPathTest, PathIsDiscsJoinedByStrokes) {
+    const point2d path[] = {{8, 8}, {30, 12}, {25, 31}};
+    PaintBrushPath(painted, path, 3, 4);
+    const std::vector<std::int32_t> disc = DiscHalfWidths(4);
+    for (const point2d& p : path)
+        StampDisc(expected, disc, point2i{int(p.x), int(p.y)});
+    DrawStroke(expected, point2i{8, 8}, point2i{30, 12}, 4);
+    DrawStroke(expected, point2i{30, 12}, point2i{25, 31}, 4);
+    EXPECT_EQ(Cells(painted), Cells(expected));
+}
+
+class RasterBuildTest : public ::testing::Test {
+  protected:
+    const std::vector<point2d> polygon = {{2.5, 1.5}, {17.5, 4.5}, {9.5, 13.5}};
+    const std::vector<point2d> path = {{6, 6}, {14, 9}};
+};
+
+TEST_F(RasterBuildTest, DepthEntriesStartFarthestWithNoTriangle) {
+    _DepthRaster raster;
+    ASSERT_TRUE(_BuildPolygonDepthRaster(raster, 20, 15, polygon.data(), polygon.size()));
+    ASSERT_TRUE(raster.m_depth && raster.m_rowSpans && raster.m_region);
+    for (int cell = 0; cell < 20 * 15; ++cell) {
+        std::uint32_t bits;
+        std::memcpy(&bits, &raster.m_depth[cell].depth, sizeof bits);
+        EXPECT_EQ(bits, 0xFF7FFFFFu);
+        EXPECT_EQ(raster.m_depth[cell].triangle, nullptr);
+    }
+    EXPECT_EQ(raster.m_width, 20);
+    EXPECT_EQ(raster.m_height, 15);
+}
+
+TEST_F(RasterBuildTest, PolygonRegionIsTheScanConvertedPolygon) {
+    _DepthRaster depth;
+    _RegionRaster region;
+    ASSERT_TRUE(_BuildPolygonDepthRaster(depth, 20, 15, polygon.data(), polygon.size()));
+    ASSERT_TRUE(_BuildPolygonRegionRaster(region, 20, 15, polygon.data(), polygon.size()));
+    const PixelGrid expected(polygon, 20, 15, 1.0, false);
+    EXPECT_EQ(Cells(*depth.m_region), Cells(expected));
+    EXPECT_EQ(Cells(*region.m_region), Cells(expected));
+    EXPECT_GT(CountSet(expected), 0);
+}
+
+TEST_F(RasterBuildTest, BrushRegionIsThePaintedPath) {
+    _DepthRaster depth;
+    _RegionRaster region;
+    ASSERT_TRUE(_BuildBrushDepthRaster(depth, 24, 18, path.data(), path.size(), 3));
+    ASSERT_TRUE(_BuildBrushRegionRaster(region, 24, 18, path.data(), path.size(), 3));
+    PixelGrid expected(24, 18, 1.0, false);
+    PaintBrushPath(expected, path.data(), path.size(), 3);
+    EXPECT_EQ(Cells(*depth.m_region), Cells(expected));
+    EXPECT_EQ(Cells(*region.m_region), Cells(expected));
+    ASSERT_TRUE(region.m_rowSpans);
+}
+
+TEST_F(RasterBuildTest, OversizedRasterIsRefusedWithBuffersReleased) {
+    _DepthRaster depth;
+    _RegionRaster region;
+    ASSERT_TRUE(_BuildPolygonDepthRaster(depth, 20, 15, polygon.data(), polygon.size()));
+    ASSERT_TRUE(_BuildBrushRegionRaster(region, 24, 18, path.data(), path.size(), 3));
+
+    EXPECT_FALSE(_BuildBrushDepthRaster(depth, 65536, 32768, path.data(), path.size(), 3));
+    EXPECT_FALSE(depth.m_depth || depth.m_region || depth.m_rowSpans);
+    EXPECT_EQ(depth.m_width, 65536);
+    EXPECT_EQ(depth.m_height, 32768);
+
+    EXPECT_FALSE(_BuildPolygonRegionRaster(region, 65536, 32768, polygon.data(), polygon.size()));
+    EXPECT_FALSE(region.m_region || region.m_rowSpans);
+    EXPECT_EQ(region.m_width, 65536);
+    EXPECT_EQ(region.m_height, 32768);
+}
+
+TEST_F(RasterBuildTest, SizesNoGridCanHoldAreRefused) {
+    _RegionRaster region;
+    EXPECT_FALSE(_BuildPolygonRegionRaster(region, 20, -1, polygon.data(), polygon.size()));
+    EXPECT_FALSE(_BuildPolygonRegionRaster(region, 0x80000000u, 0, polygon.data(), 3));
+    EXPECT_FALSE(region.m_region);
+}
+
+}  // namespace
