@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "stl_base.h"
-#include "vector_math.h"
 
 namespace {
 
@@ -62,9 +61,12 @@ double dihedralDegrees(const MStlTriangle& a, const MStlTriangle& b) {
     const point3d n = a.GetNormal(), m = b.GetNormal();
     const point3d cross{n.y * m.z - n.z * m.y, n.z * m.x - n.x * m.z, n.x * m.y - n.y * m.x};
     const double dot = n.x * m.x + n.y * m.y + n.z * m.z;
-    if (dot == 0.0 && VelSDK::Math::Length(cross) == 0.0)
+    // Both are unit vectors, so the plain length cannot overflow; the scaled Length would
+    // turn a zero cross product into the smallest positive double.
+    const double sine = std::sqrt(cross.x * cross.x + cross.y * cross.y + cross.z * cross.z);
+    if (dot == 0.0 && sine == 0.0)
         return NAN;
-    return std::atan2(VelSDK::Math::Length(cross), dot) * kDegreesPerRadian;
+    return std::atan2(sine, dot) * kDegreesPerRadian;
 }
 
 bool isFeatureEdge(const MeshEdge& edge, double minDihedralDegrees, bool includeSurfaceBorders) {

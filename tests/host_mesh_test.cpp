@@ -1,0 +1,385 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "element_info.h"
+#include "feature_graphs.h"
+#include "mark_triangles.h"
+#include "named_mask.h"
+#include "stl_base.h"
+
+namespace {
+
+using VelSDK::Math::point3d;
+using Corner = std::array<int, 3>;
+
+MStlTriangle* addTriangle(MStlSurface& surface, Corner a, Corner b, Corner c) {
+    return surface.AddTriangle(a[0], a[1], a[2], b[0], b[1], b[2], c[0], c[1], c[2]);
+}
+
+// Quad a, b, c, d (counter-clockwise seen from outside) as triangles (a, b, c), (a, c, d).
+void addQuad(MStlSurface& surface, Corner a, Corner b, Corner c, Corner d) {
+    addTriangle(surface, a, b, c);
+    addTriangle(surface, a, c, d);
+}
+
+// A cube of edge `s` with outward normals, 12 triangles on one surface.
+void addCube(MStlBase& stl, int s) {
+    MStlSurface& f = *stl.AddSurface(nullptr);
+    addQuad(f, {0, 0, 0}, {0, s, 0}, {s, s, 0}, {s, 0, 0});
+    addQuad(f, {0, 0, s}, {s, 0, s}, {s, s, s}, {0, s, s});
+    addQuad(f, {0, 0, 0}, {s, 0, 0}, {s, 0, s}, {0, 0, s});
+    addQuad(f, {0, s, 0}, {0, s, s}, {s, s, s}, {s, s, 0});
+    addQuad(f, {0, 0, 0}, {0, 0, s}, {0, s, s}, {0, s, 0});
+    addQuad(f, {s, 0, 0}, {s, s, 0}, {s, s, s}, {s, 0, s});
+}
+
+// Triangle i of a strip of distinct triangles, for meshes that cross mask block boundaries.
+MStlTriangle* addNumberedTriangle(MStlSurface& surface, int i) {
+    return addTriangle(surface, {i, 0, 0}, {i, 1, 0}, {i, 0, 1});
+}
+
+double dot(const point3d& a, const point3d& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+
+// ---- Masks ----
+
+class MaskTest : public ::testing::Test {
+  protected:
+    MStlBase stl;
+    MStlSurface& surface = *stl.AddSurface(nullptr);
+};
+
+TEST_F(MaskTest, GrowsInStepAcrossBlockBoundary) {
+    using Mask = MDataMask<MStlTriangle, int>;
+    Mask mask(stl.GetMasks(), -1);
+    for (int i = 0; i < 1025; ++i) {
+        MStlTriangle* triangle = addNumberedTriangle(surface, i);
+        EXPECT_EQ(mask.GetInfo(*triangle), -1);
+        mask.SetInfo(*triangle, i);
+        if (i + 1 == 1023 || i + 1 == 1024 || i + 1 == 1025) {
+            EXPECT_EQ(mask.Size(), stl.GetNumberOfTriangles());
+        }
+    }
+    for (int i = 0; i < 1025; ++i)
+        EXPECT_EQ(mask.GetInfo(stl.GetTriangle(i)), i);
+    EXPECT_EQ(Mask::kBlockSize, 1024u);
+}
+
+TEST_F(MaskTest, CopySwapAndCopyFromAcrossBlocks) {
+    MDataMask<MStlTriangle, int> mask(stl.GetMasks(), 0), copy(stl.GetMasks(), 0);
+    for (int i = 0; i < 1100; ++i)
+        mask.SetInfo(*addNumberedTriangle(surface, i), i * 10);
+    mask.CopyInfo(stl.GetTriangle(5), stl.GetTriangle(1030));
+    EXPECT_EQ(mask.GetInfo(stl.GetTriangle(1030)), 50);
+    mask.CopyInfo(std::size_t{1099}, std::size_t{6});
+    EXPECT_EQ(mask[6], 10990);
+    mask.SwapInfo(stl.GetTriangle(0), stl.GetTriangle(1099));
+    EXPECT_EQ(mask[0], 10990);
+    EXPECT_EQ(mask[1099], 0);
+    mask.SwapInfo(std::size_t{0}, std::size_t{1099});
+    EXPECT_EQ(mask[0], 0);
+    copy.CopyFrom(mask);
+    for (std::size_t i = 0; i < 1100; ++i)
+        EXPECT_EQ(copy[i], mask[i]);
+    mask._SetDefault(1050);
+    EXPECT_EQ(mask[1050], 0);
+    EXPECT_EQ(copy[1050], 10500);
+}
+
+TEST_F(MaskTest, LateMaskStartsWithDefaultForEveryElement) {
+    for (int i = 0; i < 1500; ++i)
+        addNumberedTriangle(surface, i);
+    MDataMask<MStlPoint, float> pointMask(stl.GetMasks(), 2.5f);
+    MDataMask<MStlTriangle, unsigned char> triangleMask(stl.GetMasks(), 9);
+    ASSERT_EQ(pointMask.Size(), stl.GetNumberOfPoints());
+    ASSERT_EQ(triangleMask.Size(), 1500u);
+    for (const MStlPoint& p : stl.Vertices())
+        EXPECT_EQ(pointMask.GetInfo(p), 2.5f);
+    for (const MStlTriangle& t : stl.Triangles())
+        EXPECT_EQ(triangleMask.GetInfo(t), 9);
+}
+
+TEST_F(MaskTest, MasksUnregisterOnDestruction) {
+    const std::size_t before = stl.GetMasks().GetNumberOfMasks();
+    {
+        MDataMask<MStlTriangle, int> mask(stl.GetMasks(), 0);
+        EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before + 1);
+    }
+    EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before);
+    addNumberedTriangle(surface, 0);  // would touch a dangling mask if it were still registered
+}
+
+TEST(MaskLifetimeTest, MaskOutlivingItsMeshIsDetachedAndKeepsValues) {
+    auto stl = std::make_unique<MStlBase>();
+    MStlSurface& surface = *stl->AddSurface(nullptr);
+    auto mask = std::make_unique<MDataMask<MStlTriangle, int>>(stl->GetMasks(), 4);
+    mask->SetInfo(*addNumberedTriangle(surface, 0), 11);
+    stl.reset();
+    EXPECT_EQ(mask->GetOwner(), nullptr);
+    EXPECT_EQ((*mask)[0], 11);
+    EXPECT_EQ(mask->Size(), 1u);
+    mask.reset();  // must not unregister from the dead mesh
+}
+
+TEST(MaskLifetimeTest, NamedMaskDeleterAfterMeshDeath) {
+    auto stl = std::make_unique<MStlBase>();
+    auto* mask = MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
+        stl.get(), L"late");
+    ASSERT_NE(mask, nullptr);
+    stl.reset();
+    VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>()(
+        mask);
+}
+
+// ---- Mesh, surfaces, triangles ----
+
+TEST(MeshTest, EqualCoordinatesShareOneVertex) {
+    MStlBase stl;
+    MStlSurface& a = *stl.AddSurface(nullptr);
+    MStlSurface& b = *stl.AddSurface(nullptr);
+    MStlTriangle* t0 = addTriangle(a, {0, 0, 0}, {5, 0, 0}, {0, 5, 0});
+    MStlTriangle* t1 = addTriangle(b, {5, 0, 0}, {0, 5, 0}, {5, 5, -2});
+    EXPECT_EQ(stl.GetNumberOfPoints(), 4u);
+    EXPECT_EQ(t0->GetPoint(1), t1->GetPoint(0));
+    EXPECT_EQ(t0->GetPoint(2), t1->GetPoint(1));
+    EXPECT_EQ(stl.FindPoint(5, 5, -2), t1->GetPoint(2));
+    EXPECT_EQ(stl.FindPoint(5, 5, 2), nullptr);
+    EXPECT_EQ(t1->GetSurface(), &b);
+    EXPECT_EQ(&stl.GetTriangle(1), t1);
+}
+
+TEST(MeshTest, SurfaceIteratorVisitsTreeDepthFirstOnce) {
+    MStlBase stl;
+    MStlSurface* a = stl.AddSurface(nullptr);
+    MStlSurface* a1 = stl.AddSurface(a);
+    MStlSurface* b = stl.AddSurface(nullptr);
+    MStlSurface* a1x = stl.AddSurface(a1);
+    MStlSurface* a2 = stl.AddSurface(a);
+    MStlSurface* b1 = stl.AddSurface(b);
+    const std::vector<MStlSurface*> expected = {a, a1, a1x, a2, b, b1};
+
+    std::vector<MStlSurface*> visited;
+    for (auto it = MStlIteratorFeatureSurface::Begin(&stl);
+         it != MStlIteratorFeatureSurface::End(&stl); it._GoToNextSubFeature())
+        visited.push_back(&*it);
+    EXPECT_EQ(visited, expected);
+
+    visited.clear();
+    for (MStlSurface& s : stl.Surfaces())
+        visited.push_back(&s);
+    EXPECT_EQ(visited, expected);
+
+    MStlBase empty;
+    EXPECT_FALSE(MStlIteratorFeatureSurface::Begin(&empty));
+}
+
+TEST(MeshTest, NormalIsUnitAndFollowsRightHandRule) {
+    MStlBase stl;
+    MStlSurface& s = *stl.AddSurface(nullptr);
+    EXPECT_EQ(addTriangle(s, {0, 0, 0}, {10, 0, 0}, {0, 10, 0})->GetNormal(), (point3d{0, 0, 1}));
+    EXPECT_EQ(addTriangle(s, {0, 0, 0}, {0, 10, 0}, {10, 0, 0})->GetNormal(), (point3d{0, 0, -1}));
+    EXPECT_EQ(addTriangle(s, {0, 0, 0}, {1, 1, 1}, {2, 2, 2})->GetNormal(), (point3d{0, 0, 0}));
+
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> coordinate(-100000, 100000);
+    auto corner = [&] {
+        return Corner{coordinate(random), coordinate(random), coordinate(random)};
+    };
+    for (int i = 0; i < 200; ++i) {
+        const MStlTriangle& t = *addTriangle(s, corner(), corner(), corner());
+        const point3d a = t.GetVertex(0), b = t.GetVertex(1), c = t.GetVertex(2);
+        const point3d u{b.x - a.x, b.y - a.y, b.z - a.z}, v{c.x - a.x, c.y - a.y, c.z - a.z};
+        const point3d n = t.GetNormal();
+        EXPECT_NEAR(dot(n, n), 1.0, 1e-12);
+        EXPECT_NEAR(dot(n, u) / std::sqrt(dot(u, u)), 0.0, 1e-9);
+        EXPECT_NEAR(dot(n, v) / std::sqrt(dot(v, v)), 0.0, 1e-9);
+        // Counter-clockwise about n: the turn from u to v is positive about n.
+        const point3d uxv{u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x};
+        EXPECT_GT(dot(n, uxv), 0.0);
+    }
+}
+
+TEST(MeshTest, ElementInfoExistsOnlyOnceCreated) {
+    MStlBase stl;
+    addCube(stl, 10);
+    MStlGraph* graph = AddSharpEdgeGraph(stl, 30.0, false);
+    EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(&stl, false), nullptr);
+    EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(nullptr, true), nullptr);
+    auto* info = MStlBaseElementInfoStlDependency::GetDependency(&stl, true);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(&stl, false), info);
+    const MStlGraphEdge& edge = *graph->GraphEdges().begin();
+    EXPECT_EQ(info->GetEdgeThickness(edge).first, 0);
+    info->SetEdgeThickness(edge, {4, 6});
+    EXPECT_EQ(info->GetEdgeThickness(edge).second, 6);
+}
+
+TEST(MeshTest, NamedMaskNameIsTakenUntilDeleted) {
+    using Named = MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>;
+    const VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>
+        release;
+    MStlBase stl;
+    EXPECT_EQ(Named::Create(nullptr, L"x"), nullptr);
+    MStlScalarMaskGraphEdges* first = Named::Create(&stl, L"filtered_by_planes");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Named::Create(&stl, L"filtered_by_planes"), nullptr);
+    MStlScalarMaskGraphEdges* other = Named::Create(&stl, L"other");
+    ASSERT_NE(other, nullptr);
+    release(first);
+    MStlScalarMaskGraphEdges* again = Named::Create(&stl, L"filtered_by_planes");
+    EXPECT_NE(again, nullptr);
+    release(again);
+    release(other);
+    EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), 0u);
+}
+
+TEST(MeshTest, MarkingSinkMarksInItsMaskNotOnTheTriangle) {
+    MStlBase stl;
+    addCube(stl, 10);
+    MStlMarkTrianglesByMasks sink(stl);
+    IStlMarkTriangles& asInterface = sink;
+    asInterface.Mark(stl.GetTriangle(3));
+    asInterface.Mark(stl.GetTriangle(7));
+    asInterface.Unmark(stl.GetTriangle(7));
+    EXPECT_TRUE(sink.IsMarked(stl.GetTriangle(3)));
+    EXPECT_FALSE(sink.IsMarked(stl.GetTriangle(7)));
+    EXPECT_EQ(sink.GetNumberOfMarked(), 1u);
+    for (const MStlTriangle& t : stl.Triangles())
+        EXPECT_FALSE(t.IsMarked());
+}
+
+// ---- Sharp-edge graphs ----
+
+constexpr double kDegrees = 180.0 / 3.14159265358979323846;
+
+using VertexPair = std::pair<const MStlPoint*, const MStlPoint*>;
+
+VertexPair unordered(const MStlPoint* a, const MStlPoint* b) {
+    return std::minmax(a, b);
+}
+
+std::vector<VertexPair> graphEdges(const MStlGraph& graph) {
+    std::vector<VertexPair> edges;
+    for (const MStlGraphEdge& e : graph.GraphEdges())
+        edges.push_back({e.GetVertex(0), e.GetVertex(1)});
+    return edges;
+}
+
+// Independent oracle: for every pair of vertices, the triangles that contain both.
+std::set<VertexPair> bruteForceSharpEdges(MStlBase& stl, double degrees, bool borders) {
+    std::set<VertexPair> result;
+    std::vector<const MStlPoint*> points;
+    for (const MStlPoint& p : stl.Vertices())
+        points.push_back(&p);
+    for (std::size_t i = 0; i < points.size(); ++i)
+        for (std::size_t j = i + 1; j < points.size(); ++j) {
+            std::vector<const MStlTriangle*> users;
+            for (const MStlTriangle& t : stl.Triangles()) {
+                int hits = 0;
+                for (std::size_t k = 0; k < 3; ++k)
+                    hits += t.GetPoint(k) == points[i] || t.GetPoint(k) == points[j];
+                if (hits == 2)
+                    users.push_back(&t);
+            }
+            bool sharp = users.size() > 2 || (borders && users.size() == 1);
+            if (users.size() == 2) {
+                const point3d n0 = users[0]->GetNormal(), n1 = users[1]->GetNormal();
+                const bool hasAngle = dot(n0, n0) > 0.0 && dot(n1, n1) > 0.0;
+                const double angle = std::acos(std::clamp(dot(n0, n1), -1.0, 1.0)) * kDegrees;
+                sharp = (hasAngle && angle > degrees) ||
+                        (borders && users[0]->GetSurface() != users[1]->GetSurface());
+            }
+            if (sharp)
+                result.insert(unordered(points[i], points[j]));
+        }
+    return result;
+}
+
+TEST(SharpEdgeGraphTest, CubeHasTwelveSharpEdgesAndSixFlatDiagonals) {
+    MStlBase stl;
+    addCube(stl, 10);
+    EXPECT_EQ(AddSharpEdgeGraph(stl, 30.0, false)->GetNumberOfEdges(), 12u);
+    EXPECT_EQ(AddSharpEdgeGraph(stl, 0.0, false)->GetNumberOfEdges(), 12u);   // diagonals: 0°
+    EXPECT_EQ(AddSharpEdgeGraph(stl, -1.0, false)->GetNumberOfEdges(), 18u);  // every edge
+    EXPECT_EQ(AddSharpEdgeGraph(stl, 90.0, true)->GetNumberOfEdges(), 0u);    // closed, 90°
+    for (const MStlGraphEdge& e : stl.GetGraphs()[0]->GraphEdges()) {
+        int differingAxes = 0;
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            differingAxes += (*e.GetVertex(0))[axis] != (*e.GetVertex(1))[axis];
+        EXPECT_EQ(differingAxes, 1);  // a cube edge, not a face diagonal
+        EXPECT_EQ(e.GetGraph(), stl.GetGraphs()[0].get());
+    }
+}
+
+TEST(SharpEdgeGraphTest, EdgesComeOnceInOrderOfFirstAppearance) {
+    MStlBase stl;
+    MStlSurface& s = *stl.AddSurface(nullptr);
+    addQuad(s, {0, 0, 0}, {10, 0, 0}, {10, 10, 0}, {0, 10, 0});
+    const std::vector<VertexPair> edges = graphEdges(*AddSharpEdgeGraph(stl, 0.0, true));
+    auto p = [&](int x, int y) { return stl.FindPoint(x, y, 0); };
+    const std::vector<VertexPair> expected = {
+        {p(0, 0), p(10, 0)}, {p(10, 0), p(10, 10)}, {p(10, 10), p(0, 10)}, {p(0, 10), p(0, 0)}};
+    EXPECT_EQ(edges, expected);
+}
+
+TEST(SharpEdgeGraphTest, SurfaceBordersAndNonManifoldEdges) {
+    MStlBase stl;
+    MStlSurface& a = *stl.AddSurface(nullptr);
+    MStlSurface& b = *stl.AddSurface(nullptr);
+    addTriangle(a, {0, 0, 0}, {10, 0, 0}, {0, 10, 0});
+    addTriangle(b, {10, 0, 0}, {10, 10, 0}, {0, 10, 0});  // coplanar, other surface
+    EXPECT_EQ(AddSharpEdgeGraph(stl, 10.0, false)->GetNumberOfEdges(), 0u);
+    EXPECT_EQ(AddSharpEdgeGraph(stl, 10.0, true)->GetNumberOfEdges(), 5u);
+
+    MStlBase fins;
+    MStlSurface& f = *fins.AddSurface(nullptr);
+    for (Corner tip : {Corner{5, 10, 0}, Corner{5, -10, 0}, Corner{5, 0, 10}})
+        addTriangle(f, {0, 0, 0}, {10, 0, 0}, tip);
+    const std::vector<VertexPair> edges = graphEdges(*AddSharpEdgeGraph(fins, 179.0, false));
+    ASSERT_EQ(edges.size(), 1u);
+    EXPECT_EQ(unordered(edges[0].first, edges[0].second),
+              unordered(fins.FindPoint(0, 0, 0), fins.FindPoint(10, 0, 0)));
+}
+
+TEST(SharpEdgeGraphTest, MatchesBruteForceOnRandomMeshes) {
+    std::mt19937 random(11);
+    std::uniform_int_distribution<int> coordinate(0, 3);
+    for (int trial = 0; trial < 20; ++trial) {
+        MStlBase stl;
+        MStlSurface* surfaces[2] = {stl.AddSurface(nullptr), stl.AddSurface(nullptr)};
+        auto corner = [&] {
+            return Corner{coordinate(random), coordinate(random), coordinate(random)};
+        };
+        for (int i = 0; i < 30; ++i) {
+            const Corner a = corner(), b = corner(), c = corner();
+            if (a != b && b != c && a != c)
+                addTriangle(*surfaces[i % 2], a, b, c);
+        }
+        for (double degrees : {-1.0, 25.0, 50.0, 100.0, 150.0})  // off the common exact angles
+            for (bool borders : {false, true}) {
+                const std::vector<VertexPair> edges =
+                    graphEdges(*AddSharpEdgeGraph(stl, degrees, borders));
+                std::set<VertexPair> got;
+                for (const VertexPair& e : edges)
+                    got.insert(unordered(e.first, e.second));
+                EXPECT_EQ(got.size(), edges.size()) << "an edge appears twice";
+                EXPECT_EQ(got, bruteForceSharpEdges(stl, degrees, borders));
+            }
+    }
+}
+
+TEST(SharpEdgeGraphTest, NanThresholdIsRejected) {
+    MStlBase stl;
+    EXPECT_THROW(AddSharpEdgeGraph(stl, NAN, false), std::invalid_argument);
+    EXPECT_TRUE(stl.GetGraphs().empty());
+}
+
+}  // namespace
