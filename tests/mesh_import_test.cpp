@@ -1,0 +1,270 @@
+#include "mesh_import.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "internal_units.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using velpick::ImportMesh;
+using velpick::MeshImportError;
+using Corner = std::array<int, 3>;
+using Triangle = std::array<Corner, 3>;
+
+// Little builders for binary files.
+template <class T>
+void append(std::string& bytes, T value, bool bigEndian = false) {
+    char raw[sizeof(T)];
+    std::memcpy(raw, &value, sizeof(T));
+    if (bigEndian)
+        std::reverse(raw, raw + sizeof(T));
+    bytes.append(raw, sizeof(T));
+}
+
+std::string binaryStl(const std::vector<std::array<float, 9>>& facets) {
+    std::string bytes(80, ' ');
+    append<std::uint32_t>(bytes, static_cast<std::uint32_t>(facets.size()));
+    for (const auto& facet : facets) {
+        for (int i = 0; i < 3; ++i)
+            append<float>(bytes, 0.0f);  // normal, unused
+        for (float v : facet)
+            append<float>(bytes, v);
+        append<std::uint16_t>(bytes, 0);
+    }
+    return bytes;
+}
+
+class MeshImportTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        m_savedUnits = VelSDK::Common::MInternalUnits::Get();
+        VelSDK::Common::MInternalUnits::Set(1.0);
+        const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+        m_dir = fs::temp_directory_path() / (std::string("mesh_import_test_") + test->name() + "_" +
+                                             std::to_string(std::random_device()()));
+        fs::create_directories(m_dir);
+    }
+    void TearDown() override {
+        VelSDK::Common::MInternalUnits::Set(m_savedUnits);
+        fs::remove_all(m_dir);
+    }
+
+    fs::path write(const std::string& name, const std::string& bytes) {
+        const fs::path path = m_dir / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return path;
+    }
+
+    static Triangle triangle(const MStlBase& mesh, std::size_t i) {
+        Triangle corners;
+        for (std::size_t k = 0; k < 3; ++k) {
+            const MStlPoint& p = *mesh.GetTriangle(i).GetPoint(k);
+            corners[k] = {p[0], p[1], p[2]};
+        }
+        return corners;
+    }
+
+    static void expectTriangles(const MStlBase& mesh, const std::vector<Triangle>& expected) {
+        ASSERT_EQ(mesh.GetNumberOfTriangles(), expected.size());
+        for (std::size_t i = 0; i < expected.size(); ++i)
+            EXPECT_EQ(triangle(mesh, i), expected[i]) << "triangle " << i;
+    }
+
+    // The import fails with "<file>: ..." and the reason mentions `fragment`.
+    void expectFailure(const fs::path& file, const std::string& fragment) {
+        try {
+            ImportMesh(file);
+            ADD_FAILURE() << file << " imported";
+        } catch (const MeshImportError& error) {
+            const std::string message = error.what();
+            EXPECT_EQ(message.rfind(file.string() + ": ", 0), 0u) << message;
+            EXPECT_NE(message.find(fragment), std::string::npos) << message;
+        }
+    }
+
+    fs::path m_dir;
+    double m_savedUnits = 1.0;
+};
+
+const Corner o{0, 0, 0}, x{1, 0, 0}, xy{1, 1, 0}, y{0, 1, 0}, z{0, 0, 1};
+
+TEST_F(MeshImportTest, AsciiStlKeepsFacetOrderAndMergesVertices) {
+    const std::string facet1 =
+        "facet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\n"
+        "vertex 1 1 0\nendloop\nendfacet\n";
+    const std::string facet2 =
+        "facet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 1 0\n"
+        "vertex 0 1 0\nendloop\nendfacet\n";
+    const auto mesh = ImportMesh(write("two.stl", "solid t\n" + facet1 + facet2 + "endsolid t\n"));
+    expectTriangles(*mesh, {{o, x, xy}, {o, xy, y}});
+    EXPECT_EQ(mesh->GetNumberOfPoints(), 4u);
+    EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
+}
+
+TEST_F(MeshImportTest, BinaryStlKeepsFacetOrder) {
+    const auto mesh = ImportMesh(write("three.STL", binaryStl({{0, 0, 0, 1, 0, 0, 0, 0, 1},
+                                                               {0, 0, 0, 1, 1, 0, 1, 0, 0},
+                                                               {0, 0, 0, 0, 1, 0, 1, 1, 0}})));
+    expectTriangles(*mesh, {{o, x, z}, {o, xy, x}, {o, y, xy}});
+}
+
+TEST_F(MeshImportTest, TruncatedBinaryStlFails) {
+    std::string bytes = binaryStl({{0, 0, 0, 1, 0, 0, 0, 0, 1}, {0, 0, 0, 1, 1, 0, 1, 0, 0}});
+    bytes.resize(bytes.size() - 7);
+    expectFailure(write("cut.stl", bytes), "bytes");
+}
+
+TEST_F(MeshImportTest, ObjGroupsBecomeSurfacesAndFacesKeepFileOrder) {
+    write("m.mtl", "newmtl red\nKd 1 0 0\nnewmtl blue\nKd 0 0 1\n");
+    const auto mesh = ImportMesh(write("groups.obj",
+                                       "mtllib m.mtl\n"
+                                       "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\n"
+                                       "g a\nusemtl red\nf 1 2 3 4\n"
+                                       "usemtl blue\nf 1 2 5\n"
+                                       "g b\nf 2/1 3/1 5/1\n"
+                                       "g a\nusemtl red\nf -5 -1 -2\n"));
+    // The quad is fanned in place into triangles 0 and 1.
+    expectTriangles(*mesh, {{o, x, xy}, {o, xy, y}, {o, x, z}, {x, xy, z}, {o, z, y}});
+    ASSERT_EQ(mesh->GetTopSurfaces().size(), 2u);
+    const MStlSurface* a = mesh->GetTopSurfaces()[0].get();
+    const MStlSurface* b = mesh->GetTopSurfaces()[1].get();
+    const std::vector<const MStlSurface*> expected = {a, a, a, b, a};
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(mesh->GetTriangle(i).GetSurface(), expected[i]) << "triangle " << i;
+    EXPECT_EQ(a->GetNumberOfTriangles(), 4u);
+}
+
+TEST_F(MeshImportTest, ObjPointsAndLinesAreErrors) {
+    const std::string vertices = "v 0 0 0\nv 1 0 0\nv 1 1 0\n";
+    expectFailure(write("line.obj", vertices + "f 1 2 3\nl 1 2 3\n"), "face 1 has 2 vertices");
+    expectFailure(write("short.obj", vertices + "f 1 2\n"), "face 0 has 2 vertices");
+    expectFailure(write("range.obj", vertices + "f 1 2 4\n"), "range");
+}
+
+TEST_F(MeshImportTest, AsciiPlyWithExtraPropertiesAndElements) {
+    const auto mesh =
+        ImportMesh(write("a.ply",
+                         "ply\nformat ascii 1.0\ncomment hi\n"
+                         "element vertex 5\nproperty float y_first\nproperty float x\n"
+                         "property float y\nproperty double z\n"
+                         "element face 2\nproperty uchar flags\n"
+                         "property list uchar int vertex_indices\n"
+                         "element edge 1\nproperty int a\nproperty int b\n"
+                         "end_header\n"
+                         "9 0 0 0\n9 1 0 0\n9 1 1 0\n9 0 1 0\n9 0 0 1\n"
+                         "7 4 0 1 2 3\n7 3 4 1 0\n"
+                         "0 1\n"));
+    expectTriangles(*mesh, {{o, x, xy}, {o, xy, y}, {z, x, o}});
+}
+
+std::string binaryPlyBody(bool bigEndian) {
+    std::string body;
+    const double coordinates[5][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (const auto& v : coordinates)
+        for (double c : v)
+            append<double>(body, c, bigEndian);
+    const std::vector<std::vector<std::int32_t>> faces = {{4, 1, 0}, {0, 1, 2, 3}};
+    for (const auto& face : faces) {
+        append<std::uint8_t>(body, static_cast<std::uint8_t>(face.size()));
+        for (std::int32_t index : face)
+            append<std::int32_t>(body, index, bigEndian);
+    }
+    return body;
+}
+
+TEST_F(MeshImportTest, BinaryPlyInBothByteOrders) {
+    for (const bool bigEndian : {false, true}) {
+        const std::string header = std::string("ply\nformat ") +
+                                   (bigEndian ? "binary_big_endian" : "binary_little_endian") +
+                                   " 1.0\nelement vertex 5\nproperty double x\nproperty double y\n"
+                                   "property double z\nelement face 2\n"
+                                   "property list uchar int vertex_indices\nend_header\n";
+        const auto mesh = ImportMesh(write("b.ply", header + binaryPlyBody(bigEndian)));
+        expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
+        EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);
+    }
+}
+
+TEST_F(MeshImportTest, MalformedPlyFails) {
+    const std::string header =
+        "ply\nformat binary_little_endian 1.0\nelement vertex 5\nproperty double x\n"
+        "property double y\nproperty double z\nelement face 2\n"
+        "property list uchar int vertex_indices\nend_header\n";
+    const std::string body = binaryPlyBody(false);
+    expectFailure(write("cut.ply", header + body.substr(0, body.size() - 3)), "truncated");
+    expectFailure(write("long.ply", header + body + "xx"), "bytes follow");
+    std::string negative = body;
+    negative[negative.size() - 4] = '\xff';  // last index becomes negative
+    negative[negative.size() - 1] = '\xff';
+    expectFailure(write("negative.ply", header + negative), "face 1");
+    expectFailure(write("noend.ply", "ply\nformat ascii 1.0\nelement vertex 0\n"), "end_header");
+    expectFailure(write("line.ply",
+                        "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\n"
+                        "property float y\nproperty float z\nelement face 1\n"
+                        "property list uchar int vertex_indices\nend_header\n"
+                        "0 0 0\n1 0 0\n0 1 0\n2 0 1\n"),
+                  "face 0 has 2 vertices");
+}
+
+TEST_F(MeshImportTest, OffFansPolygonsInPlace) {
+    const auto mesh = ImportMesh(write("p.off",
+                                       "OFF\n# a pentagon after a triangle\n6 2 0\n"
+                                       "0 0 0\n1 0 0\n1 1 0\n0 1 0\n0 0 1\n0 0 0\n"
+                                       "3 4 1 5\n5 0 1 2 3 4 255 0 0\n"));
+    expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}, {o, y, z}});
+    EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);  // file vertices 0 and 5 are one mesh vertex
+}
+
+TEST_F(MeshImportTest, MalformedOffFails) {
+    expectFailure(write("few.off", "OFF\n3 2 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"), "face 1");
+    expectFailure(write("bad.off", "OFF\n3 1 0\n0 0 0\n1 zero 0\n0 1 0\n3 0 1 2\n"), "vertex 1");
+    expectFailure(write("range.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n"), "vertex 3");
+    expectFailure(write("none.off", "OFF\n0 0 0\n"), "no faces");
+}
+
+TEST_F(MeshImportTest, CoordinatesAreScaledByInternalUnitsAndRounded) {
+    VelSDK::Common::MInternalUnits::Set(1000.0);
+    const auto mesh = ImportMesh(write("s.off",
+                                       "OFF\n3 1 0\n0.0015 -0.0015 1.2344\n"
+                                       "-2000000 2000000 0.0004\n1e-9 0.9996 -0.0006\n"
+                                       "3 0 1 2\n"));
+    expectTriangles(
+        *mesh, {{Corner{2, -2, 1234}, Corner{-2000000000, 2000000000, 0}, Corner{0, 1000, -1}}});
+}
+
+TEST_F(MeshImportTest, OutOfRangeCoordinatesFail) {
+    VelSDK::Common::MInternalUnits::Set(1000.0);
+    const std::string tail = "1 0 0\n0 1 0\n3 0 1 2\n";
+    expectFailure(write("big.off", "OFF\n3 1 0\n2147484 0 0\n" + tail), "out of range");
+    expectFailure(write("nan.off", "OFF\n3 1 0\nnan 0 0\n" + tail), "out of range");
+    expectFailure(write("inf.stl", binaryStl({{INFINITY, 0, 0, 1, 0, 0, 0, 0, 1}})),
+                  "out of range");
+    VelSDK::Common::MInternalUnits::Set(1.0);
+    EXPECT_NO_THROW(ImportMesh(write("edge.off", "OFF\n3 1 0\n2147483647 -2147483648 0\n" + tail)));
+}
+
+TEST_F(MeshImportTest, MissingGarbageAndUnknownFilesFail) {
+    expectFailure(m_dir / "missing.stl", "no such file");
+    expectFailure(m_dir / "missing.ply", "no such file");
+    std::mt19937 random(5);
+    std::string garbage(3000, '\0');
+    for (char& c : garbage)
+        c = static_cast<char>(random());
+    for (const char* name : {"g.stl", "g.ply", "g.off", "g.obj"})
+        expectFailure(write(name, garbage), "");
+    expectFailure(write("text.obj", "this is not a mesh at all\n"), "");
+    expectFailure(write("mesh.xyz", "OFF\n"), "unsupported");
+}
+
+}  // namespace
