@@ -1,0 +1,310 @@
+#include "pixel_grid.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using AU_MarkOperations::PolygonMarking::kMinSegmentLengthSq;
+using AU_MarkOperations::PolygonMarking::PixelGrid;
+using VelSDK::Math::point2d;
+using Polygon = std::vector<point2d>;
+
+// Even-odd test of a sample against the closed polygon: crossings of the horizontal line at
+// or left of the sample. Exact only where the sample is off every edge and vertex height.
+bool EvenOddInside(const Polygon& polygon, double x, double y) {
+    bool inside = false;
+    for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
+        const point2d a = polygon[i], b = polygon[j];
+        if ((a.y > y) == (b.y > y))
+            continue;
+        const double crossing = a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y);
+        if (crossing <= x)
+            inside = !inside;
+    }
+    return inside;
+}
+
+// Exact test, for integer vertices, of whether the pixel centre (x + ½, y + ½) lies on an edge.
+bool CentreOnEdge(const Polygon& polygon, int x, int y) {
+    const long long sx = 2 * x + 1, sy = 2 * y + 1;
+    for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
+        const long long ax = 2 * llround(polygon[j].x), ay = 2 * llround(polygon[j].y);
+        const long long bx = 2 * llround(polygon[i].x), by = 2 * llround(polygon[i].y);
+        const long long cross = (bx - ax) * (sy - ay) - (by - ay) * (sx - ax);
+        if (cross == 0 && std::min(ax, bx) <= sx && sx <= std::max(ax, bx) &&
+            std::min(ay, by) <= sy && sy <= std::max(ay, by))
+            return true;
+    }
+    return false;
+}
+
+std::string Describe(const Polygon& polygon) {
+    std::ostringstream text;
+    text.precision(17);
+    for (const point2d& p : polygon)
+        text << "(" << p.x << ", " << p.y << ") ";
+    return text.str();
+}
+
+class PixelGridFillTest : public ::testing::Test {
+  protected:
+    static constexpr int kWidth = 37;
+    static constexpr int kHeight = 29;
+    // Off the pixel centres' heights, so the star's vertex at angle 0 is no sample's height.
+    static constexpr double kCentreX = kWidth / 2.0 + 0.123;
+    static constexpr double kCentreY = kHeight / 2.0 + 0.321;
+    std::mt19937 random{2024};
+
+    // Vertices anywhere in and around the grid: random polygons are mostly self-intersecting.
+    Polygon RandomPolygon(int vertices, bool integer) {
+        std::uniform_real_distribution<double> x(-4.0, kWidth + 4.0), y(-4.0, kHeight + 4.0);
+        Polygon polygon;
+        for (int i = 0; i < vertices; ++i) {
+            point2d p{x(random), y(random)};
+            if (integer)
+                p = {std::round(p.x), std::round(p.y)};
+            polygon.push_back(p);
+        }
+        return polygon;
+    }
+
+    // A simple polygon: a star around the grid's centre.
+    Polygon RandomStar(int vertices) {
+        std::uniform_real_distribution<double> radius(2.0, kHeight / 2.0);
+        Polygon polygon;
+        for (int i = 0; i < vertices; ++i) {
+            const double angle = 2 * M_PI * i / vertices;
+            const double r = radius(random);
+            polygon.push_back({kCentreX + r * std::cos(angle), kCentreY + r * std::sin(angle)});
+        }
+        return polygon;
+    }
+
+    void ExpectEvenOddFill(const Polygon& polygon, bool integer) {
+        const PixelGrid grid(polygon, kWidth, kHeight, 1.0, false);
+        const bool* cells = grid;
+        for (int y = 0; y < kHeight; ++y)
+            for (int x = 0; x < kWidth; ++x) {
+                if (integer && CentreOnEdge(polygon, x, y))
+                    continue;
+                EXPECT_EQ(cells[y * kWidth + x], EvenOddInside(polygon, x + 0.5, y + 0.5))
+                    << "pixel " << x << "," << y << " of " << Describe(polygon);
+            }
+    }
+};
+
+TEST_F(PixelGridFillTest, RandomPolygonsMatchEvenOddAtPixelCentres) {
+    for (int trial = 0; trial < 40; ++trial) {
+        SCOPED_TRACE(trial);
+        ExpectEvenOddFill(RandomPolygon(3 + trial % 12, false), false);
+        ExpectEvenOddFill(RandomStar(5 + trial), false);
+    }
+}
+
+TEST_F(PixelGridFillTest, IntegerVertexPolygonsMatchEvenOddOffTheirEdges) {
+    for (int trial = 0; trial < 40; ++trial) {
+        SCOPED_TRACE(trial);
+        ExpectEvenOddFill(RandomPolygon(3 + trial % 12, true), true);
+    }
+}
+
+TEST_F(PixelGridFillTest, ScanlineThroughAVertexTogglesTwice) {
+    // The right boundary passes upward through (6, 2.5), on row 2's scanline: the two edges
+    // meeting there each give a crossing at 6, so the pixel after it is handled as inside.
+    const Polygon polygon = {{2, 0.3}, {6, 2.5}, {8, 4.7}, {0.5, 4.7}};
+    PixelGrid grid(polygon, 12, 6, 1.0, false);
+    for (int x = 0; x < 12; ++x)
+        EXPECT_EQ(grid.At(2, x), x >= 1 && x <= 6) << x;
+}
+
+TEST_F(PixelGridFillTest, SampleOnACrossingTakesTheStateAfterIt) {
+    const Polygon rectangle = {{2.5, 0.2}, {6.5, 0.2}, {6.5, 3.7}, {2.5, 3.7}};
+    PixelGrid grid(rectangle, 10, 5, 1.0, false);
+    for (int row = 0; row < 5; ++row)
+        for (int x = 0; x < 10; ++x)
+            EXPECT_EQ(grid.At(row, x), row <= 3 && x >= 2 && x <= 5) << row << "," << x;
+}
+
+TEST_F(PixelGridFillTest, InitialValueSurvivesOutsideTheTouchedSpan) {
+    // Row spans touch pixels trunc(2.9) = 2 … one past the last crossing (pixel 6).
+    const Polygon rectangle = {{2.9, 1.2}, {6.2, 1.2}, {6.2, 2.8}, {2.9, 2.8}};
+    PixelGrid grid(rectangle, 12, 4, 1.0, true);
+    for (int row = 0; row < 4; ++row)
+        for (int x = 0; x < 12; ++x) {
+            const bool touchedOutside = (row == 1 || row == 2) && (x == 2 || x == 6);
+            EXPECT_EQ(grid.At(row, x), !touchedOutside) << row << "," << x;
+        }
+}
+
+TEST(PixelGridLayout, AtTakesRowThenColumn) {
+    PixelGrid grid(5, 3, 1.0, false);
+    grid.At(2, 4) = true;
+    grid.At(0, 1) = true;
+    const bool* cells = grid;
+    for (int cell = 0; cell < 15; ++cell)
+        EXPECT_EQ(cells[cell], cell == 2 * 5 + 4 || cell == 1) << cell;
+    EXPECT_EQ(grid.GetWidth(), 5);
+    EXPECT_EQ(grid.GetHeight(), 3);
+}
+
+TEST(PixelGridLayout, ImpossibleSizesThrowLengthError) {
+    EXPECT_THROW(PixelGrid(65536, 32768, 1.0, false), std::length_error);
+    EXPECT_THROW(PixelGrid(4, -2, 1.0, false), std::length_error);
+}
+
+class PolygonIntersectTest : public PixelGridFillTest {};
+
+TEST_F(PolygonIntersectTest, EmptyPolygonTouchesNothing) {
+    PixelGrid grid(8, 8, 1.0, true);
+    EXPECT_FALSE(grid.Intersect(Polygon{}));
+}
+
+TEST_F(PolygonIntersectTest, MatchesTheFillAgainstRandomGrids) {
+    std::bernoulli_distribution sparse(0.002);
+    int hits = 0;
+    for (int trial = 0; trial < 200; ++trial) {
+        PixelGrid grid(kWidth, kHeight, 1.0, false);
+        bool* cells = grid;
+        for (int cell = 0; cell < kWidth * kHeight; ++cell)
+            cells[cell] = sparse(random);
+        const std::vector<bool> before(cells, cells + kWidth * kHeight);
+        const Polygon polygon = trial % 2 ? RandomPolygon(3 + trial % 7, false) : RandomStar(6);
+        const PixelGrid fill(polygon, kWidth, kHeight, 1.0, false);
+        const bool* filled = fill;
+        bool expected = false;
+        for (int cell = 0; cell < kWidth * kHeight; ++cell)
+            expected = expected || (filled[cell] && cells[cell]);
+        EXPECT_EQ(grid.Intersect(polygon), expected) << trial;
+        EXPECT_EQ(std::vector<bool>(cells, cells + kWidth * kHeight), before);
+        hits += expected;
+    }
+    EXPECT_GT(hits, 20);
+    EXPECT_LT(hits, 180);
+}
+
+// A braced pair of points would pick the polygon overload; name the segment form's argument.
+std::array<point2d, 2> Segment(point2d p, point2d q) {
+    return {p, q};
+}
+
+// The walk's frame along one axis: the segment's pixel box widened by one, with its origin
+// centred in truncating integer arithmetic (one cell right of the box's low end when the box
+// straddles zero with an odd sum).
+struct WalkAxis {
+    long long low, origin, count;
+
+    WalkAxis(double lowEnd, double highEnd) {
+        low = static_cast<long long>(lowEnd) - 1;
+        const long long high = static_cast<long long>(highEnd) + 1;
+        count = high - low;
+        origin = (low + high) / 2 - count / 2;
+    }
+};
+
+// The pixels a segment's walk tests: every unit cell of the walk's frame the segment passes
+// through, as (row, column) = low corner of the box + cell index.
+std::set<std::pair<long long, long long>> CrossedPixels(point2d p, point2d q) {
+    if (p.y > q.y)
+        std::swap(p, q);
+    const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(p.y, q.y);
+    std::set<std::pair<long long, long long>> pixels;
+    for (long long i = 0; i < ax.count; ++i)
+        for (long long j = 0; j < ay.count; ++j) {
+            // Clip the segment to the cell's square; a positive length inside means crossed.
+            double t0 = 0, t1 = 1;
+            const double d[2] = {q.x - p.x, q.y - p.y};
+            const double from[2] = {p.x, p.y};
+            const double lo[2] = {double(ax.origin + i), double(ay.origin + j)};
+            for (int axis = 0; axis < 2; ++axis) {
+                if (d[axis] == 0) {
+                    if (from[axis] < lo[axis] || from[axis] >= lo[axis] + 1)
+                        t1 = -1;
+                    continue;
+                }
+                double ta = (lo[axis] - from[axis]) / d[axis];
+                double tb = (lo[axis] + 1 - from[axis]) / d[axis];
+                if (ta > tb)
+                    std::swap(ta, tb);
+                t0 = std::max(t0, ta);
+                t1 = std::min(t1, tb);
+            }
+            if (t0 < t1)
+                pixels.insert({ay.low + j, ax.low + i});
+        }
+    return pixels;
+}
+
+class SegmentIntersectTest : public ::testing::Test {
+  protected:
+    static constexpr int kSize = 16;
+    PixelGrid grid{kSize, kSize, 1.0, false};
+
+    // The set of grid pixels for which a grid holding only that pixel reports a hit.
+    std::set<std::pair<long long, long long>> DetectedPixels(point2d p, point2d q) {
+        std::set<std::pair<long long, long long>> detected;
+        for (int row = 0; row < kSize; ++row)
+            for (int column = 0; column < kSize; ++column) {
+                grid.At(row, column) = true;
+                if (grid.Intersect(Segment(p, q)))
+                    detected.insert({row, column});
+                grid.At(row, column) = false;
+            }
+        return detected;
+    }
+};
+
+TEST_F(SegmentIntersectTest, WalkTestsExactlyTheCrossedPixels) {
+    std::mt19937 random(99);
+    std::uniform_real_distribution<double> coordinate(-3.0, kSize + 3.0);
+    int compared = 0;
+    while (compared < 150) {
+        const point2d p{coordinate(random), coordinate(random)};
+        const point2d q{coordinate(random), coordinate(random)};
+        // The walk starts in the cell of the lower endpoint; keep that endpoint inside the
+        // frame so that the start cell is its own.
+        const point2d& low = p.y <= q.y ? p : q;
+        const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(low.y, std::max(p.y, q.y));
+        if (low.x < ax.origin || low.y < ay.origin)
+            continue;
+        std::set<std::pair<long long, long long>> expected;
+        for (const auto& pixel : CrossedPixels(p, q))
+            if (pixel.first >= 0 && pixel.first < kSize && pixel.second >= 0 &&
+                pixel.second < kSize)
+                expected.insert(pixel);
+        EXPECT_EQ(DetectedPixels(p, q), expected) << p.x << "," << p.y << " " << q.x << "," << q.y;
+        ++compared;
+    }
+}
+
+TEST_F(SegmentIntersectTest, FrameStraddlingZeroWithOddSumShiftsOneColumnLeft) {
+    // x box −2 … 1 centres the walk's origin on −1, but cells map to columns from −2: the
+    // segment's part over column 0 is tested as column −1 (outside) and column 0 is missed.
+    grid.At(2, 0) = true;
+    EXPECT_FALSE(grid.Intersect(Segment({-1.5, 2.2}, {0.5, 2.7})));
+    EXPECT_TRUE(grid.Intersect(Segment({0.2, 2.2}, {0.5, 2.7})));
+}
+
+TEST_F(SegmentIntersectTest, ShortSegmentTestsOnlyItsLowerEndpointPixel) {
+    // Squared length 0.00025 < kMinSegmentLengthSq: the crossing into column 4 is not walked.
+    const point2d upper{4.005, 5.315}, lower{3.995, 5.3};
+    ASSERT_LT(0.01 * 0.01 + 0.015 * 0.015, kMinSegmentLengthSq);
+    grid.At(5, 4) = true;
+    EXPECT_FALSE(grid.Intersect(Segment(upper, lower)));
+    grid.At(5, 3) = true;
+    EXPECT_TRUE(grid.Intersect(Segment(upper, lower)));
+    // Just above the threshold the walk steps into column 4.
+    grid.At(5, 3) = false;
+    EXPECT_TRUE(grid.Intersect(Segment({3.99, 5.3}, {4.01, 5.31})));
+}
+
+}  // namespace
