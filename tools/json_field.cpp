@@ -13,10 +13,6 @@ namespace {
 // The largest whole number a double holds exactly: beyond it "whole" means nothing.
 constexpr double kMaxExactWhole = 9007199254740992.0;  // 2^53
 
-std::string Quoted(const std::string& text) {
-    return "\"" + text + "\"";
-}
-
 std::string Describe(const nlohmann::json& value) {
     if (value.is_number())
         return value.dump();

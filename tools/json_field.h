@@ -13,7 +13,7 @@ namespace velpick {
 /// complaint about it names the file and the field. Each accessor checks the value's type and
 /// range and throws SceneError("<file>: <field>: <reason>") when it does not fit.
 class JsonField {
-public:
+  public:
     JsonField(const nlohmann::json& value, std::string path, const std::string& source);
 
     const std::string& Path() const { return m_path; }
@@ -43,7 +43,7 @@ public:
     /// An array of exactly `count` finite numbers.
     std::vector<double> Numbers(std::size_t count) const;
 
-private:
+  private:
     [[noreturn]] void FailType(const char* expected) const;
 
     const nlohmann::json& m_value;

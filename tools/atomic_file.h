@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+
+namespace velpick {
+
+/// An output that cannot be written; what() is "<file>: <reason>".
+class OutputError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// A file written under a temporary name in the target's folder and renamed onto the target
+/// by Commit(), so that the target is either absent, unchanged or complete. Destroying an
+/// uncommitted file removes the temporary.
+class AtomicFile {
+  public:
+    /// Creates the temporary file; throws OutputError when the folder is not writable.
+    explicit AtomicFile(std::filesystem::path target);
+    ~AtomicFile();
+    AtomicFile(const AtomicFile&) = delete;
+    AtomicFile& operator=(const AtomicFile&) = delete;
+
+    const std::filesystem::path& Target() const { return m_target; }
+    /// The open temporary file to write into.
+    std::FILE* Stream() const { return m_stream; }
+    /// Flushes, closes and renames the temporary onto the target. Throws OutputError on any
+    /// write error, leaving the target untouched.
+    void Commit();
+
+  private:
+    [[noreturn]] void Fail(const char* action) const;
+
+    std::filesystem::path m_target;
+    std::filesystem::path m_temporary;
+    std::FILE* m_stream = nullptr;
+};
+
+}  // namespace velpick

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "tools/placed_mesh.h"
+#include "tools/rgb_image.h"
+#include "tools/selection_region.h"
+#include "transform_matrix.h"
+
+namespace velpick {
+
+/// Which part of the screen a picture shows: screen point (x, y) lands at picture position
+/// ((x − xmin) · pixelsPerUnit, (y − ymin) · pixelsPerUnit), pixel centres at half-integers.
+struct ImageFrame {
+    double xmin = 0.0, ymin = 0.0;
+    double pixelsPerUnit = 1.0;
+    int width = 1, height = 1;
+};
+
+/// The largest picture side drawn by default; larger scenes are scaled down to it.
+constexpr int kMaxDefaultImageSide = 4096;
+
+/// The screen rectangle `box` at `pixelsPerUnit`, rounded up to whole pixels (at least one)
+/// and scaled down when a side would exceed kMaxDefaultImageSide.
+ImageFrame NaturalFrame(const ScreenBox& box, double pixelsPerUnit);
+/// The screen rectangle `box` scaled uniformly to fit a `width` × `height` picture, centred.
+ImageFrame FittedFrame(const ScreenBox& box, int width, int height);
+
+/// The screen bounds of the meshes' visible triangles seen through `view`, united with `box`.
+ScreenBox ProjectedBounds(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,
+                          const ScreenBox& box);
+
+/// The view as a person would see it: visible triangles flat-shaded by how squarely they face
+/// the viewer, marked ones in the highlight colour, nearest surface in front, and the region's
+/// outline on top.
+RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,
+                     const SelectionRegion& region, const ImageFrame& frame);
+
+/// Colours of the picture; a marked pixel is the only kind whose red exceeds its blue.
+constexpr Rgb kBackgroundColour{28, 30, 38};
+constexpr Rgb kSurfaceColour{178, 186, 204};
+constexpr Rgb kHighlightColour{255, 128, 0};
+constexpr Rgb kOutlineColour{0, 230, 255};
+
+}  // namespace velpick

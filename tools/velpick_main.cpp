@@ -1,0 +1,281 @@
+// velpick: reads a scene (meshes, placements, camera, region, switches), runs a picker and
+// writes what was picked as JSON, as a picture and as a coloured mesh.
+
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/atomic_file.h"
+#include "tools/demo_scene.h"
+#include "tools/picker.h"
+#include "tools/ply_writer.h"
+#include "tools/png_writer.h"
+#include "tools/report_json.h"
+#include "tools/scene.h"
+#include "tools/scene_image.h"
+#include "tools/scene_loader.h"
+
+namespace {
+
+using namespace velpick;
+
+constexpr int kExitError = 2;
+constexpr int kMaxImageSide = 16384;
+
+constexpr const char* kSceneHelp =
+    R"(Scene file (JSON; every field but meshes, view or camera, and region is optional):
+  units_per_model_unit  internal units per model unit (1000); meshes are scaled by it
+  meshes                [{ "file": path relative to the scene, "placement": 16 numbers
+                        (identity), "markable": "all" or [surface indices] ("all"),
+                        "hidden_surfaces": [surface indices] }]; OBJ groups are surfaces
+  view                  16 numbers, row-major, column vectors: scene internal units to
+                        screen units (x, y on screen, z depth, larger nearer); or instead
+  camera                { "eye", "target", "up": [x,y,z] in model units, "height": model
+                        units across the screen's height, "screen": [w, h] screen units }
+  region                { "polygon": [[x,y], ...] } or
+                        { "brush": { "path": [[x,y], ...], "radius": r } } in screen units;
+                        r must be a whole number (the picker takes whole radii)
+  picker                "zbuffer" (the only one so far)
+  pixel_proportion 5.0, depth_tolerance 0.05 (model units), mark_through false,
+  back_face_culling false, unmark false, start_marked false (mark all before picking),
+  skip_hidden_surfaces false, clipping_planes [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0)
+Unknown fields are errors. Errors print one line naming the file and field; exit status 2.
+
+Example:
+  {"meshes": [{"file": "part.stl"}],
+   "camera": {"eye": [0,0,100], "target": [0,0,0], "up": [0,1,0], "height": 50,
+              "screen": [160, 100]},
+   "region": {"polygon": [[40,30], [120,30], [80,80]]}}
+  velpick scene.json --image pick.png --ply pick.ply)";
+
+struct Options {
+    std::string scene;
+    std::string output;
+    std::string image;
+    std::vector<int> imageSize;
+    std::string ply;
+    bool demo = false;
+};
+
+/// A usage error in the command line itself.
+class UsageError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class Stopwatch {
+  public:
+    double Milliseconds() const {
+        const auto elapsed = std::chrono::steady_clock::now() - m_start;
+        return std::chrono::duration<double, std::milli>(elapsed).count();
+    }
+
+  private:
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
+                                     const std::vector<std::unique_ptr<MStlBase>>& meshes) {
+    std::vector<PlacedMesh> placed;
+    for (std::size_t i = 0; i < meshes.size(); ++i)
+        placed.push_back({meshes[i].get(), scene.meshes[i].placement});
+    return placed;
+}
+
+ImageFrame PictureFrame(const Options& options, const Scene& scene,
+                        const std::vector<PlacedMesh>& meshes) {
+    // A camera shows its screen; a bare view shows whatever the meshes and region cover.
+    const ScreenBox box =
+        scene.camera ? ScreenBox{0.0, 0.0, scene.camera->screenWidth, scene.camera->screenHeight}
+                     : ProjectedBounds(meshes, scene.view, RegionScreenBounds(scene.region));
+    if (options.imageSize.empty())
+        return NaturalFrame(box, scene.pixelProportion);
+    return FittedFrame(box, options.imageSize[0], options.imageSize[1]);
+}
+
+void WriteImage(AtomicFile& file, const Options& options, const Scene& scene,
+                const std::vector<PlacedMesh>& meshes) {
+    const RgbImage image =
+        RenderScene(meshes, scene.view, scene.region, PictureFrame(options, scene, meshes));
+    try {
+        WritePng(file.Stream(), image);
+    } catch (const std::runtime_error& error) {
+        throw OutputError(file.Target().string() + ": " + error.what());
+    }
+}
+
+void WriteMesh(AtomicFile& file, const Scene& scene, const std::vector<PlacedMesh>& meshes) {
+    try {
+        WritePly(file.Stream(), meshes, scene.unitsPerModelUnit);
+    } catch (const std::runtime_error& error) {
+        throw OutputError(file.Target().string() + ": " + error.what());
+    }
+}
+
+void WriteText(AtomicFile& file, const std::string& text) {
+    if (std::fwrite(text.data(), 1, text.size(), file.Stream()) != text.size())
+        throw OutputError(file.Target().string() + ": cannot write");
+}
+
+/// Writes every requested file under a temporary name and renames them only once all are
+/// complete, so that a failure leaves no output behind.
+void WriteOutputs(const Options& options, const Scene& scene,
+                  const std::vector<std::unique_ptr<MStlBase>>& meshes, const std::string& json) {
+    const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes);
+    std::vector<std::unique_ptr<AtomicFile>> files;
+    if (!options.output.empty()) {
+        files.push_back(std::make_unique<AtomicFile>(options.output));
+        WriteText(*files.back(), json);
+    }
+    if (!options.image.empty()) {
+        files.push_back(std::make_unique<AtomicFile>(options.image));
+        WriteImage(*files.back(), options, scene, placed);
+    }
+    if (!options.ply.empty()) {
+        files.push_back(std::make_unique<AtomicFile>(options.ply));
+        WriteMesh(*files.back(), scene, placed);
+    }
+    for (const auto& file : files)
+        file->Commit();
+}
+
+PickReport MakeReport(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                      PickResult result) {
+    PickReport report;
+    report.picker = scene.picker;
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
+        report.meshes.push_back(
+            {scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(), std::move(result.marked[i])});
+    }
+    report.region = result.region;
+    return report;
+}
+
+std::unique_ptr<Picker> PickerFor(const Scene& scene, const std::string& sourceName) {
+    std::unique_ptr<Picker> picker = MakePicker(scene.picker);
+    if (!picker) {
+        std::string known;
+        for (const std::string& name : PickerNames())
+            known += (known.empty() ? "" : ", ") + name;
+        throw SceneError(sourceName + ": picker: unknown picker \"" + scene.picker +
+                         "\" (known: " + known + ")");
+    }
+    return picker;
+}
+
+PickResult RunPick(Picker& picker, const PickRequest& request, const std::string& sourceName) {
+    std::optional<PickResult> result = picker.Pick(request);
+    if (!result) {
+        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        throw SceneError(sourceName + ": region: the selection raster of " +
+                         std::to_string(box.width) + " x " + std::to_string(box.height) +
+                         " pixels is over the picker's limit of 2147483647 cells");
+    }
+    return std::move(*result);
+}
+
+int RunScene(const Options& options) {
+    if (options.scene.empty())
+        throw UsageError("velpick: no scene file given (try --demo, or --help)");
+    const Stopwatch loadClock;
+    const Scene scene = ReadSceneFile(options.scene);
+    const std::unique_ptr<Picker> picker = PickerFor(scene, options.scene);
+    const std::vector<std::unique_ptr<MStlBase>> meshes = LoadSceneMeshes(scene, options.scene);
+    const PickRequest request = MakePickRequest(scene, meshes);
+    const double loadMilliseconds = loadClock.Milliseconds();
+
+    const Stopwatch pickClock;
+    PickResult result = RunPick(*picker, request, options.scene);
+    PickReport report = MakeReport(scene, meshes, std::move(result));
+    report.loadMilliseconds = loadMilliseconds;
+    report.pickMilliseconds = pickClock.Milliseconds();
+
+    const std::string json = FormatReport(report);
+    WriteOutputs(options, scene, meshes, json);
+    if (options.output.empty())
+        std::cout << json << std::flush;
+    return 0;
+}
+
+void PrintDemoSummary(const PickReport& report, const std::vector<std::size_t>& underLasso) {
+    std::printf("velpick demo: a sphere behind a plate with a hole, a lasso over both\n");
+    for (std::size_t i = 0; i < report.meshes.size(); ++i) {
+        const PickReport::Mesh& mesh = report.meshes[i];
+        std::printf("  %-12s %6zu triangles, %5zu under the lasso, %5zu visible and marked\n",
+                    mesh.file.c_str(), mesh.triangles, underLasso[i], mesh.marked.size());
+    }
+    std::printf("  pick: %.1f ms (%s picker, %lld x %lld pixel raster)\n", report.pickMilliseconds,
+                report.picker.c_str(), static_cast<long long>(report.region.width),
+                static_cast<long long>(report.region.height));
+}
+
+// How many triangles a mark-through pick takes: what lies under the lasso, hidden or not.
+std::vector<std::size_t> CountUnderRegion(Picker& picker, PickRequest request) {
+    request.markThrough = true;
+    const PickResult through = RunPick(picker, request, "demo");
+    std::vector<std::size_t> counts;
+    for (std::size_t i = 0; i < request.meshes.size(); ++i) {
+        counts.push_back(through.marked[i].size());
+        for (MStlTriangle& triangle : request.meshes[i].mesh->Triangles())
+            triangle.Unmark();
+    }
+    return counts;
+}
+
+int RunDemo(const Options& options) {
+    DemoScene demo = MakeDemoScene();
+    const std::unique_ptr<Picker> picker = PickerFor(demo.scene, "demo");
+    const PickRequest request = MakePickRequest(demo.scene, demo.meshes);
+    const std::vector<std::size_t> underLasso = CountUnderRegion(*picker, request);
+
+    const Stopwatch pickClock;
+    PickResult result = RunPick(*picker, request, "demo");
+    PickReport report = MakeReport(demo.scene, demo.meshes, std::move(result));
+    report.pickMilliseconds = pickClock.Milliseconds();
+
+    WriteOutputs(options, demo.scene, demo.meshes, FormatReport(report));
+    PrintDemoSummary(report, underLasso);
+    if (!options.image.empty())
+        std::printf("  picture: %s\n", options.image.c_str());
+    return 0;
+}
+
+void DefineOptions(CLI::App& app, Options& options) {
+    app.add_option("scene", options.scene, "Scene file (JSON); see the format below");
+    app.add_option("-o,--output", options.output, "Write the JSON result here, not to stdout");
+    app.add_option("--image", options.image, "Write a PNG picture of the view and the pick");
+    app.add_option("--image-size", options.imageSize,
+                   "Picture size in pixels (default: the scene's own pixel size)")
+        ->expected(2)
+        ->check(CLI::Range(1, kMaxImageSide));
+    app.add_option("--ply", options.ply, "Write the placed meshes, marked faces coloured, as PLY");
+    app.add_flag("--demo", options.demo, "Run the built-in demo scene (no scene file)");
+    app.footer(kSceneHelp);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"velpick: picks the mesh triangles under a screen region, as a viewer sees them"};
+    Options options;
+    DefineOptions(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "velpick: " << error.what() << " (see --help)\n";
+        return kExitError;
+    }
+    try {
+        return options.demo ? RunDemo(options) : RunScene(options);
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << "\n";
+        return kExitError;
+    }
+}
