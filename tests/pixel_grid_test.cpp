@@ -146,6 +146,18 @@ TEST_F(PixelGridFillTest, InitialValueSurvivesOutsideTheTouchedSpan) {
         }
 }
 
+TEST_F(PixelGridFillTest, HorizontalEdgeOnAScanlineRunsTheRowToItsEnd) {
+    // The top edge lies on row 2's scanline and gives a NaN crossing. It sorts last and its
+    // run reaches the row's end with the state after the real crossings: pixels 7 … 11 are
+    // written outside, pixel 0 is never touched.
+    const Polygon rectangle = {{1.2, 0.3}, {6.7, 0.3}, {6.7, 2.5}, {1.2, 2.5}};
+    PixelGrid grid(rectangle, 12, 4, 1.0, true);
+    for (int x = 0; x < 12; ++x) {
+        EXPECT_EQ(grid.At(2, x), x <= 6) << x;
+        EXPECT_EQ(grid.At(1, x), x != 7) << x;
+    }
+}
+
 TEST(PixelGridLayout, AtTakesRowThenColumn) {
     PixelGrid grid(5, 3, 1.0, false);
     grid.At(2, 4) = true;
