@@ -18,7 +18,9 @@ class MeshImportError : public std::runtime_error {
 /// are merged; triangle i of the mesh is face i of the file (polygons fan-triangulated in file
 /// order); OBJ groups become surfaces in order of first appearance, other formats give one surface.
 ///
-/// The format is chosen by the file's extension (.stl, .obj, .ply, .off, any case). A face is a
+/// The format is chosen by the file's extension (.stl, .obj, .ply, .off, any case). In OBJ, a
+/// named object (o) starts a surface like a group does, faces before any group or object form
+/// one surface of their own, and material changes do not matter. A face is a
 /// polygon of at least three vertices: a face of fewer (an OBJ point or line element, a PLY or
 /// OFF face listing one or two vertices) is an error naming the face, since dropping it would
 /// shift the index of every later face. A file without any face is an error too. STL and OBJ
