@@ -4,6 +4,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -13,6 +14,10 @@
 namespace AU_MarkOperations::PolygonMarking {
 
 using VelSDK::Math::point2d;
+
+// Horizontal edges and zero-length segment axes divide by zero; IEEE arithmetic turns that into
+// infinities and NaNs, which the crossing order and the cell walk handle.
+static_assert(std::numeric_limits<double>::is_iec559, "IEEE 754 doubles required");
 
 namespace {
 
