@@ -179,8 +179,9 @@ void CheckRegionFitsPixels(const JsonField& root, const Scene& scene) {
 nlohmann::json ParseJson(const std::string& text, const std::string& sourceName) {
     try {
         return nlohmann::json::parse(text);
-    } catch (const nlohmann::json::parse_error& error) {
-        // Drop the library's "[json.exception.parse_error.101] " prefix.
+    } catch (const nlohmann::json::exception& error) {
+        // Syntax errors and numbers out of double range; drop the library's
+        // "[json.exception.parse_error.101] " prefix.
         std::string reason = error.what();
         const std::size_t end = reason.find("] ");
         if (end != std::string::npos)

@@ -1,0 +1,577 @@
+// The velpick program end to end: scene files written here, the built program run on them, its
+// JSON, picture and PLY read back and checked against geometry worked out independently.
+
+#include <gtest/gtest.h>
+#include <png.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/scene_image.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+// A flat grid of square cells at height z, two counter-clockwise triangles per cell (facing
+// +z), cells row by row from the lowest y. Coordinates in model units.
+struct Grid {
+    double x0, y0, cell;
+    int columns, rows;
+    double z;
+
+    std::size_t Triangles() const { return 2u * columns * rows; }
+    /// Centroid (x, y) of triangle i as WriteObj numbers them.
+    std::pair<double, double> Centroid(std::size_t i) const {
+        const std::size_t c = i / 2;
+        const double x = x0 + cell * (c % columns), y = y0 + cell * (c / columns);
+        return i % 2 == 0 ? std::make_pair(x + 2 * cell / 3, y + cell / 3)
+                          : std::make_pair(x + cell / 3, y + 2 * cell / 3);
+    }
+    /// OBJ text; with `groups`, the left and right halves of each row become groups "left"
+    /// and "right" (surfaces 0 and 1), which keeps triangle order row by row.
+    std::string Obj(bool groups = false) const {
+        std::ostringstream out;
+        for (int r = 0; r <= rows; ++r)
+            for (int c = 0; c <= columns; ++c)
+                out << "v " << x0 + cell * c << " " << y0 + cell * r << " " << z << "\n";
+        const auto id = [this](int c, int r) { return r * (columns + 1) + c + 1; };
+        std::string group;
+        for (int r = 0; r < rows; ++r) {
+            for (int c = 0; c < columns; ++c) {
+                const std::string wanted = c < columns / 2 ? "left" : "right";
+                if (groups && wanted != group)
+                    out << "g " << (group = wanted) << "\n";
+                out << "f " << id(c, r) << " " << id(c + 1, r) << " " << id(c + 1, r + 1) << "\n";
+                out << "f " << id(c, r) << " " << id(c + 1, r + 1) << " " << id(c, r + 1) << "\n";
+            }
+        }
+        return out.str();
+    }
+};
+
+struct RunResult {
+    int status;
+    std::string out, err;
+};
+
+std::string ReadText(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+bool InsideRectangle(std::pair<double, double> p, double x0, double y0, double x1, double y1) {
+    return p.first > x0 && p.first < x1 && p.second > y0 && p.second < y1;
+}
+
+// Screen units are model units: internal units (1000 per model unit) scaled by 1/1000.
+const json kUnitView = {0.001, 0, 0, 0, 0, 0.001, 0, 0, 0, 0, 0.001, 0, 0, 0, 0, 1};
+
+class VelpickTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/velpick_test.XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        m_dir = pattern;
+    }
+    void TearDown() override { fs::remove_all(m_dir); }
+
+    fs::path Path(const std::string& name) const { return m_dir / name; }
+    void Write(const std::string& name, const std::string& text) const {
+        std::ofstream(Path(name), std::ios::binary) << text;
+    }
+
+    RunResult Run(const std::string& arguments) const {
+        const std::string command = std::string("'") + VELPICK_EXECUTABLE + "' " + arguments +
+                                    " >'" + Path("stdout").string() + "' 2>'" +
+                                    Path("stderr").string() + "'";
+        const int raw = std::system(command.c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadText(Path("stdout")),
+                ReadText(Path("stderr"))};
+    }
+
+    /// Runs `scene` and returns the parsed JSON output, failing the test on any error.
+    json Pick(const json& scene) {
+        Write("scene.json", scene.dump());
+        const RunResult run = Run("'" + Path("scene.json").string() + "'");
+        EXPECT_EQ(run.status, 0) << run.err;
+        return run.status == 0 ? json::parse(run.out) : json();
+    }
+
+    static std::set<std::size_t> Marked(const json& result, std::size_t mesh) {
+        return result["meshes"][mesh]["marked"].get<std::set<std::size_t>>();
+    }
+
+    fs::path m_dir;
+};
+
+// A back plate at z = 0 over x 0..20, half covered by a front plate at z = 5 over x 0..10,
+// and a rectangle over x 2..18 (y 2..8) seen straight down the z axis.
+class OcclusionScene : public VelpickTest {
+  protected:
+    const Grid back{0, 0, 1, 20, 10, 0};
+    const Grid front{0, 0, 1, 10, 10, 5};
+
+    json Scene() {
+        Write("back.obj", back.Obj());
+        Write("front.obj", front.Obj());
+        return {{"meshes", {{{"file", "back.obj"}}, {{"file", "front.obj"}}}},
+                {"view", kUnitView},
+                {"pixel_proportion", 4},
+                {"region", {{"polygon", {{2, 2}, {18, 2}, {18, 8}, {2, 8}}}}}};
+    }
+    // Triangles well inside the rectangle (centroid at least half a cell in).
+    static bool WellInside(std::pair<double, double> c) {
+        return InsideRectangle(c, 2.5, 2.5, 17.5, 7.5);
+    }
+    // Triangles well outside the rectangle (centroid more than a cell out).
+    static bool WellOutside(std::pair<double, double> c) {
+        return !InsideRectangle(c, 1, 1, 19, 9);
+    }
+};
+
+TEST_F(OcclusionScene, HiddenTrianglesStayUnmarkedAndMarkThroughTakesThem) {
+    const json scene = Scene();
+    const std::set<std::size_t> visible = Marked(Pick(scene), 0);
+    json through = scene;
+    through["mark_through"] = true;
+    const std::set<std::size_t> all = Marked(Pick(through), 0);
+
+    for (std::size_t i = 0; i < back.Triangles(); ++i) {
+        const auto c = back.Centroid(i);
+        const bool hidden =
+            c.first < 10.0;  // cells left of x = 10 lie wholly behind the front plate
+        if (WellInside(c)) {
+            EXPECT_EQ(all.count(i), 1u) << "mark-through misses triangle " << i;
+            EXPECT_EQ(visible.count(i), hidden ? 0u : 1u) << "triangle " << i;
+        }
+        if (WellOutside(c)) {
+            EXPECT_EQ(all.count(i), 0u) << "triangle " << i << " lies outside the region";
+        }
+    }
+    for (std::size_t i : visible)
+        EXPECT_EQ(all.count(i), 1u) << "a visible pick is part of the mark-through pick";
+}
+
+TEST_F(OcclusionScene, FrontPlateIsMarkedUnderTheRegion) {
+    const std::set<std::size_t> frontMarked = Marked(Pick(Scene()), 1);
+    for (std::size_t i = 0; i < front.Triangles(); ++i) {
+        if (WellInside(front.Centroid(i))) {
+            EXPECT_EQ(frontMarked.count(i), 1u) << "triangle " << i;
+        }
+        if (WellOutside(front.Centroid(i))) {
+            EXPECT_EQ(frontMarked.count(i), 0u) << "triangle " << i;
+        }
+    }
+}
+
+TEST_F(OcclusionScene, UnmarkFromAllMarkedClearsExactlyWhatMarkingSets) {
+    json scene = Scene();
+    const json marking = Pick(scene);
+    scene["start_marked"] = true;
+    scene["unmark"] = true;
+    const json unmarking = Pick(scene);
+    for (std::size_t mesh = 0; mesh < 2; ++mesh) {
+        const std::set<std::size_t> set = Marked(marking, mesh), left = Marked(unmarking, mesh);
+        ASSERT_FALSE(set.empty());
+        const std::size_t count = marking["meshes"][mesh]["triangles"];
+        for (std::size_t i = 0; i < count; ++i)
+            EXPECT_NE(set.count(i), left.count(i)) << "mesh " << mesh << " triangle " << i;
+    }
+}
+
+TEST_F(OcclusionScene, ClippingPlaneRemovesTheFrontPlate) {
+    json scene = Scene();
+    scene["clipping_planes"] = {{0, 0, -1, 2500}};  // keeps z <= 2.5 model units
+    const json result = Pick(scene);
+    EXPECT_TRUE(Marked(result, 1).empty());
+    for (std::size_t i = 0; i < back.Triangles(); ++i) {
+        if (WellInside(back.Centroid(i))) {
+            EXPECT_EQ(Marked(result, 0).count(i), 1u) << "triangle " << i;
+        }
+    }
+}
+
+TEST_F(OcclusionScene, ReportsTheSelectionRasterAndMeshSizes) {
+    const json result = Pick(Scene());
+    EXPECT_EQ(result["picker"], "zbuffer");
+    EXPECT_EQ(result["meshes"][0]["file"], "back.obj");
+    EXPECT_EQ(result["meshes"][0]["triangles"], back.Triangles());
+    // Screen x 2..18 at 4 pixels per unit: pixels 8..72 inclusive.
+    EXPECT_EQ(result["region"]["origin"], json({8, 8}));
+    EXPECT_EQ(result["region"]["width"], 65);
+    EXPECT_EQ(result["region"]["height"], 25);
+    EXPECT_TRUE(result["timing_ms"]["load"].is_number());
+    EXPECT_TRUE(result["timing_ms"]["pick"].is_number());
+}
+
+TEST_F(OcclusionScene, BrushRegionBoxIsWidenedByTheRadius) {
+    json scene = Scene();
+    scene["region"] = {{"brush", {{"path", {{5.3, 5.0}, {12.0, 5.5}}}, {"radius", 1}}}};
+    const json result = Pick(scene);
+    // floor(21.2) − 4, floor(20) − 4; ceil(48) + 4, ceil(22) + 4.
+    EXPECT_EQ(result["region"]["origin"], json({17, 16}));
+    EXPECT_EQ(result["region"]["width"], 52 - 17 + 1);
+    EXPECT_EQ(result["region"]["height"], 26 - 16 + 1);
+    EXPECT_FALSE(Marked(result, 1).empty());
+}
+
+TEST_F(VelpickTest, MarkableSurfacesLimitWhatIsMarked) {
+    const Grid plate{0, 0, 1, 10, 10, 0};
+    Write("plate.obj", plate.Obj(/*groups=*/true));
+    const json result = Pick({{"meshes", {{{"file", "plate.obj"}, {"markable", {1}}}}},
+                              {"view", kUnitView},
+                              {"region", {{"polygon", {{1, 1}, {9, 1}, {9, 9}, {1, 9}}}}}});
+    const std::set<std::size_t> marked = Marked(result, 0);
+    ASSERT_FALSE(marked.empty());
+    for (std::size_t i : marked)
+        EXPECT_GT(plate.Centroid(i).first, 5.0) << "triangle " << i << " is in the left group";
+}
+
+// A placement P with a view V must pick what the single view V·P picks.
+TEST_F(VelpickTest, PlacementThenViewEqualsTheCombinedView) {
+    const Grid plate{0, 0, 1, 10, 10, 0};
+    Write("plate.obj", plate.Obj());
+    // P: a quarter turn about z, then 3 model units along x. V: screen = 2 × scene, turned
+    // a little about x so that depth varies, shifted by (1, 2).
+    const json placement = {0, -1, 0, 3000, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    const double c = 2 * std::cos(0.3) / 1000, s = 2 * std::sin(0.3) / 1000;
+    const json view = {0.002, 0, 0, 1, 0, c, -s, 2, 0, s, c, 0, 0, 0, 0, 1};
+    // V·P worked out by hand.
+    const json combined = {0, -0.002, 0, 7, c, 0, -s, 2, s, 0, c, 0, 0, 0, 0, 1};
+    const json region = {{"polygon", {{-15, 4}, {0, 3}, {1, 12}, {-12, 15}}}};
+    const json split = Pick({{"meshes", {{{"file", "plate.obj"}, {"placement", placement}}}},
+                             {"view", view},
+                             {"region", region}});
+    const json whole =
+        Pick({{"meshes", {{{"file", "plate.obj"}}}}, {"view", combined}, {"region", region}});
+    EXPECT_FALSE(Marked(split, 0).empty());
+    EXPECT_EQ(Marked(split, 0), Marked(whole, 0));
+}
+
+// The camera must pick what the view matrix worked out by hand for it picks.
+TEST_F(VelpickTest, CameraEqualsItsViewMatrix) {
+    const Grid plate{0, 0, 0.5, 20, 20, 0};
+    Write("plate.obj", plate.Obj());
+    // From above the point (4, 5, 0), 10 model units fill 20 screen units: screen = 2 × model,
+    // with (4, 5) at the screen centre (10, 10), so x' = 2x + 2 and y' = 2y.
+    const json camera = {{"eye", {4, 5, 30}},
+                         {"target", {4, 5, 0}},
+                         {"up", {0, 1, 0}},
+                         {"height", 10},
+                         {"screen", {20, 20}}};
+    const json view = {0.002, 0, 0, 2, 0, 0.002, 0, 0, 0, 0, 0.002, 0, 0, 0, 0, 1};
+    const json region = {{"polygon", {{5, 3}, {17, 6}, {9, 15}}}};
+    const json fromCamera =
+        Pick({{"meshes", {{{"file", "plate.obj"}}}}, {"camera", camera}, {"region", region}});
+    const json fromView =
+        Pick({{"meshes", {{{"file", "plate.obj"}}}}, {"view", view}, {"region", region}});
+    EXPECT_FALSE(Marked(fromCamera, 0).empty());
+    EXPECT_EQ(Marked(fromCamera, 0), Marked(fromView, 0));
+}
+
+// ---- errors: status 2, one line naming the file and the field, no output left behind ----
+
+struct ErrorCase {
+    const char* name;
+    json (*edit)(json scene);
+    const char* field;
+};
+
+json ValidScene() {
+    return {{"meshes", {{{"file", "plate.obj"}}}},
+            {"view", kUnitView},
+            {"region", {{"polygon", {{1, 1}, {9, 1}, {5, 9}}}}}};
+}
+
+const ErrorCase kErrorCases[] = {
+    {"ShortPlacement",
+     [](json s) {
+         s["meshes"][0]["placement"] = std::vector<double>(12, 1.0);
+         return s;
+     },
+     "meshes[0].placement: expected 16 numbers, got 12"},
+    {"SingularView",
+     [](json s) {
+         s["view"] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+         return s;
+     },
+     "view: the matrix is not invertible"},
+    {"WrongType",
+     [](json s) {
+         s["pixel_proportion"] = "five";
+         return s;
+     },
+     "pixel_proportion: expected a number"},
+    {"ZeroPixelProportion",
+     [](json s) {
+         s["pixel_proportion"] = 0;
+         return s;
+     },
+     "pixel_proportion: expected a number > 0"},
+    {"UnknownField",
+     [](json s) {
+         s["mark_thru"] = true;
+         return s;
+     },
+     "mark_thru: unknown field"},
+    {"TwoPointPolygon",
+     [](json s) {
+         s["region"]["polygon"] = {{1, 1}, {2, 2}};
+         return s;
+     },
+     "region.polygon: expected at least 3 points, got 2"},
+    {"EmptyBrushPath",
+     [](json s) {
+         s["region"] = {{"brush", {{"path", json::array()}, {"radius", 1}}}};
+         return s;
+     },
+     "region.brush.path: expected at least 1 point, got 0"},
+    {"FractionalRadius",
+     [](json s) {
+         s["region"] = {{"brush", {{"path", {{1, 1}}}, {"radius", 2.5}}}};
+         return s;
+     },
+     "region.brush.radius: expected a whole number"},
+    {"MissingMeshFile",
+     [](json s) {
+         s["meshes"][0]["file"] = "absent.obj";
+         return s;
+     },
+     "meshes[0].file: "},
+    {"NoSuchSurface",
+     [](json s) {
+         s["meshes"][0]["markable"] = {0, 3};
+         return s;
+     },
+     "meshes[0].markable[1]: surface 3 does not exist"},
+    {"ViewAndCamera",
+     [](json s) {
+         s["camera"] = {{"eye", {0, 0, 1}},
+                        {"target", {0, 0, 0}},
+                        {"up", {0, 1, 0}},
+                        {"height", 1},
+                        {"screen", {1, 1}}};
+         return s;
+     },
+     "expected exactly one of \"view\" and \"camera\""},
+    {"CameraUpAlongView",
+     [](json s) {
+         s.erase("view");
+         s["camera"] = {{"eye", {0, 0, 1}},
+                        {"target", {0, 0, 0}},
+                        {"up", {0, 0, 2}},
+                        {"height", 1},
+                        {"screen", {1, 1}}};
+         return s;
+     },
+     "camera: eye and target coincide, or up is parallel"},
+    {"RasterOverCellLimit",
+     [](json s) {
+         s["region"]["polygon"] = {{0, 0}, {100000, 0}, {0, 100000}};
+         s["pixel_proportion"] = 1;
+         return s;
+     },
+     "region: the selection raster of 100001 x 100001 pixels"},
+};
+
+class VelpickErrors : public VelpickTest, public ::testing::WithParamInterface<ErrorCase> {
+  protected:
+    void ExpectCleanFailure(const std::string& sceneArgument, const std::string& message) {
+        const RunResult run =
+            Run(sceneArgument + " --output '" + Path("out.json").string() + "' --image '" +
+                Path("out.png").string() + "' --ply '" + Path("out.ply").string() + "'");
+        EXPECT_EQ(run.status, 2);
+        EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_TRUE(run.out.empty());
+        for (const auto& entry : fs::directory_iterator(m_dir)) {
+            const std::string name = entry.path().filename().string();
+            EXPECT_TRUE(name.rfind("out", 0) != 0 && name[0] != '.') << "left behind: " << name;
+        }
+    }
+};
+
+TEST_P(VelpickErrors, FailsNamingFileAndField) {
+    Write("plate.obj", Grid{0, 0, 1, 10, 10, 0}.Obj(/*groups=*/true));
+    Write("scene.json", GetParam().edit(ValidScene()).dump());
+    const std::string scene = Path("scene.json").string();
+    ExpectCleanFailure("'" + scene + "'", scene + ": " + GetParam().field);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scene, VelpickErrors, ::testing::ValuesIn(kErrorCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(VelpickErrors, MalformedOrMissingSceneFile) {
+    Write("scene.json", R"({"meshes": [}")");
+    const std::string scene = Path("scene.json").string();
+    ExpectCleanFailure("'" + scene + "'", scene + ": malformed JSON");
+    Write("scene.json", R"({"depth_tolerance": 1e999})");
+    ExpectCleanFailure("'" + scene + "'", scene + ": malformed JSON");
+    ExpectCleanFailure("'" + Path("none.json").string() + "'", "none.json: no such file");
+}
+
+// ---- picture and mesh outputs ----
+
+struct Png {
+    int width = 0, height = 0;
+    std::vector<unsigned char> rgb;  // PNG order: top row first
+};
+
+Png ReadPng(const fs::path& file) {
+    Png png;
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, file.c_str()))
+        return png;
+    image.format = PNG_FORMAT_RGB;
+    png.rgb.resize(PNG_IMAGE_SIZE(image));
+    if (png_image_finish_read(&image, nullptr, png.rgb.data(), 0, nullptr)) {
+        png.width = static_cast<int>(image.width);
+        png.height = static_cast<int>(image.height);
+    }
+    return png;
+}
+
+// Even-odd test of a point against a polygon: an oracle independent of the renderer's spans.
+bool InsidePolygon(const std::vector<std::pair<double, double>>& polygon, double x, double y) {
+    bool inside = false;
+    for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
+        const auto &a = polygon[j], &b = polygon[i];
+        if ((a.second > y) != (b.second > y) &&
+            x < a.first + (y - a.second) * (b.first - a.first) / (b.second - a.second))
+            inside = !inside;
+    }
+    return inside;
+}
+
+TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
+    const Grid plate{0, 0, 0.25, 40, 40, 0};
+    Write("plate.obj", plate.Obj());
+    // Screen = 2 × model, 3 pixels per screen unit: 60 × 60 pixels.
+    const std::vector<std::pair<double, double>> polygon = {{3, 2}, {17, 5}, {8, 16}};
+    Write("scene.json", json({{"meshes", {{{"file", "plate.obj"}}}},
+                              {"camera",
+                               {{"eye", {5, 5, 9}},
+                                {"target", {5, 5, 0}},
+                                {"up", {0, 1, 0}},
+                                {"height", 10},
+                                {"screen", {20, 20}}}},
+                              {"pixel_proportion", 3},
+                              {"region", {{"polygon", polygon}}}})
+                            .dump());
+    const RunResult run =
+        Run("'" + Path("scene.json").string() + "' --image '" + Path("pick.png").string() + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Png png = ReadPng(Path("pick.png"));
+    ASSERT_EQ(png.width, 60);
+    ASSERT_EQ(png.height, 60);
+
+    // A marked triangle may stick out of the region by up to its own size: a cell diagonal,
+    // 0.25·√2 model units, is 0.71 screen units.
+    const double reach = 0.75;
+    int highlighted = 0;
+    for (int row = 0; row < png.height; ++row) {
+        for (int x = 0; x < png.width; ++x) {
+            const unsigned char* p = &png.rgb[3 * (row * png.width + x)];
+            if (p[0] <= p[2] + 40)
+                continue;
+            ++highlighted;
+            // PNG row 0 is the top: screen y grows upwards.
+            const double sx = (x + 0.5) / 3, sy = (png.height - row - 0.5) / 3;
+            bool near = false;
+            for (double dx : {-reach, 0.0, reach})
+                for (double dy : {-reach, 0.0, reach})
+                    near = near || InsidePolygon(polygon, sx + dx, sy + dy);
+            EXPECT_TRUE(near) << "highlighted pixel (" << x << ", " << row << ") is outside";
+        }
+    }
+    // The polygon covers 72 square screen units, 648 pixels; outline pixels are drawn over.
+    EXPECT_GT(highlighted, 400);
+}
+
+TEST_F(OcclusionScene, ImageSizeOptionSetsThePictureSize) {
+    Write("scene.json", Scene().dump());
+    const RunResult run = Run("'" + Path("scene.json").string() + "' --image '" +
+                              Path("pick.png").string() + "' --image-size 100 50");
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Png png = ReadPng(Path("pick.png"));
+    EXPECT_EQ(png.width, 100);
+    EXPECT_EQ(png.height, 50);
+}
+
+TEST_F(OcclusionScene, PlyColoursExactlyTheMarkedFaces) {
+    Write("scene.json", Scene().dump());
+    const RunResult run =
+        Run("'" + Path("scene.json").string() + "' --ply '" + Path("pick.ply").string() + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    const json result = json::parse(run.out);
+    const std::string ply = ReadText(Path("pick.ply"));
+    const std::size_t body = ply.find("end_header\n") + 11;
+    ASSERT_NE(ply.find("element face 600\n"), std::string::npos);
+    const std::size_t vertices = 21 * 11 + 11 * 11;
+    ASSERT_NE(ply.find("element vertex " + std::to_string(vertices) + "\n"), std::string::npos);
+    constexpr std::size_t kFaceBytes = 1 + 3 * 4 + 3;
+    ASSERT_EQ(ply.size(), body + vertices * 12 + 600 * kFaceBytes);
+
+    std::set<std::size_t> coloured[2];
+    for (std::size_t face = 0; face < 600; ++face) {
+        const char* red = &ply[body + vertices * 12 + face * kFaceBytes + 13];
+        if (static_cast<unsigned char>(*red) == velpick::kHighlightColour.r)
+            coloured[face < 400 ? 0 : 1].insert(face < 400 ? face : face - 400);
+    }
+    EXPECT_EQ(coloured[0], Marked(result, 0));
+    EXPECT_EQ(coloured[1], Marked(result, 1));
+}
+
+TEST_F(VelpickTest, DemoPicksAndDrawsWithoutAFile) {
+    const RunResult run = Run("--demo --image '" + Path("demo.png").string() + "'");
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("marked"), std::string::npos);
+    const Png png = ReadPng(Path("demo.png"));
+    EXPECT_GT(png.width, 0);
+    EXPECT_GT(png.height, 0);
+}
+
+TEST_F(VelpickTest, HelpNamesEveryOptionAndSceneField) {
+    const RunResult run = Run("--help");
+    ASSERT_EQ(run.status, 0);
+    for (const char* word : {"--output",
+                             "--image",
+                             "--image-size",
+                             "--ply",
+                             "--demo",
+                             "units_per_model_unit",
+                             "placement",
+                             "markable",
+                             "hidden_surfaces",
+                             "view",
+                             "camera",
+                             "pixel_proportion",
+                             "polygon",
+                             "brush",
+                             "picker",
+                             "mark_through",
+                             "back_face_culling",
+                             "unmark",
+                             "start_marked",
+                             "skip_hidden_surfaces",
+                             "depth_tolerance",
+                             "clipping_planes"})
+        EXPECT_NE(run.out.find(word), std::string::npos) << word;
+}
+
+}  // namespace
