@@ -12,18 +12,12 @@
 #include <type_traits>
 
 #include "point.h"
+#include "polygon_marking/int32_truncation.h"
 #include "polygon_marking/selection_raster.h"
 
 namespace AU_MarkOperations::PolygonMarking::detail {
 
-/// Truncation toward zero into 32 bits. NaN and values outside the int32 range give
-/// INT32_MIN, which is what the x86 conversion instruction produces; the clamps of the callers
-/// turn that into "nothing to draw" instead of an index far outside the raster.
-inline std::int32_t TruncateToInt32(double value) {
-    if (!(value >= -2147483648.0 && value < 2147483648.0))
-        return INT32_MIN;
-    return static_cast<std::int32_t>(value);
-}
+using AU_MarkOperations::PolygonMarking::TruncateToInt32;
 
 /// Rows first … last inclusive; empty when first > last.
 struct RowRange {

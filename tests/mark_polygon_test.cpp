@@ -380,6 +380,22 @@ TEST_F(MarkPolygonScene, ClippingPlaneOpensTheSphereToItsFarSide) {
     EXPECT_GT(farSide, sphere->GetNumberOfTriangles() / 4);
 }
 
+TEST_F(MarkPolygonScene, PlaneTestStopsAtTheFirstVertexBelowThePlane) {
+    // Two copies of one triangle straddling the plane x = 0, listed from different vertices:
+    // the copy whose vertex 0 is below the plane is dropped whole, the other one is cut.
+    auto mesh = std::make_unique<MStlBase>();
+    MStlSurface* surface = mesh->AddSurface(nullptr);
+    MStlTriangle* firstBelow =
+        surface->AddTriangle(-1000, -3000, 0, 3000, -4000, 0, 3000, -2000, 0);
+    MStlTriangle* secondBelow = surface->AddTriangle(3000, 2000, 0, -1000, 3000, 0, 3000, 4000, 0);
+    Add(op, *mesh);
+    op.AddClippingPlane({1, 0, 0, 0});
+    op.SetPolygon(lasso);
+    ASSERT_TRUE(op.operate());
+    EXPECT_FALSE(firstBelow->IsMarked());
+    EXPECT_TRUE(secondBelow->IsMarked());
+}
+
 TEST_F(MarkPolygonScene, UnmarkRestoresTheMarksOfBefore) {
     auto sphere = scene::uvSphere({0, 0, 0}, 3000);
     auto plate = scene::plateWithHole(6000, 1500, 5000);
