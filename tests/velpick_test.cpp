@@ -5,6 +5,7 @@
 #include <png.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -239,6 +240,22 @@ TEST_F(VelpickTest, MarkableSurfacesLimitWhatIsMarked) {
     ASSERT_FALSE(marked.empty());
     for (std::size_t i : marked)
         EXPECT_GT(plate.Centroid(i).first, 5.0) << "triangle " << i << " is in the left group";
+}
+
+TEST_F(VelpickTest, HiddenSurfacesAreSkippedOnlyWhenAsked) {
+    const Grid plate{0, 0, 1, 10, 10, 0};
+    Write("plate.obj", plate.Obj(/*groups=*/true));
+    json scene = {{"meshes", {{{"file", "plate.obj"}, {"hidden_surfaces", {0}}}}},
+                  {"view", kUnitView},
+                  {"region", {{"polygon", {{1, 1}, {9, 1}, {9, 9}, {1, 9}}}}}};
+    const std::set<std::size_t> kept = Marked(Pick(scene), 0);
+    scene["skip_hidden_surfaces"] = true;
+    const std::set<std::size_t> skipped = Marked(Pick(scene), 0);
+    ASSERT_FALSE(skipped.empty());
+    EXPECT_TRUE(std::any_of(kept.begin(), kept.end(),
+                            [&](std::size_t i) { return plate.Centroid(i).first < 5.0; }));
+    for (std::size_t i : skipped)
+        EXPECT_GT(plate.Centroid(i).first, 5.0) << "triangle " << i << " is in the hidden group";
 }
 
 // A placement P with a view V must pick what the single view V·P picks.

@@ -44,7 +44,7 @@ constexpr const char* kSceneHelp =
   picker                "zbuffer" (the only one so far)
   pixel_proportion 5.0, depth_tolerance 0.05 (model units), mark_through false,
   back_face_culling false, unmark false, start_marked false (mark all before picking),
-  skip_hidden_surfaces false, clipping_planes [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0)
+  skip_hidden_surfaces false (ignore the triangles of hidden surfaces), clipping_planes [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0)
 Unknown fields are errors. Errors print one line naming the file and field; exit status 2.
 
 Example:
@@ -246,15 +246,18 @@ int RunDemo(const Options& options) {
 }
 
 void DefineOptions(CLI::App& app, Options& options) {
-    app.add_option("scene", options.scene, "Scene file (JSON); see the format below");
+    CLI::Option* scene =
+        app.add_option("scene", options.scene, "Scene file (JSON); see the format below");
     app.add_option("-o,--output", options.output, "Write the JSON result here, not to stdout");
     app.add_option("--image", options.image, "Write a PNG picture of the view and the pick");
     app.add_option("--image-size", options.imageSize,
-                   "Picture size in pixels (default: the scene's own pixel size)")
+                   "Picture size in pixels (default: the camera's screen, or the view's extent "
+                   "of meshes and region, at pixel_proportion)")
         ->expected(2)
         ->check(CLI::Range(1, kMaxImageSide));
     app.add_option("--ply", options.ply, "Write the placed meshes, marked faces coloured, as PLY");
-    app.add_flag("--demo", options.demo, "Run the built-in demo scene (no scene file)");
+    app.add_flag("--demo", options.demo, "Run the built-in demo scene (no scene file)")
+        ->excludes(scene);
     app.footer(kSceneHelp);
 }
 
