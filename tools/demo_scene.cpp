@@ -16,13 +16,13 @@ constexpr double kPi = 3.14159265358979323846;
 
 // The plate: z = 0, facing +z, with a square hole around the origin.
 constexpr double kPlateLeft = -33.0, kPlateRight = 12.0, kPlateBottom = -30.0, kPlateTop = 30.0;
-constexpr double kPlateCell = 3.0;
+constexpr double kPlateCell = 1.0;
 constexpr double kHoleHalfWidth = 9.0;
 
 // The sphere behind it.
 constexpr point3d kSphereCentre{0.0, 0.0, -24.0};
 constexpr double kSphereRadius = 20.0;
-constexpr int kSphereSlices = 48, kSphereStacks = 24;
+constexpr int kSphereSlices = 96, kSphereStacks = 48;
 
 class MeshBuilder {
   public:
