@@ -57,20 +57,33 @@ class MaskTest : public ::testing::Test {
     MStlSurface& surface = *stl.AddSurface(nullptr);
 };
 
-TEST_F(MaskTest, GrowsInStepAcrossBlockBoundary) {
+TEST_F(MaskTest, GrowsInStepAcrossBlockBoundaryAndUnregisters) {
     using Mask = MDataMask<MStlTriangle, int>;
-    Mask mask(stl.GetMasks(), -1);
-    for (int i = 0; i < 1025; ++i) {
-        MStlTriangle* triangle = addNumberedTriangle(surface, i);
-        EXPECT_EQ(mask.GetInfo(*triangle), -1);
-        mask.SetInfo(*triangle, i);
-        if (i + 1 == 1023 || i + 1 == 1024 || i + 1 == 1025) {
+    EXPECT_EQ(Mask::kBlockSize, 1024u);
+    const std::size_t before = stl.GetMasks().GetNumberOfMasks();
+    {
+        Mask mask(stl.GetMasks(), -1);
+        EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before + 1);
+        for (int i = 0; i < 1025; ++i) {
+            MStlTriangle* triangle = addNumberedTriangle(surface, i);
+            EXPECT_EQ(mask.GetInfo(*triangle), -1);
+            mask.SetInfo(*triangle, i);
             EXPECT_EQ(mask.Size(), stl.GetNumberOfTriangles());
         }
+        for (int i = 0; i < 1025; ++i)
+            EXPECT_EQ(mask.GetInfo(stl.GetTriangle(i)), i);
     }
-    for (int i = 0; i < 1025; ++i)
-        EXPECT_EQ(mask.GetInfo(stl.GetTriangle(i)), i);
-    EXPECT_EQ(Mask::kBlockSize, 1024u);
+    EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before);
+    addNumberedTriangle(surface, 2000);  // would touch a dangling mask if still registered
+    // A mask made late starts with its default for every element.
+    MDataMask<MStlPoint, float> pointMask(stl.GetMasks(), 2.5f);
+    MDataMask<MStlTriangle, unsigned char> triangleMask(stl.GetMasks(), 9);
+    ASSERT_EQ(pointMask.Size(), stl.GetNumberOfPoints());
+    ASSERT_EQ(triangleMask.Size(), 1026u);
+    for (const MStlPoint& p : stl.Vertices())
+        EXPECT_EQ(pointMask.GetInfo(p), 2.5f);
+    for (const MStlTriangle& t : stl.Triangles())
+        EXPECT_EQ(triangleMask.GetInfo(t), 9);
 }
 
 TEST_F(MaskTest, CopySwapAndCopyFromAcrossBlocks) {
@@ -94,49 +107,20 @@ TEST_F(MaskTest, CopySwapAndCopyFromAcrossBlocks) {
     EXPECT_EQ(copy[1050], 10500);
 }
 
-TEST_F(MaskTest, LateMaskStartsWithDefaultForEveryElement) {
-    for (int i = 0; i < 1500; ++i)
-        addNumberedTriangle(surface, i);
-    MDataMask<MStlPoint, float> pointMask(stl.GetMasks(), 2.5f);
-    MDataMask<MStlTriangle, unsigned char> triangleMask(stl.GetMasks(), 9);
-    ASSERT_EQ(pointMask.Size(), stl.GetNumberOfPoints());
-    ASSERT_EQ(triangleMask.Size(), 1500u);
-    for (const MStlPoint& p : stl.Vertices())
-        EXPECT_EQ(pointMask.GetInfo(p), 2.5f);
-    for (const MStlTriangle& t : stl.Triangles())
-        EXPECT_EQ(triangleMask.GetInfo(t), 9);
-}
-
-TEST_F(MaskTest, MasksUnregisterOnDestruction) {
-    const std::size_t before = stl.GetMasks().GetNumberOfMasks();
-    {
-        MDataMask<MStlTriangle, int> mask(stl.GetMasks(), 0);
-        EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before + 1);
-    }
-    EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before);
-    addNumberedTriangle(surface, 0);  // would touch a dangling mask if it were still registered
-}
-
-TEST(MaskLifetimeTest, MaskOutlivingItsMeshIsDetachedAndKeepsValues) {
+TEST(MaskLifetimeTest, MasksOutlivingTheirMeshAreDetached) {
     auto stl = std::make_unique<MStlBase>();
-    MStlSurface& surface = *stl->AddSurface(nullptr);
     auto mask = std::make_unique<MDataMask<MStlTriangle, int>>(stl->GetMasks(), 4);
-    mask->SetInfo(*addNumberedTriangle(surface, 0), 11);
+    mask->SetInfo(*addNumberedTriangle(*stl->AddSurface(nullptr), 0), 11);
+    auto* named = MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
+        stl.get(), L"late");
+    ASSERT_NE(named, nullptr);
     stl.reset();
     EXPECT_EQ(mask->GetOwner(), nullptr);
     EXPECT_EQ((*mask)[0], 11);
     EXPECT_EQ(mask->Size(), 1u);
     mask.reset();  // must not unregister from the dead mesh
-}
-
-TEST(MaskLifetimeTest, NamedMaskDeleterAfterMeshDeath) {
-    auto stl = std::make_unique<MStlBase>();
-    auto* mask = MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
-        stl.get(), L"late");
-    ASSERT_NE(mask, nullptr);
-    stl.reset();
     VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>()(
-        mask);
+        named);
 }
 
 // ---- Mesh, surfaces, triangles ----
@@ -207,7 +191,7 @@ TEST(MeshTest, NormalIsUnitAndFollowsRightHandRule) {
     }
 }
 
-TEST(MeshTest, ElementInfoExistsOnlyOnceCreated) {
+TEST(MeshTest, ElementInfoAndMarkingSinkOnACube) {
     MStlBase stl;
     addCube(stl, 10);
     MStlGraph* graph = AddSharpEdgeGraph(stl, 30.0, false);
@@ -220,6 +204,18 @@ TEST(MeshTest, ElementInfoExistsOnlyOnceCreated) {
     EXPECT_EQ(info->GetEdgeThickness(edge).first, 0);
     info->SetEdgeThickness(edge, {4, 6});
     EXPECT_EQ(info->GetEdgeThickness(edge).second, 6);
+
+    SCOPED_TRACE("the marking sink marks in its mask, not on the triangle");
+    MStlMarkTrianglesByMasks sink(stl);
+    IStlMarkTriangles& asInterface = sink;
+    asInterface.Mark(stl.GetTriangle(3));
+    asInterface.Mark(stl.GetTriangle(7));
+    asInterface.Unmark(stl.GetTriangle(7));
+    EXPECT_TRUE(sink.IsMarked(stl.GetTriangle(3)));
+    EXPECT_FALSE(sink.IsMarked(stl.GetTriangle(7)));
+    EXPECT_EQ(sink.GetNumberOfMarked(), 1u);
+    for (const MStlTriangle& t : stl.Triangles())
+        EXPECT_FALSE(t.IsMarked());
 }
 
 TEST(MeshTest, NamedMaskNameIsTakenUntilDeleted) {
@@ -239,21 +235,6 @@ TEST(MeshTest, NamedMaskNameIsTakenUntilDeleted) {
     release(again);
     release(other);
     EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), 0u);
-}
-
-TEST(MeshTest, MarkingSinkMarksInItsMaskNotOnTheTriangle) {
-    MStlBase stl;
-    addCube(stl, 10);
-    MStlMarkTrianglesByMasks sink(stl);
-    IStlMarkTriangles& asInterface = sink;
-    asInterface.Mark(stl.GetTriangle(3));
-    asInterface.Mark(stl.GetTriangle(7));
-    asInterface.Unmark(stl.GetTriangle(7));
-    EXPECT_TRUE(sink.IsMarked(stl.GetTriangle(3)));
-    EXPECT_FALSE(sink.IsMarked(stl.GetTriangle(7)));
-    EXPECT_EQ(sink.GetNumberOfMarked(), 1u);
-    for (const MStlTriangle& t : stl.Triangles())
-        EXPECT_FALSE(t.IsMarked());
 }
 
 // ---- Sharp-edge graphs ----
@@ -276,16 +257,15 @@ std::vector<VertexPair> graphEdges(const MStlGraph& graph) {
 // Independent oracle: for every pair of vertices, the triangles that contain both.
 std::set<VertexPair> bruteForceSharpEdges(MStlBase& stl, double degrees, bool borders) {
     std::set<VertexPair> result;
-    std::vector<const MStlPoint*> points;
     for (const MStlPoint& p : stl.Vertices())
-        points.push_back(&p);
-    for (std::size_t i = 0; i < points.size(); ++i)
-        for (std::size_t j = i + 1; j < points.size(); ++j) {
+        for (const MStlPoint& q : stl.Vertices()) {
+            if (!std::less<const MStlPoint*>()(&p, &q))
+                continue;
             std::vector<const MStlTriangle*> users;
             for (const MStlTriangle& t : stl.Triangles()) {
                 int hits = 0;
                 for (std::size_t k = 0; k < 3; ++k)
-                    hits += t.GetPoint(k) == points[i] || t.GetPoint(k) == points[j];
+                    hits += t.GetPoint(k) == &p || t.GetPoint(k) == &q;
                 if (hits == 2)
                     users.push_back(&t);
             }
@@ -298,7 +278,7 @@ std::set<VertexPair> bruteForceSharpEdges(MStlBase& stl, double degrees, bool bo
                         (borders && users[0]->GetSurface() != users[1]->GetSurface());
             }
             if (sharp)
-                result.insert(unordered(points[i], points[j]));
+                result.insert(unordered(&p, &q));
         }
     return result;
 }
@@ -310,6 +290,8 @@ TEST(SharpEdgeGraphTest, CubeHasTwelveSharpEdgesAndSixFlatDiagonals) {
     EXPECT_EQ(AddSharpEdgeGraph(stl, 0.0, false)->GetNumberOfEdges(), 12u);   // diagonals: 0°
     EXPECT_EQ(AddSharpEdgeGraph(stl, -1.0, false)->GetNumberOfEdges(), 18u);  // every edge
     EXPECT_EQ(AddSharpEdgeGraph(stl, 90.0, true)->GetNumberOfEdges(), 0u);    // closed, 90°
+    EXPECT_THROW(AddSharpEdgeGraph(stl, NAN, false), std::invalid_argument);
+    EXPECT_EQ(stl.GetGraphs().size(), 4u);  // the rejected call adds no graph
     for (const MStlGraphEdge& e : stl.GetGraphs()[0]->GraphEdges()) {
         int differingAxes = 0;
         for (std::size_t axis = 0; axis < 3; ++axis)
@@ -374,12 +356,6 @@ TEST(SharpEdgeGraphTest, MatchesBruteForceOnRandomMeshes) {
                 EXPECT_EQ(got, bruteForceSharpEdges(stl, degrees, borders));
             }
     }
-}
-
-TEST(SharpEdgeGraphTest, NanThresholdIsRejected) {
-    MStlBase stl;
-    EXPECT_THROW(AddSharpEdgeGraph(stl, NAN, false), std::invalid_argument);
-    EXPECT_TRUE(stl.GetGraphs().empty());
 }
 
 }  // namespace
