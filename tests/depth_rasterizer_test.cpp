@@ -22,8 +22,7 @@ std::unique_ptr<_DepthRaster> MakeDepthRaster(std::int32_t width, std::int32_t h
                                               std::size_t tolerance = 0) {
     auto raster = std::make_unique<_DepthRaster>();
     raster->m_depthTolerance = tolerance;
-    raster->m_width = width;
-    raster->m_height = height;
+    raster->m_width = width, raster->m_height = height;
     raster->m_region = std::make_unique<PixelGrid>(width, height, 1.0, true);
     raster->m_depth = std::make_unique<_DepthEntry[]>(static_cast<std::size_t>(width) * height);
     for (std::size_t i = 0; i < static_cast<std::size_t>(width) * height; ++i)
@@ -58,24 +57,23 @@ TEST_F(DepthRasterizer, EqualDepthKeepsTheTriangleDrawnFirst) {
     EXPECT_EQ(second.flags, kCoveredFlag);
 }
 
-TEST_F(DepthRasterizer, HiddenTriangleIsStillCovered) {
-    _TriangleRecord nearer, behind;
-    Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, &nearer);
-    Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, &behind);
-    EXPECT_EQ(behind.flags, kCoveredFlag);
-    EXPECT_EQ(At(2, 2).depth, 9.0f);
-    _FinalizeDepthRaster(*raster);
-    EXPECT_EQ(behind.flags, kCoveredFlag);
-    EXPECT_EQ(nearer.flags, kCoveredFlag | kVisibleFlag);
-}
-
-TEST_F(DepthRasterizer, OccluderClearsTheRecordOfPixelsItWins) {
-    _TriangleRecord behind;
-    Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, &behind);
-    Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9});
-    EXPECT_EQ(At(2, 2).triangle, nullptr);
-    _FinalizeDepthRaster(*raster);
-    EXPECT_EQ(behind.flags, kCoveredFlag);
+TEST_F(DepthRasterizer, HiddenTriangleIsCoveredButNotVisibleInEitherOrder) {
+    for (bool behindFirst : {false, true}) {
+        SCOPED_TRACE(behindFirst);
+        raster = MakeDepthRaster(16, 12);
+        _TriangleRecord nearer, behind;
+        if (behindFirst)
+            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, &behind);
+        Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, &nearer);
+        if (!behindFirst)
+            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, &behind);
+        EXPECT_EQ(behind.flags, kCoveredFlag);
+        EXPECT_EQ(At(2, 2).depth, 9.0f);
+        EXPECT_EQ(At(2, 2).triangle, &nearer);  // the occluder replaces the record it beats
+        _FinalizeDepthRaster(*raster);
+        EXPECT_EQ(behind.flags, kCoveredFlag);
+        EXPECT_EQ(nearer.flags, kCoveredFlag | kVisibleFlag);
+    }
 }
 
 TEST_F(DepthRasterizer, PixelsOutsideTheRegionAreNeitherDrawnNorFinalized) {
@@ -146,17 +144,17 @@ class VisibilityTest : public DepthRasterizer {
     }
 };
 
-TEST_F(VisibilityTest, VertexExactlyAtTheThresholdIsVisible) {
+TEST_F(VisibilityTest, VertexAtTheThresholdIsVisibleSpanPixelIsNotToleranceLetsThrough) {
     FlatFront();
     EXPECT_TRUE(Visible({5.5f, 5.5f, 10}, {30, 5, 3}, {30, 30, 3}));
     EXPECT_FALSE(Visible({5.5f, 5.5f, 9.99f}, {30, 5, 3}, {30, 30, 3}));
-}
-
-TEST_F(VisibilityTest, SpanPixelExactlyAtTheThresholdIsNot) {
-    FlatFront();
-    // All vertices outside the grid: only the span scan decides.
+    // With every vertex off the grid only the span scan decides.
     EXPECT_FALSE(Visible({-5, -5, 10}, {60, -5, 10}, {-5, 60, 10}));
     EXPECT_TRUE(Visible({-5, -5, 10.01f}, {60, -5, 10.01f}, {-5, 60, 10.01f}));
+    raster = MakeDepthRaster(16, 12, 2);
+    FlatFront();
+    EXPECT_TRUE(Visible({-5, -5, 8.5f}, {60, -5, 8.5f}, {-5, 60, 8.5f}));
+    EXPECT_FALSE(Visible({-5, -5, 7.5f}, {60, -5, 7.5f}, {-5, 60, 7.5f}));
 }
 
 TEST_F(VisibilityTest, ThreeVerticesBehindAreHiddenWithoutScanning) {
@@ -168,13 +166,6 @@ TEST_F(VisibilityTest, ThreeVerticesBehindAreHiddenWithoutScanning) {
     EXPECT_FALSE(Visible({1.5f, 1.5f, 5}, {10.5f, 1.5f, 5}, {1.5f, 10.5f, 5}));
     // One vertex off the grid: the scan runs and finds the open interior.
     EXPECT_TRUE(Visible({1.5f, 1.5f, 5}, {10.5f, 1.5f, 5}, {1.5f, 30.0f, 5}));
-}
-
-TEST_F(VisibilityTest, ToleranceLetsANearlyCoplanarTriangleThrough) {
-    raster = MakeDepthRaster(16, 12, 2);
-    FlatFront();
-    EXPECT_TRUE(Visible({-5, -5, 8.5f}, {60, -5, 8.5f}, {-5, 60, 8.5f}));
-    EXPECT_FALSE(Visible({-5, -5, 7.5f}, {60, -5, 7.5f}, {-5, 60, 7.5f}));
 }
 
 // ---- region test ----------------------------------------------------------------------
@@ -194,20 +185,18 @@ struct RegionFixture {
     _RegionRaster raster;
 };
 
-double EdgeDistance(const point3f& p, const point3f& q, double x, double y) {
-    const double dx = q.x - p.x, dy = q.y - p.y;
-    return ((x - p.x) * dy - (y - p.y) * dx) / std::hypot(dx, dy);
-}
-
 /// Signed distance of (x, y) inside the triangle: the smallest distance to an edge line,
 /// positive inside.
 double InsideMargin(const point3f (&t)[3], double x, double y) {
     const double orientation =
         (t[1].x - t[0].x) * (t[2].y - t[0].y) - (t[2].x - t[0].x) * (t[1].y - t[0].y);
-    const double sign = orientation > 0 ? -1.0 : 1.0;
     double margin = std::numeric_limits<double>::max();
-    for (int i = 0; i < 3; ++i)
-        margin = std::min(margin, sign * EdgeDistance(t[i], t[(i + 1) % 3], x, y));
+    for (int i = 0; i < 3; ++i) {
+        const point3f &p = t[i], &q = t[(i + 1) % 3];
+        const double dx = q.x - p.x, dy = q.y - p.y;
+        const double edge = ((x - p.x) * dy - (y - p.y) * dx) / std::hypot(dx, dy);
+        margin = std::min(margin, orientation > 0 ? -edge : edge);
+    }
     return margin;
 }
 
@@ -263,22 +252,19 @@ TEST(TriangleTouchesRegion, AgreesWithPixelCentresOnRandomTriangles) {
     EXPECT_GT(mustMiss, 150);
 }
 
-TEST(TriangleTouchesRegion, SliverAndSubPixelTrianglesStillTestTheirPixel) {
+TEST(TriangleTouchesRegion, SubPixelTrianglesAndEdgesBelowRowZeroStillTestTheirPixel) {
     RegionFixture region(8, 8, 0.0, 1);
     region.raster.m_region->At(3, 5) = true;  // row 3, column 5
-    EXPECT_TRUE(
-        _TriangleTouchesRegion(region.raster, {5.2f, 3.1f, 0}, {5.4f, 3.2f, 0}, {5.3f, 3.3f, 0}));
-    EXPECT_FALSE(
-        _TriangleTouchesRegion(region.raster, {6.2f, 3.1f, 0}, {6.4f, 3.2f, 0}, {6.3f, 3.3f, 0}));
-}
-
-TEST(TriangleTouchesRegion, EdgesBelowRowZeroStillScanRowZero) {
+    const auto touches = [&](point3f a, point3f b, point3f c) {
+        return _TriangleTouchesRegion(region.raster, a, b, c);
+    };
+    EXPECT_TRUE(touches({5.2f, 3.1f, 0}, {5.4f, 3.2f, 0}, {5.3f, 3.3f, 0}));
+    EXPECT_FALSE(touches({6.2f, 3.1f, 0}, {6.4f, 3.2f, 0}, {6.3f, 3.3f, 0}));
     // Unlike the depth walk, the region walk clamps an edge ending below row 0 to row 0.
-    RegionFixture region(8, 8, 0.0, 1);
+    EXPECT_FALSE(touches({2.2f, -0.5f, 0}, {2.8f, -0.4f, 0}, {2.5f, -0.3f, 0}));
     for (int column = 0; column < 8; ++column)
         region.raster.m_region->At(0, column) = true;
-    EXPECT_TRUE(_TriangleTouchesRegion(region.raster, {2.2f, -0.5f, 0}, {2.8f, -0.4f, 0},
-                                       {2.5f, -0.3f, 0}));
+    EXPECT_TRUE(touches({2.2f, -0.5f, 0}, {2.8f, -0.4f, 0}, {2.5f, -0.3f, 0}));
 }
 
 }  // namespace

@@ -63,6 +63,11 @@ std::vector<const MStlTriangle*> Marked(MStlBase& mesh,
     return result;
 }
 
+void UnmarkAll(MStlBase& mesh) {
+    for (MStlTriangle& t : mesh.Triangles())
+        t.Unmark();
+}
+
 /// What a pick is checked against: the rays, the region in the grid frame and its extent.
 struct Pick {
     const oracle::RayCastOracle& rays;
@@ -70,44 +75,26 @@ struct Pick {
     int width, height;
 };
 
-/// Region pixels, well inside, whose first hit is markable but left unmarked.
-int MissedFrontPixels(const Pick& pick, const TrianglePredicate& markable,
-                      const TrianglePredicate& marked, int* sampled) {
+/// Region pixels, well inside, where the first hit (every hit when `through`) is markable but
+/// left unmarked; `sampled` counts the markable hits looked at.
+int MissedPixels(const Pick& pick, const TrianglePredicate& markable,
+                 const TrianglePredicate& marked, bool through, int* sampled) {
     int missed = 0;
     *sampled = 0;
-    for (int row = 0; row < pick.height; ++row) {
+    for (int row = 0; row < pick.height; ++row)
         for (int column = 0; column < pick.width; ++column) {
             const double x = column + 0.5, y = row + 0.5;
             if (pick.region(x, y) < 1.0)
                 continue;
-            const auto hit = pick.rays.FirstHit(x, y);
-            if (!hit || !markable(*hit->triangle))
-                continue;
-            ++*sampled;
-            missed += !marked(*hit->triangle);
+            std::vector<oracle::Hit> hits;
+            if (through)
+                hits = pick.rays.AllHits(x, y);
+            else if (const auto first = pick.rays.FirstHit(x, y))
+                hits.push_back(*first);
+            for (const oracle::Hit& hit : hits)
+                if (markable(*hit.triangle))
+                    ++*sampled, missed += !marked(*hit.triangle);
         }
-    }
-    return missed;
-}
-
-/// Region pixels, well inside, where some markable triangle is hit but left unmarked.
-int MissedThroughPixels(const Pick& pick, const TrianglePredicate& markable,
-                        const TrianglePredicate& marked, int* sampled) {
-    int missed = 0;
-    *sampled = 0;
-    for (int row = 0; row < pick.height; ++row) {
-        for (int column = 0; column < pick.width; ++column) {
-            const double x = column + 0.5, y = row + 0.5;
-            if (pick.region(x, y) < 1.0)
-                continue;
-            for (const oracle::Hit& hit : pick.rays.AllHits(x, y)) {
-                if (!markable(*hit.triangle))
-                    continue;
-                ++*sampled;
-                missed += !marked(*hit.triangle);
-            }
-        }
-    }
     return missed;
 }
 
@@ -152,7 +139,7 @@ void ExpectFrontPick(const Pick& pick, const TrianglePredicate& markable,
                      const std::vector<MStlBase*>& meshes,
                      const TrianglePredicate& marked = IsMarked) {
     int sampled = 0;
-    const int missed = MissedFrontPixels(pick, markable, marked, &sampled);
+    const int missed = MissedPixels(pick, markable, marked, false, &sampled);
     EXPECT_GT(sampled, 100);
     EXPECT_LE(missed, kAllowedMissFraction * sampled) << missed << " of " << sampled;
     for (MStlBase* mesh : meshes) {
@@ -167,14 +154,14 @@ void ExpectFrontPick(const Pick& pick, const TrianglePredicate& markable,
 /// pixels per screen unit, selected by a lasso in screen units.
 class MarkPolygonScene : public ::testing::Test {
   protected:
-    point2i Origin(const std::vector<point2d>& polygon) const {
+    static point2i Origin(const std::vector<point2d>& polygon) {
         double minX = polygon[0].x, minY = polygon[0].y;
         for (const point2d& p : polygon)
             minX = std::min(minX, p.x), minY = std::min(minY, p.y);
         return {int(std::floor(minX * kPixelsPerMm)), int(std::floor(minY * kPixelsPerMm))};
     }
     /// The lasso's pixel polygon in the grid frame, its extent and the model-to-pixel maps.
-    Pick LassoPick(const std::vector<point2d>& polygon, const oracle::RayCastOracle& rays) const {
+    static Pick LassoPick(const std::vector<point2d>& polygon, const oracle::RayCastOracle& rays) {
         const point2i origin = Origin(polygon);
         std::vector<point2d> pixels;
         double maxX = -1e300, maxY = -1e300;
@@ -191,6 +178,14 @@ class MarkPolygonScene : public ::testing::Test {
         modelView.PostMultiply(placement);
         return FindModelToCameraViewTransformation(modelView, kPixelsPerMm, origin);
     }
+    /// Rays through the lasso's pixels against unplaced meshes.
+    oracle::RayCastOracle Rays(const std::vector<MStlBase*>& meshes,
+                               const std::vector<point2d>& polygon) const {
+        oracle::RayCastOracle rays;
+        for (MStlBase* mesh : meshes)
+            rays.AddMesh(*mesh, ModelToPixel(Origin(polygon)));
+        return rays;
+    }
     void Add(MStlBaseOperatorMarkPolygon& op, MStlBase& mesh, bool whole = true,
              IStlMarkTriangles* sink = nullptr,
              const MMTransformMatrix& placement = MMTransformMatrix()) {
@@ -202,48 +197,40 @@ class MarkPolygonScene : public ::testing::Test {
     MStlBaseOperatorMarkPolygon op{kPixelsPerMm, kToleranceMm, false};
 };
 
-TEST_F(MarkPolygonScene, SphereBehindAPlateShowsOnlyThroughTheHole) {
+TEST_F(MarkPolygonScene, SphereBehindAPlateWithAHoleFrontPickAndMarkThrough) {
     auto sphere = scene::uvSphere({0, 0, 0}, 3000);
     auto plate = scene::plateWithHole(6000, 1500, 5000);
-    Add(op, *sphere);
-    Add(op, *plate);
-    op.SetPolygon(lasso);
-    ASSERT_TRUE(op.operate());
+    for (bool through : {false, true}) {
+        SCOPED_TRACE(through ? "mark through" : "front only");
+        UnmarkAll(*sphere), UnmarkAll(*plate);
+        MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+        Add(picker, *sphere);
+        Add(picker, *plate);
+        const auto polygon = through ? Rectangle(-2, -1, 2, 1.5) : lasso;
+        picker.SetPolygon(polygon);
+        picker.SetMarkThrough(through);
+        ASSERT_TRUE(picker.operate());
 
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*sphere, ModelToPixel(Origin(lasso)));
-    rays.AddMesh(*plate, ModelToPixel(Origin(lasso)));
-    ExpectFrontPick(LassoPick(lasso, rays), Any, {sphere.get(), plate.get()});
-    const std::size_t sphereMarks = Marked(*sphere).size();
-    EXPECT_GT(sphereMarks, 20u);
-    EXPECT_LT(sphereMarks, sphere->GetNumberOfTriangles() / 4);
-}
-
-TEST_F(MarkPolygonScene, MarkThroughMarksEverythingUnderTheLasso) {
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    auto plate = scene::plateWithHole(6000, 1500, 5000);
-    Add(op, *sphere);
-    Add(op, *plate);
-    const auto smallLasso = Rectangle(-2, -1, 2, 1.5);
-    op.SetPolygon(smallLasso);
-    op.SetMarkThrough(true);
-    ASSERT_TRUE(op.operate());
-
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*sphere, ModelToPixel(Origin(smallLasso)));
-    rays.AddMesh(*plate, ModelToPixel(Origin(smallLasso)));
-    const Pick pick = LassoPick(smallLasso, rays);
-    int sampled = 0;
-    EXPECT_EQ(MissedThroughPixels(pick, Any, IsMarked, &sampled), 0);
-    EXPECT_GT(sampled, 1000);
-    EXPECT_EQ(UnexplainedMarks(pick, Marked(*sphere), true), 0);
-    EXPECT_EQ(UnexplainedMarks(pick, Marked(*plate), true), 0);
-    // Both the near and the far side of the sphere are marked.
-    int nearSide = 0, farSide = 0;
-    for (const MStlTriangle* t : Marked(*sphere))
-        (t->GetNormal().z > 0 ? nearSide : farSide)++;
-    EXPECT_GT(nearSide, 10);
-    EXPECT_GT(farSide, 10);
+        const oracle::RayCastOracle rays = Rays({sphere.get(), plate.get()}, polygon);
+        const Pick pick = LassoPick(polygon, rays);
+        const std::size_t sphereMarks = Marked(*sphere).size();
+        if (!through) {
+            ExpectFrontPick(pick, Any, {sphere.get(), plate.get()});
+            EXPECT_GT(sphereMarks, 20u);
+            EXPECT_LT(sphereMarks, sphere->GetNumberOfTriangles() / 4);
+            continue;
+        }
+        int sampled = 0;
+        EXPECT_EQ(MissedPixels(pick, Any, IsMarked, true, &sampled), 0);
+        EXPECT_GT(sampled, 1000);
+        EXPECT_EQ(UnexplainedMarks(pick, Marked(*sphere), true), 0);
+        EXPECT_EQ(UnexplainedMarks(pick, Marked(*plate), true), 0);
+        int nearSide = 0, farSide = 0;  // both sides of the sphere are marked
+        for (const MStlTriangle* t : Marked(*sphere))
+            (t->GetNormal().z > 0 ? nearSide : farSide)++;
+        EXPECT_GT(nearSide, 10);
+        EXPECT_GT(farSide, 10);
+    }
 }
 
 TEST_F(MarkPolygonScene, MeshesWithDifferentPlacementsHideEachOther) {
@@ -255,12 +242,10 @@ TEST_F(MarkPolygonScene, MeshesWithDifferentPlacementsHideEachOther) {
     op.SetPolygon(lasso);
     ASSERT_TRUE(op.operate());
 
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*back, ModelToPixel(Origin(lasso)));
+    oracle::RayCastOracle rays = Rays({back.get()}, lasso);
     rays.AddMesh(*front, ModelToPixel(Origin(lasso), frontPlacement));
     ExpectFrontPick(LassoPick(lasso, rays), Any, {back.get(), front.get()});
-    // The back cube's top face is partly covered by the front cube.
-    int topMarked = 0, topHidden = 0;
+    int topMarked = 0, topHidden = 0;  // the front cube covers part of the back one's top
     for (MStlTriangle& t : back->Triangles())
         if (t.GetNormal().z > 0.5)
             (t.IsMarked() ? topMarked : topHidden)++;
@@ -274,33 +259,29 @@ TEST_F(MarkPolygonScene, BackFaceCullingKeepsTheFrontHalfOfAClosedMesh) {
     op.SetPolygon(lasso);
     op.SetBackFaceCulling(true);
     ASSERT_TRUE(op.operate());
-
     const auto facesViewer = [](const MStlTriangle& t) { return t.GetNormal().z > 0; };
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*sphere, ModelToPixel(Origin(lasso)));
-    ExpectFrontPick(LassoPick(lasso, rays), facesViewer, {sphere.get()});
+    ExpectFrontPick(LassoPick(lasso, Rays({sphere.get()}, lasso)), facesViewer, {sphere.get()});
 }
 
 TEST_F(MarkPolygonScene, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
-    auto awayPlate = std::make_unique<MStlBase>();  // facing −z, away from the viewer
-    scene::addGrid(*awayPlate->AddSurface(nullptr), {-2000, -2000, 0}, {0, 4000, 0}, {4000, 0, 0},
-                   4);
+    auto awayPlate = scene::oneSurface([](MStlSurface& s) {  // facing −z, away from the viewer
+        scene::addGrid(s, {-2000, -2000, 0}, {0, 4000, 0}, {4000, 0, 0}, 4);
+    });
+    const std::size_t all = awayPlate->GetNumberOfTriangles();
     Add(op, *awayPlate);
     op.SetPolygon(lasso);
     op.SetBackFaceCulling(true);
     op.SetMarkThrough(true);
     ASSERT_TRUE(op.operate());
-    EXPECT_EQ(Marked(*awayPlate).size(), awayPlate->GetNumberOfTriangles());
+    EXPECT_EQ(Marked(*awayPlate).size(), all);
 
-    for (MStlTriangle& t : awayPlate->Triangles())
-        t.Unmark();
+    UnmarkAll(*awayPlate);
     op.SetMarkThrough(false);
     ASSERT_TRUE(op.operate());
-    EXPECT_EQ(Marked(*awayPlate).size(), awayPlate->GetNumberOfTriangles());
+    EXPECT_EQ(Marked(*awayPlate).size(), all);
 
     MStlBaseOperatorMarkPolygon culling(kPixelsPerMm, kToleranceMm, false);
-    for (MStlTriangle& t : awayPlate->Triangles())
-        t.Unmark();
+    UnmarkAll(*awayPlate);
     Add(culling, *awayPlate);
     culling.SetPolygon(lasso);
     culling.SetBackFaceCulling(true);
@@ -318,27 +299,25 @@ TEST_F(MarkPolygonScene, OnlyMarkableSurfacesAreMarkedWhileTheRestOccludes) {
     op.SetMarkableSurface(ball);
     op.SetPolygon(lasso);
     ASSERT_TRUE(op.operate());
-
     const auto onBall = [ball](const MStlTriangle& t) { return t.GetSurface() == ball; };
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)));
-    ExpectFrontPick(LassoPick(lasso, rays), onBall, {mesh.get()});
+    ExpectFrontPick(LassoPick(lasso, Rays({mesh.get()}, lasso)), onBall, {mesh.get()});
     EXPECT_GT(Marked(*mesh).size(), 20u);
-}
 
-TEST_F(MarkPolygonScene, AMeshWithNoMarkableSurfaceOnlyOccludes) {
+    // A mesh added without a markable surface only occludes.
     auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    auto shield = scene::plate(6000, 5000, 4);
-    Add(op, *sphere);
-    Add(op, *shield, /*whole=*/false);
-    op.SetPolygon(lasso);
-    ASSERT_TRUE(op.operate());
+    auto plate = scene::plate(6000, 5000, 4);
+    MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+    Add(picker, *sphere);
+    Add(picker, *plate, /*whole=*/false);
+    picker.SetPolygon(lasso);
+    ASSERT_TRUE(picker.operate());
     EXPECT_TRUE(Marked(*sphere).empty());
-    EXPECT_TRUE(Marked(*shield).empty());
+    EXPECT_TRUE(Marked(*plate).empty());
 }
 
 TEST_F(MarkPolygonScene, HiddenSurfacesAreSkippedOnlyWhenAsked) {
     for (bool skip : {true, false}) {
+        SCOPED_TRACE(skip);
         auto mesh = std::make_unique<MStlBase>();
         MStlSurface* ball = mesh->AddSurface(nullptr);
         MStlSurface* shield = mesh->AddSurface(nullptr);
@@ -350,12 +329,15 @@ TEST_F(MarkPolygonScene, HiddenSurfacesAreSkippedOnlyWhenAsked) {
         picker.SetPolygon(lasso);
         ASSERT_TRUE(picker.operate());
 
-        const auto onBall = [ball](const MStlTriangle& t) { return t.GetSurface() == ball; };
-        const auto onShield = [shield](const MStlTriangle& t) { return t.GetSurface() == shield; };
+        const TrianglePredicate onBall = [ball](const MStlTriangle& t) {
+            return t.GetSurface() == ball;
+        };
+        const TrianglePredicate onShield = [shield](const MStlTriangle& t) {
+            return t.GetSurface() == shield;
+        };
         oracle::RayCastOracle rays;
-        rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)), skip ? TrianglePredicate(onBall) : Any);
-        ExpectFrontPick(LassoPick(lasso, rays), skip ? TrianglePredicate(onBall) : onShield,
-                        {mesh.get()});
+        rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)), skip ? onBall : Any);
+        ExpectFrontPick(LassoPick(lasso, rays), skip ? onBall : onShield, {mesh.get()});
     }
 }
 
@@ -402,12 +384,11 @@ TEST_F(MarkPolygonScene, UnmarkRestoresTheMarksOfBefore) {
     plate->GetTriangle(0).Mark();  // a corner outside the lasso
     sphere->GetTriangle(sphere->GetNumberOfTriangles() / 2).Mark();
     const auto before = Marked(*plate), beforeSphere = Marked(*sphere);
-    const auto smallLasso = Rectangle(-3, -3, 3, 3);
     for (bool unmark : {false, true}) {
         MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
         Add(picker, *sphere);
         Add(picker, *plate);
-        picker.SetPolygon(smallLasso);
+        picker.SetPolygon(Rectangle(-3, -3, 3, 3));
         picker.SetUnmark(unmark);
         ASSERT_TRUE(picker.operate());
         if (!unmark) {
@@ -430,10 +411,9 @@ TEST_F(MarkPolygonScene, BrushStrokeMarksAlongThePath) {
     const point2i origin{int(std::floor(-4 * kPixelsPerMm)) - r,
                          int(std::floor(-3 * kPixelsPerMm)) - r};
     std::vector<point2d> pixels;
-    for (const point2d& p : path) {
+    for (const point2d& p : path)
         pixels.push_back({std::floor(p.x * kPixelsPerMm) - origin.x + 0.5,
                           std::floor(p.y * kPixelsPerMm) - origin.y + 0.5});
-    }
     oracle::RayCastOracle rays;
     rays.AddMesh(*plate, ModelToPixel(origin));
     const Pick pick{rays, oracle::BrushRegion(pixels, r), 8 * 10 + 2 * r + 1, 4 * 10 + 2 * r + 1};
@@ -453,8 +433,8 @@ TEST_F(MarkPolygonScene, SinkReceivesTheMarksInsteadOfTheTriangles) {
     ASSERT_TRUE(op.operate());
 
     EXPECT_TRUE(Marked(*withSink).empty());
-    const auto viaSink = [&sink](const MStlTriangle& t) { return sink.IsMarked(t); };
-    const auto sunk = Marked(*withSink, viaSink);
+    const auto sunk =
+        Marked(*withSink, [&sink](const MStlTriangle& t) { return sink.IsMarked(t); });
     const auto direct = Marked(*plain);
     ASSERT_EQ(sunk.size(), direct.size());
     EXPECT_GT(direct.size(), 20u);
@@ -476,10 +456,7 @@ TEST_F(MarkPolygonScene, DefaultToleranceIsFiftyInternalUnits) {
             EXPECT_EQ(Marked(*front).size(), front->GetNumberOfTriangles());
             EXPECT_EQ(Marked(*back).size(), backMarked ? back->GetNumberOfTriangles() : 0)
                 << "gap " << gap;
-            for (MStlTriangle& t : front->Triangles())
-                t.Unmark();
-            for (MStlTriangle& t : back->Triangles())
-                t.Unmark();
+            UnmarkAll(*front), UnmarkAll(*back);
         }
     }
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <random>
 #include <set>
 #include <sstream>
@@ -25,10 +26,7 @@ bool EvenOddInside(const Polygon& polygon, double x, double y) {
     bool inside = false;
     for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
         const point2d a = polygon[i], b = polygon[j];
-        if ((a.y > y) == (b.y > y))
-            continue;
-        const double crossing = a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y);
-        if (crossing <= x)
+        if ((a.y > y) != (b.y > y) && a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y) <= x)
             inside = !inside;
     }
     return inside;
@@ -58,11 +56,9 @@ std::string Describe(const Polygon& polygon) {
 
 class PixelGridFillTest : public ::testing::Test {
   protected:
-    static constexpr int kWidth = 37;
-    static constexpr int kHeight = 29;
+    static constexpr int kWidth = 37, kHeight = 29;
     // Off the pixel centres' heights, so the star's vertex at angle 0 is no sample's height.
-    static constexpr double kCentreX = kWidth / 2.0 + 0.123;
-    static constexpr double kCentreY = kHeight / 2.0 + 0.321;
+    static constexpr double kCentreX = kWidth / 2.0 + 0.123, kCentreY = kHeight / 2.0 + 0.321;
     std::mt19937 random{2024};
 
     // Vertices anywhere in and around the grid: random polygons are mostly self-intersecting.
@@ -70,10 +66,8 @@ class PixelGridFillTest : public ::testing::Test {
         std::uniform_real_distribution<double> x(-4.0, kWidth + 4.0), y(-4.0, kHeight + 4.0);
         Polygon polygon;
         for (int i = 0; i < vertices; ++i) {
-            point2d p{x(random), y(random)};
-            if (integer)
-                p = {std::round(p.x), std::round(p.y)};
-            polygon.push_back(p);
+            const point2d p{x(random), y(random)};
+            polygon.push_back(integer ? point2d{std::round(p.x), std::round(p.y)} : p);
         }
         return polygon;
     }
@@ -83,8 +77,7 @@ class PixelGridFillTest : public ::testing::Test {
         std::uniform_real_distribution<double> radius(2.0, kHeight / 2.0);
         Polygon polygon;
         for (int i = 0; i < vertices; ++i) {
-            const double angle = 2 * M_PI * i / vertices;
-            const double r = radius(random);
+            const double angle = 2 * M_PI * i / vertices, r = radius(random);
             polygon.push_back({kCentreX + r * std::cos(angle), kCentreY + r * std::sin(angle)});
         }
         return polygon;
@@ -108,80 +101,53 @@ TEST_F(PixelGridFillTest, RandomPolygonsMatchEvenOddAtPixelCentres) {
         SCOPED_TRACE(trial);
         ExpectEvenOddFill(RandomPolygon(3 + trial % 12, false), false);
         ExpectEvenOddFill(RandomStar(5 + trial), false);
+        ExpectEvenOddFill(RandomPolygon(3 + trial % 12, true), true);  // off their edges only
     }
 }
 
-TEST_F(PixelGridFillTest, IntegerVertexPolygonsMatchEvenOddOffTheirEdges) {
-    for (int trial = 0; trial < 40; ++trial) {
-        SCOPED_TRACE(trial);
-        ExpectEvenOddFill(RandomPolygon(3 + trial % 12, true), true);
-    }
-}
-
-TEST_F(PixelGridFillTest, ScanlineThroughAVertexTogglesTwice) {
-    // The right boundary passes upward through (6, 2.5), on row 2's scanline: the two edges
-    // meeting there each give a crossing at 6, so the pixel after it is handled as inside.
-    const Polygon polygon = {{2, 0.3}, {6, 2.5}, {8, 4.7}, {0.5, 4.7}};
-    PixelGrid grid(polygon, 12, 6, 1.0, false);
-    for (int x = 0; x < 12; ++x)
-        EXPECT_EQ(grid.At(2, x), x >= 1 && x <= 6) << x;
-}
-
-TEST_F(PixelGridFillTest, SampleOnACrossingTakesTheStateAfterIt) {
-    const Polygon rectangle = {{2.5, 0.2}, {6.5, 0.2}, {6.5, 3.7}, {2.5, 3.7}};
-    PixelGrid grid(rectangle, 10, 5, 1.0, false);
-    for (int row = 0; row < 5; ++row)
-        for (int x = 0; x < 10; ++x)
-            EXPECT_EQ(grid.At(row, x), row <= 3 && x >= 2 && x <= 5) << row << "," << x;
-}
-
-TEST_F(PixelGridFillTest, InitialValueSurvivesOutsideTheTouchedSpan) {
+TEST_F(PixelGridFillTest, CrossingQuirks) {
+    // Checks rows firstRow … lastRow of the fill of a w × h grid starting at `initial`.
+    const auto check = [](const char* name, const Polygon& polygon, int w, int h, bool initial,
+                          int firstRow, int lastRow,
+                          const std::function<bool(int, int)>& expected) {
+        SCOPED_TRACE(name);
+        PixelGrid grid(polygon, w, h, 1.0, initial);
+        for (int row = firstRow; row <= lastRow; ++row)
+            for (int x = 0; x < w; ++x)
+                EXPECT_EQ(grid.At(row, x), expected(row, x)) << row << "," << x;
+    };
+    // The right boundary passes upward through (6, 2.5), on row 2's scanline: both edges meeting
+    // there give a crossing at 6, so the pixel after it is handled as inside.
+    check("vertex on a scanline toggles twice", {{2, 0.3}, {6, 2.5}, {8, 4.7}, {0.5, 4.7}}, 12, 6,
+          false, 2, 2, [](int, int x) { return x >= 1 && x <= 6; });
+    check("sample on a crossing takes the state after it",
+          {{2.5, 0.2}, {6.5, 0.2}, {6.5, 3.7}, {2.5, 3.7}}, 10, 5, false, 0, 4,
+          [](int row, int x) { return row <= 3 && x >= 2 && x <= 5; });
     // Row spans touch pixels trunc(2.9) = 2 … one past the last crossing (pixel 6).
-    const Polygon rectangle = {{2.9, 1.2}, {6.2, 1.2}, {6.2, 2.8}, {2.9, 2.8}};
-    PixelGrid grid(rectangle, 12, 4, 1.0, true);
-    for (int row = 0; row < 4; ++row)
-        for (int x = 0; x < 12; ++x) {
-            const bool touchedOutside = (row == 1 || row == 2) && (x == 2 || x == 6);
-            EXPECT_EQ(grid.At(row, x), !touchedOutside) << row << "," << x;
-        }
+    check("initial value survives outside the touched span",
+          {{2.9, 1.2}, {6.2, 1.2}, {6.2, 2.8}, {2.9, 2.8}}, 12, 4, true, 0, 3,
+          [](int row, int x) { return !((row == 1 || row == 2) && (x == 2 || x == 6)); });
+    // The top edge on row 2's scanline gives a NaN crossing that sorts last: its run reaches the
+    // row's end with the state after the real crossings; pixel 0 is never touched.
+    check("horizontal edge on a scanline runs the row to its end",
+          {{1.2, 0.3}, {6.7, 0.3}, {6.7, 2.5}, {1.2, 2.5}}, 12, 4, true, 1, 2,
+          [](int row, int x) { return row == 2 ? x <= 6 : x != 7; });
 }
 
-TEST_F(PixelGridFillTest, HorizontalEdgeOnAScanlineRunsTheRowToItsEnd) {
-    // The top edge lies on row 2's scanline and gives a NaN crossing. It sorts last and its
-    // run reaches the row's end with the state after the real crossings: pixels 7 … 11 are
-    // written outside, pixel 0 is never touched.
-    const Polygon rectangle = {{1.2, 0.3}, {6.7, 0.3}, {6.7, 2.5}, {1.2, 2.5}};
-    PixelGrid grid(rectangle, 12, 4, 1.0, true);
-    for (int x = 0; x < 12; ++x) {
-        EXPECT_EQ(grid.At(2, x), x <= 6) << x;
-        EXPECT_EQ(grid.At(1, x), x != 7) << x;
-    }
-}
-
-TEST(PixelGridLayout, AtTakesRowThenColumn) {
+TEST(PixelGridLayout, AtTakesRowThenColumnAndImpossibleSizesThrow) {
     PixelGrid grid(5, 3, 1.0, false);
-    grid.At(2, 4) = true;
-    grid.At(0, 1) = true;
+    grid.At(2, 4) = grid.At(0, 1) = true;
     const bool* cells = grid;
     for (int cell = 0; cell < 15; ++cell)
         EXPECT_EQ(cells[cell], cell == 2 * 5 + 4 || cell == 1) << cell;
     EXPECT_EQ(grid.GetWidth(), 5);
     EXPECT_EQ(grid.GetHeight(), 3);
-}
-
-TEST(PixelGridLayout, ImpossibleSizesThrowLengthError) {
     EXPECT_THROW(PixelGrid(65536, 32768, 1.0, false), std::length_error);
     EXPECT_THROW(PixelGrid(4, -2, 1.0, false), std::length_error);
 }
 
-class PolygonIntersectTest : public PixelGridFillTest {};
-
-TEST_F(PolygonIntersectTest, EmptyPolygonTouchesNothing) {
-    PixelGrid grid(8, 8, 1.0, true);
-    EXPECT_FALSE(grid.Intersect(Polygon{}));
-}
-
-TEST_F(PolygonIntersectTest, MatchesTheFillAgainstRandomGrids) {
+TEST_F(PixelGridFillTest, PolygonIntersectMatchesTheFillAgainstRandomGrids) {
+    EXPECT_FALSE(PixelGrid(8, 8, 1.0, true).Intersect(Polygon{}));
     std::bernoulli_distribution sparse(0.002);
     int hits = 0;
     for (int trial = 0; trial < 200; ++trial) {
@@ -209,33 +175,32 @@ std::array<point2d, 2> Segment(point2d p, point2d q) {
     return {p, q};
 }
 
-// The walk's frame along one axis: the segment's pixel box widened by one, with its origin
-// centred in truncating integer arithmetic (one cell right of the box's low end when the box
-// straddles zero with an odd sum).
+// The walk's frame along one axis: the segment's pixel box widened by one, its origin centred
+// in truncating integer arithmetic (one cell right of the box's low end when the box straddles
+// zero with an odd sum).
 struct WalkAxis {
     long long low, origin, count;
-
-    WalkAxis(double lowEnd, double highEnd) {
-        low = static_cast<long long>(lowEnd) - 1;
-        const long long high = static_cast<long long>(highEnd) + 1;
-        count = high - low;
-        origin = (low + high) / 2 - count / 2;
+    WalkAxis(double lowEnd, double highEnd)
+        : low(static_cast<long long>(lowEnd) - 1),
+          origin((low + static_cast<long long>(highEnd) + 1) / 2),
+          count(static_cast<long long>(highEnd) + 1 - low) {
+        origin -= count / 2;
     }
 };
 
-// The pixels a segment's walk tests: every unit cell of the walk's frame the segment passes
-// through, as (row, column) = low corner of the box + cell index.
-std::set<std::pair<long long, long long>> CrossedPixels(point2d p, point2d q) {
+using Pixels = std::set<std::pair<long long, long long>>;
+
+// The (row, column) pixels a segment's walk tests: each unit cell of the walk's frame the
+// segment passes through by a positive length, mapped from the box's low corner.
+Pixels CrossedPixels(point2d p, point2d q) {
     if (p.y > q.y)
         std::swap(p, q);
     const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(p.y, q.y);
-    std::set<std::pair<long long, long long>> pixels;
+    const double d[2] = {q.x - p.x, q.y - p.y}, from[2] = {p.x, p.y};
+    Pixels pixels;
     for (long long i = 0; i < ax.count; ++i)
         for (long long j = 0; j < ay.count; ++j) {
-            // Clip the segment to the cell's square; a positive length inside means crossed.
             double t0 = 0, t1 = 1;
-            const double d[2] = {q.x - p.x, q.y - p.y};
-            const double from[2] = {p.x, p.y};
             const double lo[2] = {double(ax.origin + i), double(ay.origin + j)};
             for (int axis = 0; axis < 2; ++axis) {
                 if (d[axis] == 0) {
@@ -243,12 +208,10 @@ std::set<std::pair<long long, long long>> CrossedPixels(point2d p, point2d q) {
                         t1 = -1;
                     continue;
                 }
-                double ta = (lo[axis] - from[axis]) / d[axis];
-                double tb = (lo[axis] + 1 - from[axis]) / d[axis];
-                if (ta > tb)
-                    std::swap(ta, tb);
-                t0 = std::max(t0, ta);
-                t1 = std::min(t1, tb);
+                const double ta = (lo[axis] - from[axis]) / d[axis];
+                const double tb = (lo[axis] + 1 - from[axis]) / d[axis];
+                t0 = std::max(t0, std::min(ta, tb));
+                t1 = std::min(t1, std::max(ta, tb));
             }
             if (t0 < t1)
                 pixels.insert({ay.low + j, ax.low + i});
@@ -260,10 +223,23 @@ class SegmentIntersectTest : public ::testing::Test {
   protected:
     static constexpr int kSize = 16;
     PixelGrid grid{kSize, kSize, 1.0, false};
+};
 
-    // The set of grid pixels for which a grid holding only that pixel reports a hit.
-    std::set<std::pair<long long, long long>> DetectedPixels(point2d p, point2d q) {
-        std::set<std::pair<long long, long long>> detected;
+TEST_F(SegmentIntersectTest, WalkTestsExactlyTheCrossedPixels) {
+    std::mt19937 random(99);
+    std::uniform_real_distribution<double> coordinate(-3.0, kSize + 3.0);
+    for (int compared = 0; compared < 150;) {
+        const point2d p{coordinate(random), coordinate(random)};
+        const point2d q{coordinate(random), coordinate(random)};
+        // The walk starts in the lower endpoint's cell; keep that endpoint inside the frame.
+        const point2d& low = p.y <= q.y ? p : q;
+        const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(low.y, std::max(p.y, q.y));
+        if (low.x < ax.origin || low.y < ay.origin)
+            continue;
+        Pixels expected, detected;
+        for (const auto& [row, column] : CrossedPixels(p, q))
+            if (row >= 0 && row < kSize && column >= 0 && column < kSize)
+                expected.insert({row, column});
         for (int row = 0; row < kSize; ++row)
             for (int column = 0; column < kSize; ++column) {
                 grid.At(row, column) = true;
@@ -271,51 +247,27 @@ class SegmentIntersectTest : public ::testing::Test {
                     detected.insert({row, column});
                 grid.At(row, column) = false;
             }
-        return detected;
-    }
-};
-
-TEST_F(SegmentIntersectTest, WalkTestsExactlyTheCrossedPixels) {
-    std::mt19937 random(99);
-    std::uniform_real_distribution<double> coordinate(-3.0, kSize + 3.0);
-    int compared = 0;
-    while (compared < 150) {
-        const point2d p{coordinate(random), coordinate(random)};
-        const point2d q{coordinate(random), coordinate(random)};
-        // The walk starts in the cell of the lower endpoint; keep that endpoint inside the
-        // frame so that the start cell is its own.
-        const point2d& low = p.y <= q.y ? p : q;
-        const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(low.y, std::max(p.y, q.y));
-        if (low.x < ax.origin || low.y < ay.origin)
-            continue;
-        std::set<std::pair<long long, long long>> expected;
-        for (const auto& pixel : CrossedPixels(p, q))
-            if (pixel.first >= 0 && pixel.first < kSize && pixel.second >= 0 &&
-                pixel.second < kSize)
-                expected.insert(pixel);
-        EXPECT_EQ(DetectedPixels(p, q), expected) << p.x << "," << p.y << " " << q.x << "," << q.y;
+        EXPECT_EQ(detected, expected) << p.x << "," << p.y << " " << q.x << "," << q.y;
         ++compared;
     }
 }
 
-TEST_F(SegmentIntersectTest, FrameStraddlingZeroWithOddSumShiftsOneColumnLeft) {
-    // x box −2 … 1 centres the walk's origin on −1, but cells map to columns from −2: the
-    // segment's part over column 0 is tested as column −1 (outside) and column 0 is missed.
-    grid.At(2, 0) = true;
-    EXPECT_FALSE(grid.Intersect(Segment({-1.5, 2.2}, {0.5, 2.7})));
-    EXPECT_TRUE(grid.Intersect(Segment({0.2, 2.2}, {0.5, 2.7})));
-}
-
-TEST_F(SegmentIntersectTest, ShortSegmentTestsOnlyItsLowerEndpointPixel) {
-    // Squared length 0.00025 < kMinSegmentLengthSq: the crossing into column 4 is not walked.
+TEST_F(SegmentIntersectTest, WalkQuirks) {
+    {
+        SCOPED_TRACE("x box -2 ... 1 maps cells from column -2 around an origin of -1");
+        grid.At(2, 0) = true;
+        EXPECT_FALSE(grid.Intersect(Segment({-1.5, 2.2}, {0.5, 2.7})));
+        EXPECT_TRUE(grid.Intersect(Segment({0.2, 2.2}, {0.5, 2.7})));
+        grid.At(2, 0) = false;
+    }
+    SCOPED_TRACE("a segment shorter than the minimum tests only its lower endpoint's pixel");
     const point2d upper{4.005, 5.315}, lower{3.995, 5.3};
     ASSERT_LT(0.01 * 0.01 + 0.015 * 0.015, kMinSegmentLengthSq);
     grid.At(5, 4) = true;
     EXPECT_FALSE(grid.Intersect(Segment(upper, lower)));
     grid.At(5, 3) = true;
     EXPECT_TRUE(grid.Intersect(Segment(upper, lower)));
-    // Just above the threshold the walk steps into column 4.
-    grid.At(5, 3) = false;
+    grid.At(5, 3) = false;  // just above the threshold the walk steps into column 4
     EXPECT_TRUE(grid.Intersect(Segment({3.99, 5.3}, {4.01, 5.31})));
 }
 

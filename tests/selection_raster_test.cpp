@@ -147,14 +147,16 @@ TEST_F(StrokeTest, OffsetComesFromTheLengthenedDirection) {
     EXPECT_EQ(right, 28);
 }
 
-TEST_F(StrokeTest, AxisParallelStrokesAreBlocks) {
+TEST_F(StrokeTest, AxisParallelStrokesAreBlocksClampedToTheGrid) {
     DrawStroke(grid, point2i{10, 30}, point2i{10, 20}, 3);
     DrawStroke(grid, point2i{40, 50}, point2i{30, 50}, 2);
+    DrawStroke(grid, point2i{60, 1}, point2i{70, 1}, 1);  // right end clamped to the last column
     for (int row = 0; row < kSize; ++row)
         for (int x = 0; x < kSize; ++x) {
             const bool vertical = row >= 20 && row <= 30 && x >= 7 && x <= 13;
             const bool horizontal = row >= 48 && row <= 52 && x >= 30 && x <= 40;
-            EXPECT_EQ(grid.At(row, x), vertical || horizontal) << row << "," << x;
+            const bool clamped = row <= 2 && x >= 60;
+            EXPECT_EQ(grid.At(row, x), vertical || horizontal || clamped) << row << "," << x;
         }
 }
 
@@ -193,43 +195,30 @@ TEST_F(StrokeTest, RandomStrokesFillTheirBandRowByRow) {
     }
 }
 
-TEST_F(StrokeTest, RightEndBeyondTheGridIsClampedToTheLastColumn) {
-    PixelGrid narrow(8, 8, 1.0, false);
-    DrawStroke(narrow, point2i{4, 1}, point2i{12, 1}, 1);
-    for (int row = 0; row < 8; ++row)
-        for (int x = 0; x < 8; ++x)
-            EXPECT_EQ(narrow.At(row, x), row <= 2 && x >= 4) << row << "," << x;
-}
-
-class BrushPathTest : public ::testing::Test {
-  protected:
-    PixelGrid painted{40, 40, 1.0, false};
-    PixelGrid expected{40, 40, 1.0, false};
-};
-
-TEST_F(BrushPathTest, OnePointIsOneDiscAtTheTruncatedPoint) {
-    const point2d path[] = {{20.9, 18.6}};
-    PaintBrushPath(painted, path, 1, 6);
-    StampDisc(expected, DiscHalfWidths(6), point2i{20, 18});
-    EXPECT_EQ(Cells(painted), Cells(expected));
-}
-
-TEST_F(BrushPathTest, RepeatedPointDrawsNoStroke) {
-    const point2d path[] = {{20.2, 18.0}, {20.7, 18.9}};
-    PaintBrushPath(painted, path, 2, 6);
-    StampDisc(expected, DiscHalfWidths(6), point2i{20, 18});
-    EXPECT_EQ(Cells(painted), Cells(expected));
-}
-
-TEST_F(BrushPathTest, PathIsDiscsJoinedByStrokes) {
-    const point2d path[] = {{8, 8}, {30, 12}, {25, 31}};
-    PaintBrushPath(painted, path, 3, 4);
-    const std::vector<std::int32_t> disc = DiscHalfWidths(4);
-    for (const point2d& p : path)
-        StampDisc(expected, disc, point2i{int(p.x), int(p.y)});
-    DrawStroke(expected, point2i{8, 8}, point2i{30, 12}, 4);
-    DrawStroke(expected, point2i{30, 12}, point2i{25, 31}, 4);
-    EXPECT_EQ(Cells(painted), Cells(expected));
+TEST(BrushPath, IsDiscsAtTheTruncatedPointsJoinedByStrokes) {
+    struct Case {
+        const char* name;
+        std::vector<point2d> path;
+        int radius;
+    };
+    for (const Case& c : {Case{"one point", {{20.9, 18.6}}, 6},
+                          Case{"repeated point draws no stroke", {{20.2, 18.0}, {20.7, 18.9}}, 6},
+                          Case{"three points", {{8, 8}, {30, 12}, {25, 31}}, 4}}) {
+        SCOPED_TRACE(c.name);
+        PixelGrid painted(40, 40, 1.0, false), expected(40, 40, 1.0, false);
+        PaintBrushPath(painted, c.path.data(), c.path.size(), c.radius);
+        for (std::size_t i = 0; i < c.path.size(); ++i) {
+            const point2i p{int(c.path[i].x), int(c.path[i].y)};
+            StampDisc(expected, DiscHalfWidths(c.radius), p);
+            if (i > 0) {
+                const point2i q{int(c.path[i - 1].x), int(c.path[i - 1].y)};
+                if (!(p.x == q.x && p.y == q.y))
+                    DrawStroke(expected, q, p, c.radius);
+            }
+        }
+        EXPECT_EQ(Cells(painted), Cells(expected));
+        EXPECT_GT(CountSet(painted), 0);
+    }
 }
 
 class RasterBuildTest : public ::testing::Test {
@@ -238,44 +227,33 @@ class RasterBuildTest : public ::testing::Test {
     const std::vector<point2d> path = {{6, 6}, {14, 9}};
 };
 
-TEST_F(RasterBuildTest, DepthEntriesStartFarthestWithNoTriangle) {
-    _DepthRaster raster;
-    ASSERT_TRUE(_BuildPolygonDepthRaster(raster, 20, 15, polygon.data(), polygon.size()));
-    ASSERT_TRUE(raster.m_depth && raster.m_rowSpans && raster.m_region);
-    for (int cell = 0; cell < 20 * 15; ++cell) {
-        std::uint32_t bits;
-        std::memcpy(&bits, &raster.m_depth[cell].depth, sizeof bits);
-        EXPECT_EQ(bits, 0xFF7FFFFFu);
-        EXPECT_EQ(raster.m_depth[cell].triangle, nullptr);
-    }
-    EXPECT_EQ(raster.m_width, 20);
-    EXPECT_EQ(raster.m_height, 15);
-}
-
-TEST_F(RasterBuildTest, PolygonRegionIsTheScanConvertedPolygon) {
-    _DepthRaster depth;
-    _RegionRaster region;
+TEST_F(RasterBuildTest, RegionsAreTheScanConvertedPolygonOrPaintedPathAndDepthStartsFarthest) {
+    _DepthRaster depth, brushDepth;
+    _RegionRaster region, brushRegion;
     ASSERT_TRUE(_BuildPolygonDepthRaster(depth, 20, 15, polygon.data(), polygon.size()));
     ASSERT_TRUE(_BuildPolygonRegionRaster(region, 20, 15, polygon.data(), polygon.size()));
-    const PixelGrid expected(polygon, 20, 15, 1.0, false);
-    EXPECT_EQ(Cells(*depth.m_region), Cells(expected));
-    EXPECT_EQ(Cells(*region.m_region), Cells(expected));
-    EXPECT_GT(CountSet(expected), 0);
+    ASSERT_TRUE(_BuildBrushDepthRaster(brushDepth, 24, 18, path.data(), path.size(), 3));
+    ASSERT_TRUE(_BuildBrushRegionRaster(brushRegion, 24, 18, path.data(), path.size(), 3));
+    ASSERT_TRUE(depth.m_depth && depth.m_rowSpans && region.m_rowSpans && brushRegion.m_rowSpans);
+    EXPECT_EQ(depth.m_width, 20);
+    EXPECT_EQ(depth.m_height, 15);
+    for (int cell = 0; cell < 20 * 15; ++cell) {
+        std::uint32_t bits;
+        std::memcpy(&bits, &depth.m_depth[cell].depth, sizeof bits);
+        EXPECT_EQ(bits, 0xFF7FFFFFu);  // −FLT_MAX
+        EXPECT_EQ(depth.m_depth[cell].triangle, nullptr);
+    }
+    const PixelGrid filled(polygon, 20, 15, 1.0, false);
+    PixelGrid painted(24, 18, 1.0, false);
+    PaintBrushPath(painted, path.data(), path.size(), 3);
+    EXPECT_GT(CountSet(filled), 0);
+    EXPECT_EQ(Cells(*depth.m_region), Cells(filled));
+    EXPECT_EQ(Cells(*region.m_region), Cells(filled));
+    EXPECT_EQ(Cells(*brushDepth.m_region), Cells(painted));
+    EXPECT_EQ(Cells(*brushRegion.m_region), Cells(painted));
 }
 
-TEST_F(RasterBuildTest, BrushRegionIsThePaintedPath) {
-    _DepthRaster depth;
-    _RegionRaster region;
-    ASSERT_TRUE(_BuildBrushDepthRaster(depth, 24, 18, path.data(), path.size(), 3));
-    ASSERT_TRUE(_BuildBrushRegionRaster(region, 24, 18, path.data(), path.size(), 3));
-    PixelGrid expected(24, 18, 1.0, false);
-    PaintBrushPath(expected, path.data(), path.size(), 3);
-    EXPECT_EQ(Cells(*depth.m_region), Cells(expected));
-    EXPECT_EQ(Cells(*region.m_region), Cells(expected));
-    ASSERT_TRUE(region.m_rowSpans);
-}
-
-TEST_F(RasterBuildTest, OversizedRasterIsRefusedWithBuffersReleased) {
+TEST_F(RasterBuildTest, SizesNoGridCanHoldAreRefusedWithBuffersReleased) {
     _DepthRaster depth;
     _RegionRaster region;
     ASSERT_TRUE(_BuildPolygonDepthRaster(depth, 20, 15, polygon.data(), polygon.size()));
@@ -290,13 +268,11 @@ TEST_F(RasterBuildTest, OversizedRasterIsRefusedWithBuffersReleased) {
     EXPECT_FALSE(region.m_region || region.m_rowSpans);
     EXPECT_EQ(region.m_width, 65536);
     EXPECT_EQ(region.m_height, 32768);
-}
 
-TEST_F(RasterBuildTest, SizesNoGridCanHoldAreRefused) {
-    _RegionRaster region;
-    EXPECT_FALSE(_BuildPolygonRegionRaster(region, 20, -1, polygon.data(), polygon.size()));
-    EXPECT_FALSE(_BuildPolygonRegionRaster(region, 0x80000000u, 0, polygon.data(), 3));
-    EXPECT_FALSE(region.m_region);
+    _RegionRaster other;
+    EXPECT_FALSE(_BuildPolygonRegionRaster(other, 20, -1, polygon.data(), polygon.size()));
+    EXPECT_FALSE(_BuildPolygonRegionRaster(other, 0x80000000u, 0, polygon.data(), 3));
+    EXPECT_FALSE(other.m_region);
 }
 
 }  // namespace

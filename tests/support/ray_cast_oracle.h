@@ -11,6 +11,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <vector>
 
 #include "plane_eq.h"
@@ -36,25 +37,35 @@ struct Hit {
     double z;
 };
 
-/// Barycentric depth of the triangle's plane at (x, y) when the point lies in the closed
-/// triangle; nothing otherwise (and for triangles seen edge-on).
-inline std::optional<double> DepthInside(const Projected& t, double x, double y) {
+/// Barycentric weights of (x, y); infinite or NaN when the triangle is seen edge-on.
+inline void Weights(const Projected& t, double x, double y, double w[3]) {
     const point3d &a = t.p[0], &b = t.p[1], &c = t.p[2];
     const double area = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
-    if (area == 0.0)
+    w[0] = ((b.x - x) * (c.y - y) - (c.x - x) * (b.y - y)) / area;
+    w[1] = ((c.x - x) * (a.y - y) - (a.x - x) * (c.y - y)) / area;
+    w[2] = 1.0 - w[0] - w[1];
+}
+
+/// Depth of the triangle's plane at (x, y), inside the triangle or not; NaN when edge-on.
+inline double PlaneDepth(const Projected& t, double x, double y) {
+    double w[3];
+    Weights(t, x, y, w);
+    return w[0] * t.p[0].z + w[1] * t.p[1].z + w[2] * t.p[2].z;
+}
+
+/// The plane depth when (x, y) lies in the closed triangle; nothing otherwise or edge-on.
+inline std::optional<double> DepthInside(const Projected& t, double x, double y) {
+    double w[3];
+    Weights(t, x, y, w);
+    if (!std::isfinite(w[0]) || !std::isfinite(w[1]) || w[0] < 0 || w[1] < 0 || w[2] < 0)
         return std::nullopt;
-    const double wa = ((b.x - x) * (c.y - y) - (c.x - x) * (b.y - y)) / area;
-    const double wb = ((c.x - x) * (a.y - y) - (a.x - x) * (c.y - y)) / area;
-    const double wc = 1.0 - wa - wb;
-    if (wa < 0.0 || wb < 0.0 || wc < 0.0)
-        return std::nullopt;
-    return wa * a.z + wb * b.z + wc * c.z;
+    return w[0] * t.p[0].z + w[1] * t.p[1].z + w[2] * t.p[2].z;
 }
 
 inline double SegmentDistance(double x, double y, const point3d& p, const point3d& q) {
     const double dx = q.x - p.x, dy = q.y - p.y, len2 = dx * dx + dy * dy;
-    double s = len2 > 0.0 ? ((x - p.x) * dx + (y - p.y) * dy) / len2 : 0.0;
-    s = std::clamp(s, 0.0, 1.0);
+    const double s =
+        len2 > 0.0 ? std::clamp(((x - p.x) * dx + (y - p.y) * dy) / len2, 0.0, 1.0) : 0.0;
     return std::hypot(x - (p.x + s * dx), y - (p.y + s * dy));
 }
 
@@ -64,6 +75,12 @@ inline double Distance(const Projected& t, double x, double y) {
         return 0.0;
     return std::min({SegmentDistance(x, y, t.p[0], t.p[1]), SegmentDistance(x, y, t.p[1], t.p[2]),
                      SegmentDistance(x, y, t.p[2], t.p[0])});
+}
+
+/// How fast the triangle's depth changes per pixel across the screen.
+inline double DepthSlope(const Projected& t) {
+    const double z0 = PlaneDepth(t, 0.0, 0.0);
+    return std::hypot(PlaneDepth(t, 1.0, 0.0) - z0, PlaneDepth(t, 0.0, 1.0) - z0);
 }
 
 class RayCastOracle {
@@ -80,10 +97,8 @@ class RayCastOracle {
             Projected t{&triangle, {}, 0, 0, 0, 0, m_transforms.back().get(), clip};
             for (int i = 0; i < 3; ++i)
                 modelToPixel.Transform(t.p[i], triangle.GetVertex(i), false);
-            t.minX = std::min({t.p[0].x, t.p[1].x, t.p[2].x});
-            t.maxX = std::max({t.p[0].x, t.p[1].x, t.p[2].x});
-            t.minY = std::min({t.p[0].y, t.p[1].y, t.p[2].y});
-            t.maxY = std::max({t.p[0].y, t.p[1].y, t.p[2].y});
+            std::tie(t.minX, t.maxX) = std::minmax({t.p[0].x, t.p[1].x, t.p[2].x});
+            std::tie(t.minY, t.maxY) = std::minmax({t.p[0].y, t.p[1].y, t.p[2].y});
             m_triangles.push_back(t);
         }
     }
@@ -118,35 +133,17 @@ class RayCastOracle {
         return nullptr;
     }
 
-    const std::vector<Projected>& Triangles() const { return m_triangles; }
-
   private:
     static bool Kept(const Projected& t, double x, double y, double z) {
-        if (!t.clip)
-            return true;
         point3d model;
-        t.modelToPixel->InverseTransform(model, point3d{x, y, z}, false);
-        return t.clip->SignedValue(model) >= 0.0;
+        if (t.clip)
+            t.modelToPixel->InverseTransform(model, point3d{x, y, z}, false);
+        return !t.clip || t.clip->SignedValue(model) >= 0.0;
     }
 
     std::vector<std::unique_ptr<MMTransformMatrix>> m_transforms;
     std::vector<Projected> m_triangles;
 };
-
-/// Depth of the triangle's plane at (x, y), inside the triangle or not; NaN when edge-on.
-inline double PlaneDepth(const Projected& t, double x, double y) {
-    const point3d &a = t.p[0], &b = t.p[1], &c = t.p[2];
-    const double area = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
-    const double wa = ((b.x - x) * (c.y - y) - (c.x - x) * (b.y - y)) / area;
-    const double wb = ((c.x - x) * (a.y - y) - (a.x - x) * (c.y - y)) / area;
-    return wa * a.z + wb * b.z + (1.0 - wa - wb) * c.z;
-}
-
-/// How fast the triangle's depth changes per pixel across the screen.
-inline double DepthSlope(const Projected& t) {
-    const double z0 = PlaneDepth(t, 0.0, 0.0);
-    return std::hypot(PlaneDepth(t, 1.0, 0.0) - z0, PlaneDepth(t, 0.0, 1.0) - z0);
-}
 
 /// A selection region in the grid frame (cell (c, r) sampled at (c + 0.5, r + 0.5)):
 /// Margin > 0 inside, < 0 outside, |Margin| the distance to the boundary.
@@ -172,8 +169,7 @@ inline RegionMargin BrushRegion(std::vector<VelSDK::Math::point2d> path, double 
     return [path, radius](double x, double y) {
         double distance = std::numeric_limits<double>::max();
         for (std::size_t i = 0; i < path.size(); ++i) {
-            const auto& a = path[i];
-            const auto& b = path[i + 1 < path.size() ? i + 1 : i];
+            const auto &a = path[i], &b = path[std::min(i + 1, path.size() - 1)];
             distance = std::min(distance, SegmentDistance(x, y, {a.x, a.y, 0}, {b.x, b.y, 0}));
         }
         return radius - distance;

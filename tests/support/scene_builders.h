@@ -3,6 +3,7 @@
 // Small meshes for picking scenes, built directly in internal units. Every triangle is
 // counter-clockwise about its outward normal.
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -27,14 +28,14 @@ inline V operator*(double s, V a) {
 /// Appends the triangle a, b, c rounded to internal units; degenerate ones (two vertices on
 /// the same integer point) are skipped and give null.
 inline MStlTriangle* addTriangle(MStlSurface& surface, V a, V b, V c) {
-    const auto r = [](double v) { return static_cast<int>(std::lround(v)); };
-    const int ax = r(a.x), ay = r(a.y), az = r(a.z), bx = r(b.x), by = r(b.y), bz = r(b.z);
-    const int cx = r(c.x), cy = r(c.y), cz = r(c.z);
-    const bool ab = ax == bx && ay == by && az == bz, bc = bx == cx && by == cy && bz == cz;
-    const bool ca = cx == ax && cy == ay && cz == az;
-    if (ab || bc || ca)
+    const auto r = [](V v) {
+        return std::array<int, 3>{int(std::lround(v.x)), int(std::lround(v.y)),
+                                  int(std::lround(v.z))};
+    };
+    const auto p = r(a), q = r(b), s = r(c);
+    if (p == q || q == s || s == p)
         return nullptr;
-    return surface.AddTriangle(ax, ay, az, bx, by, bz, cx, cy, cz);
+    return surface.AddTriangle(p[0], p[1], p[2], q[0], q[1], q[2], s[0], s[1], s[2]);
 }
 
 /// The quad corner, corner + u, corner + u + v, corner + v as two triangles (normal u × v).
@@ -66,22 +67,21 @@ inline void addUvSphere(MStlSurface& surface, V centre, double radius, int rings
     }
 }
 
+/// A mesh of one surface filled by `build`.
+template <class Build>
+std::unique_ptr<MStlBase> oneSurface(Build build) {
+    auto mesh = std::make_unique<MStlBase>();
+    build(*mesh->AddSurface(nullptr));
+    return mesh;
+}
+
 inline std::unique_ptr<MStlBase> uvSphere(V centre, double radius, int rings = 24,
                                           int segments = 48) {
-    auto mesh = std::make_unique<MStlBase>();
-    addUvSphere(*mesh->AddSurface(nullptr), centre, radius, rings, segments);
-    return mesh;
+    return oneSurface([&](MStlSurface& s) { addUvSphere(s, centre, radius, rings, segments); });
 }
 
-/// A square plate [−half, half]² at height z facing +z, cut into cells × cells quads.
-inline std::unique_ptr<MStlBase> plate(double half, double z, int cells) {
-    auto mesh = std::make_unique<MStlBase>();
-    addGrid(*mesh->AddSurface(nullptr), {-half, -half, z}, {2 * half, 0, 0}, {0, 2 * half, 0},
-            cells);
-    return mesh;
-}
-
-/// A plate as above with the cells inside the square [−holeHalf, holeHalf]² left out.
+/// A square plate [−half, half]² at height z facing +z, cut into cells × cells quads, with the
+/// cells inside the square [−holeHalf, holeHalf]² left out.
 inline void addPlateWithHole(MStlSurface& surface, double half, double holeHalf, double z,
                              int cells) {
     const double step = 2 * half / cells;
@@ -98,24 +98,25 @@ inline void addPlateWithHole(MStlSurface& surface, double half, double holeHalf,
 
 inline std::unique_ptr<MStlBase> plateWithHole(double half, double holeHalf, double z,
                                                int cells = 16) {
-    auto mesh = std::make_unique<MStlBase>();
-    addPlateWithHole(*mesh->AddSurface(nullptr), half, holeHalf, z, cells);
-    return mesh;
+    return oneSurface([&](MStlSurface& s) { addPlateWithHole(s, half, holeHalf, z, cells); });
+}
+
+inline std::unique_ptr<MStlBase> plate(double half, double z, int cells) {
+    return plateWithHole(half, 0, z, cells);
 }
 
 /// A closed axis-aligned cube, each face a grid of cells × cells quads.
 inline std::unique_ptr<MStlBase> cube(V centre, double half, int cells = 4) {
-    auto mesh = std::make_unique<MStlBase>();
-    MStlSurface& s = *mesh->AddSurface(nullptr);
     const double e = 2 * half;
     const V lo = centre + V{-half, -half, -half}, hi = centre + V{half, half, half};
-    addGrid(s, lo, {0, e, 0}, {e, 0, 0}, cells);    // bottom, −z
-    addGrid(s, hi, {-e, 0, 0}, {0, -e, 0}, cells);  // top, +z
-    addGrid(s, lo, {e, 0, 0}, {0, 0, e}, cells);    // −y
-    addGrid(s, hi, {0, 0, -e}, {-e, 0, 0}, cells);  // +y
-    addGrid(s, lo, {0, 0, e}, {0, e, 0}, cells);    // −x
-    addGrid(s, hi, {0, -e, 0}, {0, 0, -e}, cells);  // +x
-    return mesh;
+    return oneSurface([&](MStlSurface& s) {
+        addGrid(s, lo, {0, e, 0}, {e, 0, 0}, cells);    // bottom, −z
+        addGrid(s, hi, {-e, 0, 0}, {0, -e, 0}, cells);  // top, +z
+        addGrid(s, lo, {e, 0, 0}, {0, 0, e}, cells);    // −y
+        addGrid(s, hi, {0, 0, -e}, {-e, 0, 0}, cells);  // +y
+        addGrid(s, lo, {0, 0, e}, {0, e, 0}, cells);    // −x
+        addGrid(s, hi, {0, -e, 0}, {0, 0, -e}, cells);  // +x
+    });
 }
 
 }  // namespace scene
