@@ -104,10 +104,18 @@ class VelpickTest : public ::testing::Test {
                 ReadText(Path("stderr"))};
     }
 
+    /// " option 'path'" for an output file in the test directory.
+    std::string Option(const std::string& option, const std::string& name) const {
+        return " " + option + " '" + Path(name).string() + "'";
+    }
+    RunResult RunScene(const json& scene, const std::string& options = "") const {
+        Write("scene.json", scene.dump());
+        return Run("'" + Path("scene.json").string() + "'" + options);
+    }
+
     /// Runs `scene` and returns the parsed JSON output, failing the test on any error.
     json Pick(const json& scene) {
-        Write("scene.json", scene.dump());
-        const RunResult run = Run("'" + Path("scene.json").string() + "'");
+        const RunResult run = RunScene(scene);
         EXPECT_EQ(run.status, 0) << run.err;
         return run.status == 0 ? json::parse(run.out) : json();
     }
@@ -196,27 +204,25 @@ TEST_F(OcclusionScene, UnmarkFromAllMarkedClearsExactlyWhatMarkingSets) {
     }
 }
 
-TEST_F(OcclusionScene, ClippingPlaneRemovesTheFrontPlate) {
+TEST_F(OcclusionScene, ClippingPlaneAndBrushRegion) {
     json scene = Scene();
     scene["clipping_planes"] = {{0, 0, -1, 2500}};  // keeps z <= 2.5 model units
-    const json result = Pick(scene);
-    EXPECT_TRUE(Marked(result, 1).empty());
+    const json clipped = Pick(scene);
+    EXPECT_TRUE(Marked(clipped, 1).empty());
     for (std::size_t i = 0; i < back.Triangles(); ++i) {
         if (WellInside(back.Centroid(i))) {
-            EXPECT_EQ(Marked(result, 0).count(i), 1u) << "triangle " << i;
+            EXPECT_EQ(Marked(clipped, 0).count(i), 1u) << "triangle " << i;
         }
     }
-}
 
-TEST_F(OcclusionScene, BrushRegionBoxIsWidenedByTheRadius) {
-    json scene = Scene();
+    scene.erase("clipping_planes");
     scene["region"] = {{"brush", {{"path", {{5.3, 5.0}, {12.0, 5.5}}}, {"radius", 1}}}};
-    const json result = Pick(scene);
-    // floor(21.2) − 4, floor(20) − 4; ceil(48) + 4, ceil(22) + 4.
-    EXPECT_EQ(result["region"]["origin"], json({17, 16}));
-    EXPECT_EQ(result["region"]["width"], 52 - 17 + 1);
-    EXPECT_EQ(result["region"]["height"], 26 - 16 + 1);
-    EXPECT_FALSE(Marked(result, 1).empty());
+    const json brushed = Pick(scene);
+    // The box is widened by the radius: floor(21.2) − 4, floor(20) − 4; ceil(48) + 4, ceil(22) + 4.
+    EXPECT_EQ(brushed["region"]["origin"], json({17, 16}));
+    EXPECT_EQ(brushed["region"]["width"], 52 - 17 + 1);
+    EXPECT_EQ(brushed["region"]["height"], 26 - 16 + 1);
+    EXPECT_FALSE(Marked(brushed, 1).empty());
 }
 
 // The plate's left half is surface 0, its right half surface 1.
@@ -239,46 +245,38 @@ TEST_F(VelpickTest, MarkableAndHiddenSurfacesLimitWhatIsMarked) {
     EXPECT_TRUE(std::none_of(skipped.begin(), skipped.end(), onLeft));
 }
 
-// A placement P with a view V must pick what the single view V·P picks.
-TEST_F(VelpickTest, PlacementThenViewEqualsTheCombinedView) {
-    const Grid plate{0, 0, 1, 10, 10, 0};
-    Write("plate.obj", plate.Obj());
-    // P: a quarter turn about z, then 3 model units along x. V: screen = 2 × scene, turned
-    // a little about x so that depth varies, shifted by (1, 2).
-    const json placement = {0, -1, 0, 3000, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    const double c = 2 * std::cos(0.3) / 1000, s = 2 * std::sin(0.3) / 1000;
-    const json view = {0.002, 0, 0, 1, 0, c, -s, 2, 0, s, c, 0, 0, 0, 0, 1};
-    // V·P worked out by hand.
-    const json combined = {0, -0.002, 0, 7, c, 0, -s, 2, s, 0, c, 0, 0, 0, 0, 1};
-    const json region = {{"polygon", {{-15, 4}, {0, 3}, {1, 12}, {-12, 15}}}};
-    const json split = Pick({{"meshes", {{{"file", "plate.obj"}, {"placement", placement}}}},
-                             {"view", view},
-                             {"region", region}});
-    const json whole =
-        Pick({{"meshes", {{{"file", "plate.obj"}}}}, {"view", combined}, {"region", region}});
-    EXPECT_FALSE(Marked(split, 0).empty());
-    EXPECT_EQ(Marked(split, 0), Marked(whole, 0));
-}
-
-// The camera must pick what the view matrix worked out by hand for it picks.
-TEST_F(VelpickTest, CameraEqualsItsViewMatrix) {
-    const Grid plate{0, 0, 0.5, 20, 20, 0};
-    Write("plate.obj", plate.Obj());
-    // From above the point (4, 5, 0), 10 model units fill 20 screen units: screen = 2 × model,
-    // with (4, 5) at the screen centre (10, 10), so x' = 2x + 2 and y' = 2y.
-    const json camera = {{"eye", {4, 5, 30}},
-                         {"target", {4, 5, 0}},
-                         {"up", {0, 1, 0}},
-                         {"height", 10},
-                         {"screen", {20, 20}}};
+// Equivalent scenes must pick the same, non-empty set.
+TEST_F(VelpickTest, PlacementAndCameraPickAsTheirEquivalentViews) {
+    Write("plate.obj", Grid{0, 0, 0.5, 20, 20, 0}.Obj());
+    const auto expectSame = [&](const json& a, const json& b) {
+        const std::set<std::size_t> marked = Marked(Pick(a), 0);
+        EXPECT_FALSE(marked.empty());
+        EXPECT_EQ(marked, Marked(Pick(b), 0));
+    };
+    const json plate = {{"file", "plate.obj"}};
+    {
+        SCOPED_TRACE("placement P with view V equals the single view V·P");
+        // P: a quarter turn about z, then 3 model units along x. V: screen = 2 × scene, turned
+        // a little about x so that depth varies, shifted by (1, 2).
+        const json placement = {0, -1, 0, 3000, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+        const double c = 2 * std::cos(0.3) / 1000, s = 2 * std::sin(0.3) / 1000;
+        const json view = {0.002, 0, 0, 1, 0, c, -s, 2, 0, s, c, 0, 0, 0, 0, 1};
+        const json combined = {0, -0.002, 0, 7, c, 0, -s, 2, s, 0, c, 0, 0, 0, 0, 1};
+        const json region = {{"polygon", {{-15, 4}, {0, 3}, {1, 12}, {-12, 15}}}};
+        expectSame({{"meshes", {{{"file", "plate.obj"}, {"placement", placement}}}},
+                    {"view", view},
+                    {"region", region}},
+                   {{"meshes", {plate}}, {"view", combined}, {"region", region}});
+    }
+    SCOPED_TRACE("a camera equals its view matrix worked out by hand");
+    // From above (4, 5, 0), 10 model units fill 20 screen units with (4, 5) at the screen
+    // centre (10, 10): x' = 2x + 2, y' = 2y.
+    const json camera = json::parse(R"({"eye": [4, 5, 30], "target": [4, 5, 0], "up": [0, 1, 0],
+                                         "height": 10, "screen": [20, 20]})");
     const json view = {0.002, 0, 0, 2, 0, 0.002, 0, 0, 0, 0, 0.002, 0, 0, 0, 0, 1};
     const json region = {{"polygon", {{5, 3}, {17, 6}, {9, 15}}}};
-    const json fromCamera =
-        Pick({{"meshes", {{{"file", "plate.obj"}}}}, {"camera", camera}, {"region", region}});
-    const json fromView =
-        Pick({{"meshes", {{{"file", "plate.obj"}}}}, {"view", view}, {"region", region}});
-    EXPECT_FALSE(Marked(fromCamera, 0).empty());
-    EXPECT_EQ(Marked(fromCamera, 0), Marked(fromView, 0));
+    expectSame({{"meshes", {plate}}, {"camera", camera}, {"region", region}},
+               {{"meshes", {plate}}, {"view", view}, {"region", region}});
 }
 
 // ---- errors: status 2, one line naming the file and the field, no output left behind ----
@@ -331,9 +329,8 @@ const ErrorCase kErrorCases[] = {
 class VelpickErrors : public VelpickTest, public ::testing::WithParamInterface<ErrorCase> {
   protected:
     void ExpectCleanFailure(const std::string& sceneArgument, const std::string& message) {
-        const RunResult run =
-            Run(sceneArgument + " --output '" + Path("out.json").string() + "' --image '" +
-                Path("out.png").string() + "' --ply '" + Path("out.ply").string() + "'");
+        const RunResult run = Run(sceneArgument + Option("--output", "out.json") +
+                                  Option("--image", "out.png") + Option("--ply", "out.ply"));
         EXPECT_EQ(run.status, 2);
         EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
@@ -405,18 +402,11 @@ TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
     Write("plate.obj", plate.Obj());
     // Screen = 2 × model, 3 pixels per screen unit: 60 × 60 pixels.
     const std::vector<std::pair<double, double>> polygon = {{3, 2}, {17, 5}, {8, 16}};
-    Write("scene.json", json({{"meshes", {{{"file", "plate.obj"}}}},
-                              {"camera",
-                               {{"eye", {5, 5, 9}},
-                                {"target", {5, 5, 0}},
-                                {"up", {0, 1, 0}},
-                                {"height", 10},
-                                {"screen", {20, 20}}}},
-                              {"pixel_proportion", 3},
-                              {"region", {{"polygon", polygon}}}})
-                            .dump());
-    const RunResult run =
-        Run("'" + Path("scene.json").string() + "' --image '" + Path("pick.png").string() + "'");
+    json scene = json::parse(R"({"meshes": [{"file": "plate.obj"}], "pixel_proportion": 3,
+        "camera": {"eye": [5, 5, 9], "target": [5, 5, 0], "up": [0, 1, 0], "height": 10,
+                   "screen": [20, 20]}})");
+    scene["region"] = {{"polygon", polygon}};
+    const RunResult run = RunScene(scene, Option("--image", "pick.png"));
     ASSERT_EQ(run.status, 0) << run.err;
     const Png png = ReadPng(Path("pick.png"));
     ASSERT_EQ(png.width, 60);
@@ -446,10 +436,9 @@ TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
 }
 
 TEST_F(OcclusionScene, PlyColoursExactlyTheMarkedFacesAndImageSizeIsKept) {
-    Write("scene.json", Scene().dump());
     const RunResult run =
-        Run("'" + Path("scene.json").string() + "' --ply '" + Path("pick.ply").string() +
-            "' --image '" + Path("pick.png").string() + "' --image-size 100 50");
+        RunScene(Scene(), Option("--ply", "pick.ply") + Option("--image", "pick.png") +
+                              " --image-size 100 50");
     ASSERT_EQ(run.status, 0) << run.err;
     const Png png = ReadPng(Path("pick.png"));
     EXPECT_EQ(png.width, 100);
@@ -474,7 +463,7 @@ TEST_F(OcclusionScene, PlyColoursExactlyTheMarkedFacesAndImageSizeIsKept) {
 }
 
 TEST_F(VelpickTest, DemoPicksAndDrawsWithoutAFile) {
-    const RunResult run = Run("--demo --image '" + Path("demo.png").string() + "'");
+    const RunResult run = Run("--demo" + Option("--image", "demo.png"));
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("marked"), std::string::npos);
     const Png png = ReadPng(Path("demo.png"));
