@@ -34,11 +34,13 @@ std::unique_ptr<_DepthRaster> MakeDepthRaster(std::int32_t width, std::int32_t h
 class DepthRasterizer : public ::testing::Test {
   protected:
     _DepthEntry& At(int column, int row) { return raster->m_depth[row * raster->m_width + column]; }
-    int CellsWithDepth(float depth) {
-        int count = 0;
-        for (int i = 0; i < raster->m_width * raster->m_height; ++i)
-            count += raster->m_depth[i].depth == depth;
-        return count;
+    std::vector<std::pair<int, int>> CellsWithDepth(float depth) {  // (column, row), row-major
+        std::vector<std::pair<int, int>> cells;
+        for (int row = 0; row < raster->m_height; ++row)
+            for (int column = 0; column < raster->m_width; ++column)
+                if (At(column, row).depth == depth)
+                    cells.emplace_back(column, row);
+        return cells;
     }
     void Draw(point3f a, point3f b, point3f c, _TriangleRecord* record = nullptr) {
         _RasterizeTriangleDepth(*raster, a, b, c, record);
@@ -105,7 +107,7 @@ TEST_F(DepthRasterizer, TrianglesBelowRowZeroOrPastTheLastRowWriteNothing) {
     Draw({1, 11.6f, 3}, {9, 11.6f, 3}, {4, 11.9f, 3}, &record);
     for (int row = 0; row < raster->m_height; ++row)
         EXPECT_EQ(raster->m_rowSpans[row].xLeft, -7.0f) << row;
-    EXPECT_EQ(CellsWithDepth(3.0f), 0);
+    EXPECT_TRUE(CellsWithDepth(3.0f).empty());
     EXPECT_EQ(record.flags, 0);
 }
 
@@ -113,13 +115,8 @@ TEST_F(DepthRasterizer, SliverRowsCoverOneColumnEach) {
     // The left boundary is sampled from L's own y on the short bottom edge, so in rows 2 and 3
     // it lies right of the right boundary: each of those rows covers only trunc(xRight).
     Draw({0.5f, 0.0f, 4}, {3.0f, 2.9f, 4}, {3.2f, 3.0f, 4});
-    std::vector<std::pair<int, int>> drawn;
-    for (int row = 0; row < raster->m_height; ++row)
-        for (int column = 0; column < raster->m_width; ++column)
-            if (At(column, row).depth == 4.0f)
-                drawn.emplace_back(column, row);
-    const std::vector<std::pair<int, int>> expected{{0, 0}, {1, 1}, {2, 2}, {3, 3}};
-    EXPECT_EQ(drawn, expected);
+    EXPECT_EQ(CellsWithDepth(4.0f),
+              (std::vector<std::pair<int, int>>{{0, 0}, {1, 1}, {2, 2}, {3, 3}}));
 }
 
 TEST_F(DepthRasterizer, SpanLeftOfTheGridCarriesItsDepthToColumnZero) {

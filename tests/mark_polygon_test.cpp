@@ -63,6 +63,10 @@ std::vector<const MStlTriangle*> Marked(MStlBase& mesh,
     return result;
 }
 
+TrianglePredicate OnSurface(const MStlSurface* surface) {
+    return [surface](const MStlTriangle& t) { return t.GetSurface() == surface; };
+}
+
 void UnmarkAll(MStlBase& mesh) {
     for (MStlTriangle& t : mesh.Triangles())
         t.Unmark();
@@ -77,8 +81,7 @@ struct Pick {
 
 /// Region pixels, well inside, where the first hit (every hit when `through`) is markable but
 /// left unmarked; `sampled` counts the markable hits looked at.
-int MissedPixels(const Pick& pick, const TrianglePredicate& markable,
-                 const TrianglePredicate& marked, bool through, int* sampled) {
+int MissedPixels(const Pick& pick, const TrianglePredicate& markable, bool through, int* sampled) {
     int missed = 0;
     *sampled = 0;
     for (int row = 0; row < pick.height; ++row)
@@ -93,7 +96,7 @@ int MissedPixels(const Pick& pick, const TrianglePredicate& markable,
                 hits.push_back(*first);
             for (const oracle::Hit& hit : hits)
                 if (markable(*hit.triangle))
-                    ++*sampled, missed += !marked(*hit.triangle);
+                    ++*sampled, missed += !hit.triangle->IsMarked();
         }
     return missed;
 }
@@ -104,11 +107,10 @@ int MissedPixels(const Pick& pick, const TrianglePredicate& markable,
 /// for its depth there.
 bool Explained(const Pick& pick, const oracle::Projected& t, bool throughMode) {
     constexpr double kNear = 1.5;  // pixels: a span may reach a pixel this far from the triangle
-    double slack = 2.0 * oracle::DepthSlope(t) + 1.0;
-    const bool edgeOn = !std::isfinite(slack);
-    if (edgeOn)
-        slack = 1.0;
-    for (int row = int(std::floor(t.minY - 2)); row <= int(t.maxY + 2); ++row) {
+    const double slope = oracle::DepthSlope(t);
+    const bool edgeOn = !std::isfinite(slope);
+    const double slack = edgeOn ? 1.0 : 2.0 * slope + 1.0;
+    for (int row = int(std::floor(t.minY - 2)); row <= int(t.maxY + 2); ++row)
         for (int column = int(std::floor(t.minX - 2)); column <= int(t.maxX + 2); ++column) {
             const double x = column + 0.5, y = row + 0.5;
             if (pick.region(x, y) < -kNear || oracle::Distance(t, x, y) > kNear)
@@ -121,7 +123,6 @@ bool Explained(const Pick& pick, const oracle::Projected& t, bool throughMode) {
             if (!front || depth >= front->z - kToleranceUnits - slack)
                 return true;
         }
-    }
     return false;
 }
 
@@ -136,14 +137,13 @@ int UnexplainedMarks(const Pick& pick, const std::vector<const MStlTriangle*>& m
 }
 
 void ExpectFrontPick(const Pick& pick, const TrianglePredicate& markable,
-                     const std::vector<MStlBase*>& meshes,
-                     const TrianglePredicate& marked = IsMarked) {
+                     const std::vector<MStlBase*>& meshes) {
     int sampled = 0;
-    const int missed = MissedPixels(pick, markable, marked, false, &sampled);
+    const int missed = MissedPixels(pick, markable, false, &sampled);
     EXPECT_GT(sampled, 100);
     EXPECT_LE(missed, kAllowedMissFraction * sampled) << missed << " of " << sampled;
     for (MStlBase* mesh : meshes) {
-        const std::vector<const MStlTriangle*> picked = Marked(*mesh, marked);
+        const std::vector<const MStlTriangle*> picked = Marked(*mesh);
         EXPECT_EQ(UnexplainedMarks(pick, picked), 0);
         for (const MStlTriangle* t : picked)
             EXPECT_TRUE(markable(*t));
@@ -186,6 +186,11 @@ class MarkPolygonScene : public ::testing::Test {
             rays.AddMesh(*mesh, ModelToPixel(Origin(polygon)));
         return rays;
     }
+    /// Sets the lasso and runs the picker.
+    static bool Operate(MStlBaseOperatorMarkPolygon& picker, const std::vector<point2d>& polygon) {
+        picker.SetPolygon(polygon);
+        return picker.operate();
+    }
     void Add(MStlBaseOperatorMarkPolygon& op, MStlBase& mesh, bool whole = true,
              IStlMarkTriangles* sink = nullptr,
              const MMTransformMatrix& placement = MMTransformMatrix()) {
@@ -207,9 +212,8 @@ TEST_F(MarkPolygonScene, SphereBehindAPlateWithAHoleFrontPickAndMarkThrough) {
         Add(picker, *sphere);
         Add(picker, *plate);
         const auto polygon = through ? Rectangle(-2, -1, 2, 1.5) : lasso;
-        picker.SetPolygon(polygon);
         picker.SetMarkThrough(through);
-        ASSERT_TRUE(picker.operate());
+        ASSERT_TRUE(Operate(picker, polygon));
 
         const oracle::RayCastOracle rays = Rays({sphere.get(), plate.get()}, polygon);
         const Pick pick = LassoPick(polygon, rays);
@@ -221,7 +225,7 @@ TEST_F(MarkPolygonScene, SphereBehindAPlateWithAHoleFrontPickAndMarkThrough) {
             continue;
         }
         int sampled = 0;
-        EXPECT_EQ(MissedPixels(pick, Any, IsMarked, true, &sampled), 0);
+        EXPECT_EQ(MissedPixels(pick, Any, true, &sampled), 0);
         EXPECT_GT(sampled, 1000);
         EXPECT_EQ(UnexplainedMarks(pick, Marked(*sphere), true), 0);
         EXPECT_EQ(UnexplainedMarks(pick, Marked(*plate), true), 0);
@@ -239,8 +243,7 @@ TEST_F(MarkPolygonScene, MeshesWithDifferentPlacementsHideEachOther) {
     const MMTransformMatrix frontPlacement = Translation(1500, 1000, 4500);
     Add(op, *back);
     Add(op, *front, true, nullptr, frontPlacement);
-    op.SetPolygon(lasso);
-    ASSERT_TRUE(op.operate());
+    ASSERT_TRUE(Operate(op, lasso));
 
     oracle::RayCastOracle rays = Rays({back.get()}, lasso);
     rays.AddMesh(*front, ModelToPixel(Origin(lasso), frontPlacement));
@@ -256,9 +259,8 @@ TEST_F(MarkPolygonScene, MeshesWithDifferentPlacementsHideEachOther) {
 TEST_F(MarkPolygonScene, BackFaceCullingKeepsTheFrontHalfOfAClosedMesh) {
     auto sphere = scene::uvSphere({0, 0, 0}, 3000);
     Add(op, *sphere);
-    op.SetPolygon(lasso);
     op.SetBackFaceCulling(true);
-    ASSERT_TRUE(op.operate());
+    ASSERT_TRUE(Operate(op, lasso));
     const auto facesViewer = [](const MStlTriangle& t) { return t.GetNormal().z > 0; };
     ExpectFrontPick(LassoPick(lasso, Rays({sphere.get()}, lasso)), facesViewer, {sphere.get()});
 }
@@ -269,10 +271,9 @@ TEST_F(MarkPolygonScene, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
     });
     const std::size_t all = awayPlate->GetNumberOfTriangles();
     Add(op, *awayPlate);
-    op.SetPolygon(lasso);
     op.SetBackFaceCulling(true);
     op.SetMarkThrough(true);
-    ASSERT_TRUE(op.operate());
+    ASSERT_TRUE(Operate(op, lasso));
     EXPECT_EQ(Marked(*awayPlate).size(), all);
 
     UnmarkAll(*awayPlate);
@@ -283,9 +284,8 @@ TEST_F(MarkPolygonScene, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
     MStlBaseOperatorMarkPolygon culling(kPixelsPerMm, kToleranceMm, false);
     UnmarkAll(*awayPlate);
     Add(culling, *awayPlate);
-    culling.SetPolygon(lasso);
     culling.SetBackFaceCulling(true);
-    ASSERT_TRUE(culling.operate());
+    ASSERT_TRUE(Operate(culling, lasso));
     EXPECT_TRUE(Marked(*awayPlate).empty());
 }
 
@@ -297,10 +297,8 @@ TEST_F(MarkPolygonScene, OnlyMarkableSurfacesAreMarkedWhileTheRestOccludes) {
     scene::addPlateWithHole(*shield, 6000, 1500, 5000, 16);
     Add(op, *mesh, /*whole=*/false);
     op.SetMarkableSurface(ball);
-    op.SetPolygon(lasso);
-    ASSERT_TRUE(op.operate());
-    const auto onBall = [ball](const MStlTriangle& t) { return t.GetSurface() == ball; };
-    ExpectFrontPick(LassoPick(lasso, Rays({mesh.get()}, lasso)), onBall, {mesh.get()});
+    ASSERT_TRUE(Operate(op, lasso));
+    ExpectFrontPick(LassoPick(lasso, Rays({mesh.get()}, lasso)), OnSurface(ball), {mesh.get()});
     EXPECT_GT(Marked(*mesh).size(), 20u);
 
     // A mesh added without a markable surface only occludes.
@@ -309,8 +307,7 @@ TEST_F(MarkPolygonScene, OnlyMarkableSurfacesAreMarkedWhileTheRestOccludes) {
     MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
     Add(picker, *sphere);
     Add(picker, *plate, /*whole=*/false);
-    picker.SetPolygon(lasso);
-    ASSERT_TRUE(picker.operate());
+    ASSERT_TRUE(Operate(picker, lasso));
     EXPECT_TRUE(Marked(*sphere).empty());
     EXPECT_TRUE(Marked(*plate).empty());
 }
@@ -326,18 +323,11 @@ TEST_F(MarkPolygonScene, HiddenSurfacesAreSkippedOnlyWhenAsked) {
         shield->SetVisible(false);
         MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, skip);
         Add(picker, *mesh);
-        picker.SetPolygon(lasso);
-        ASSERT_TRUE(picker.operate());
+        ASSERT_TRUE(Operate(picker, lasso));
 
-        const TrianglePredicate onBall = [ball](const MStlTriangle& t) {
-            return t.GetSurface() == ball;
-        };
-        const TrianglePredicate onShield = [shield](const MStlTriangle& t) {
-            return t.GetSurface() == shield;
-        };
         oracle::RayCastOracle rays;
-        rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)), skip ? onBall : Any);
-        ExpectFrontPick(LassoPick(lasso, rays), skip ? onBall : onShield, {mesh.get()});
+        rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)), skip ? OnSurface(ball) : Any);
+        ExpectFrontPick(LassoPick(lasso, rays), OnSurface(skip ? ball : shield), {mesh.get()});
     }
 }
 
@@ -347,8 +337,7 @@ TEST_F(MarkPolygonScene, ClippingPlaneOpensTheSphereToItsFarSide) {
     const MMTransformMatrix placement = Translation(0, 0, 1000);
     Add(op, *sphere, true, nullptr, placement);
     op.AddClippingPlane({0, 0, -1, 1000});
-    op.SetPolygon(lasso);
-    ASSERT_TRUE(op.operate());
+    ASSERT_TRUE(Operate(op, lasso));
 
     oracle::RayCastOracle rays;
     rays.AddMesh(*sphere, ModelToPixel(Origin(lasso), placement), {},
@@ -388,9 +377,8 @@ TEST_F(MarkPolygonScene, UnmarkRestoresTheMarksOfBefore) {
         MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
         Add(picker, *sphere);
         Add(picker, *plate);
-        picker.SetPolygon(Rectangle(-3, -3, 3, 3));
         picker.SetUnmark(unmark);
-        ASSERT_TRUE(picker.operate());
+        ASSERT_TRUE(Operate(picker, Rectangle(-3, -3, 3, 3)));
         if (!unmark) {
             EXPECT_GT(Marked(*plate).size(), before.size() + 10);
         }
@@ -451,8 +439,7 @@ TEST_F(MarkPolygonScene, DefaultToleranceIsFiftyInternalUnits) {
         for (MStlBaseOperatorMarkPolygon* picker : {&defaults, &explicitOnes}) {
             Add(*picker, *front);
             Add(*picker, *back);
-            picker->SetPolygon(Rectangle(-1, -1, 1, 1));
-            ASSERT_TRUE(picker->operate());
+            ASSERT_TRUE(Operate(*picker, Rectangle(-1, -1, 1, 1)));
             EXPECT_EQ(Marked(*front).size(), front->GetNumberOfTriangles());
             EXPECT_EQ(Marked(*back).size(), backMarked ? back->GetNumberOfTriangles() : 0)
                 << "gap " << gap;

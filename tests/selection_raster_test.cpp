@@ -26,10 +26,8 @@ std::vector<bool> Cells(const PixelGrid& grid) {
 std::pair<int, int> RowExtent(PixelGrid& grid, int row) {
     int first = grid.GetWidth(), last = -1;
     for (int x = 0; x < grid.GetWidth(); ++x)
-        if (grid.At(row, x)) {
-            first = std::min(first, x);
-            last = std::max(last, x);
-        }
+        if (grid.At(row, x))
+            first = std::min(first, x), last = x;
     return first <= last ? std::make_pair(first, last) : std::make_pair(1, 0);
 }
 
@@ -131,20 +129,13 @@ TEST_F(StrokeTest, OffsetComesFromTheLengthenedDirection) {
     // dx = 3, dy = 4 at radius 7: (ex, ey) = (4, 5) gives the offset (4, 5); the unlengthened
     // direction would give (4, 6).
     DrawStroke(grid, point2i{20, 20}, point2i{23, 24}, 7);
-    int lowRow = kSize, highRow = -1, left = kSize, right = -1;
-    for (int row = 0; row < kSize; ++row) {
-        const auto [first, last] = RowExtent(grid, row);
-        if (first > last)
-            continue;
-        lowRow = std::min(lowRow, row);
-        highRow = std::max(highRow, row);
-        left = std::min(left, first);
-        right = std::max(right, last);
-    }
-    EXPECT_EQ(lowRow, 16);
-    EXPECT_EQ(highRow, 28);
-    EXPECT_EQ(left, 15);
-    EXPECT_EQ(right, 28);
+    std::array<int, 4> box{kSize, -1, kSize, -1};  // rows low, high; columns left, right
+    for (int row = 0; row < kSize; ++row)
+        for (int x = 0; x < kSize; ++x)
+            if (grid.At(row, x))
+                box = {std::min(box[0], row), std::max(box[1], row), std::min(box[2], x),
+                       std::max(box[3], x)};
+    EXPECT_EQ(box, (std::array<int, 4>{16, 28, 15, 28}));
 }
 
 TEST_F(StrokeTest, AxisParallelStrokesAreBlocksClampedToTheGrid) {
@@ -165,18 +156,14 @@ TEST_F(StrokeTest, RandomStrokesFillTheirBandRowByRow) {
     std::uniform_int_distribution<int> coordinate(16, 47), radius(0, 12);
     for (int trial = 0; trial < 300; ++trial) {
         PixelGrid stroke(kSize, kSize, 1.0, false);
-        const point2i a{coordinate(random), coordinate(random)};
-        const point2i b{coordinate(random), coordinate(random)};
+        const point2i a{coordinate(random), coordinate(random)},
+            b{coordinate(random), coordinate(random)};
         const int r = radius(random);
         if (a.x == b.x || a.y == b.y)
             continue;
         DrawStroke(stroke, a, b, r);
         const std::array<point2d, 4> band = Band(a, b, r);
-        double lowY = band[0].y, highY = band[0].y;
-        for (const point2d& corner : band) {
-            lowY = std::min(lowY, corner.y);
-            highY = std::max(highY, corner.y);
-        }
+        const auto [lowY, highY] = std::minmax({band[0].y, band[1].y, band[2].y, band[3].y});
         for (int row = 0; row < kSize; ++row) {
             const auto [first, last] = RowExtent(stroke, row);
             EXPECT_EQ(first <= last, row >= lowY && row <= highY) << trial << " row " << row;
@@ -186,10 +173,8 @@ TEST_F(StrokeTest, RandomStrokesFillTheirBandRowByRow) {
                 // Rows are single runs; the run holds the band's inner cells and stays within
                 // a pixel of it.
                 EXPECT_EQ(set, x >= first && x <= last) << trial << " row " << row;
-                if (set)
-                    EXPECT_TRUE(InsideConvex(band, cell, kBoundaryMargin)) << trial;
-                else
-                    EXPECT_FALSE(InsideConvex(band, cell, -kBoundaryMargin)) << trial;
+                EXPECT_EQ(InsideConvex(band, cell, set ? kBoundaryMargin : -kBoundaryMargin), set)
+                    << trial;
             }
         }
     }

@@ -3,6 +3,7 @@
 // Small meshes for picking scenes, built directly in internal units. Every triangle is
 // counter-clockwise about its outward normal.
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -44,12 +45,19 @@ inline void addQuad(MStlSurface& surface, V corner, V u, V v) {
     addTriangle(surface, corner, corner + u + v, corner + v);
 }
 
-/// A grid of cells × cells quads spanning corner … corner + u + v.
-inline void addGrid(MStlSurface& surface, V corner, V u, V v, int cells) {
+/// A grid of cells × cells quads spanning corner … corner + u + v, leaving out the cells that lie
+/// inside the square [−holeHalf, holeHalf]² in x and y.
+inline void addGrid(MStlSurface& surface, V corner, V u, V v, int cells, double holeHalf = 0) {
     const V du = (1.0 / cells) * u, dv = (1.0 / cells) * v;
     for (int i = 0; i < cells; ++i)
-        for (int j = 0; j < cells; ++j)
-            addQuad(surface, corner + i * du + j * dv, du, dv);
+        for (int j = 0; j < cells; ++j) {
+            const V c = corner + i * du + j * dv, far = c + du + dv;
+            const bool inHole =
+                std::min(c.x, far.x) >= -holeHalf && std::max(c.x, far.x) <= holeHalf &&
+                std::min(c.y, far.y) >= -holeHalf && std::max(c.y, far.y) <= holeHalf;
+            if (!inHole || holeHalf <= 0)
+                addQuad(surface, c, du, dv);
+        }
 }
 
 inline void addUvSphere(MStlSurface& surface, V centre, double radius, int rings, int segments) {
@@ -59,12 +67,11 @@ inline void addUvSphere(MStlSurface& surface, V centre, double radius, int rings
         return centre + radius * V{std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi),
                                    std::cos(theta)};
     };
-    for (int i = 0; i < rings; ++i) {
+    for (int i = 0; i < rings; ++i)
         for (int j = 0; j < segments; ++j) {
             addTriangle(surface, at(i, j), at(i + 1, j), at(i + 1, j + 1));
             addTriangle(surface, at(i, j), at(i + 1, j + 1), at(i, j + 1));
         }
-    }
 }
 
 /// A mesh of one surface filled by `build`.
@@ -84,16 +91,7 @@ inline std::unique_ptr<MStlBase> uvSphere(V centre, double radius, int rings = 2
 /// cells inside the square [−holeHalf, holeHalf]² left out.
 inline void addPlateWithHole(MStlSurface& surface, double half, double holeHalf, double z,
                              int cells) {
-    const double step = 2 * half / cells;
-    for (int i = 0; i < cells; ++i) {
-        for (int j = 0; j < cells; ++j) {
-            const V corner{-half + i * step, -half + j * step, z};
-            const bool inHole = corner.x >= -holeHalf && corner.x + step <= holeHalf &&
-                                corner.y >= -holeHalf && corner.y + step <= holeHalf;
-            if (!inHole)
-                addQuad(surface, corner, {step, 0, 0}, {0, step, 0});
-        }
-    }
+    addGrid(surface, {-half, -half, z}, {2 * half, 0, 0}, {0, 2 * half, 0}, cells, holeHalf);
 }
 
 inline std::unique_ptr<MStlBase> plateWithHole(double half, double holeHalf, double z,
