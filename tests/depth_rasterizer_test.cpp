@@ -169,8 +169,7 @@ TEST_F(VisibilityTest, ThreeVerticesBehindAreHiddenWithoutScanning) {
 
 struct RegionFixture {
     RegionFixture(std::int32_t width, std::int32_t height, double density, unsigned seed) {
-        raster.m_width = width;
-        raster.m_height = height;
+        raster.m_width = width, raster.m_height = height;
         raster.m_region = std::make_shared<PixelGrid>(width, height, 1.0, false);
         raster.m_rowSpans = std::make_unique<_RegionSpan[]>(height);
         std::mt19937 random(seed);

@@ -8,8 +8,6 @@
 #include <functional>
 #include <random>
 #include <set>
-#include <sstream>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -44,14 +42,6 @@ bool CentreOnEdge(const Polygon& polygon, int x, int y) {
             return true;
     }
     return false;
-}
-
-std::string Describe(const Polygon& polygon) {
-    std::ostringstream text;
-    text.precision(17);
-    for (const point2d& p : polygon)
-        text << "(" << p.x << ", " << p.y << ") ";
-    return text.str();
 }
 
 class PixelGridFillTest : public ::testing::Test {
@@ -91,7 +81,7 @@ class PixelGridFillTest : public ::testing::Test {
                 if (integer && CentreOnEdge(polygon, x, y))
                     continue;
                 EXPECT_EQ(cells[y * kWidth + x], EvenOddInside(polygon, x + 0.5, y + 0.5))
-                    << "pixel " << x << "," << y << " of " << Describe(polygon);
+                    << "pixel " << x << "," << y;
             }
     }
 };
