@@ -73,6 +73,8 @@ class MStlBaseOperatorMarkPolygon {
     /// first). Its pixel box is the floored bounds of the scaled vertices.
     void SetPolygon(const std::vector<VelSDK::Math::point2d>& polygon);
     /// The selection region: a path in screen units swept by a disc of `radius` screen units.
+    /// A radius whose pixel size (radius × pixel proportion, truncated) leaves the 32-bit range
+    /// makes operate() return false, marking nothing.
     void SetBrushPath(const std::vector<VelSDK::Math::point2d>& path, std::size_t radius);
 
     /// Back-facing triangles (normal · viewing direction ≥ 0) are drawn as occluders but not

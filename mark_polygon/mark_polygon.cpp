@@ -144,13 +144,14 @@ void MStlBaseOperatorMarkPolygon::SetBrushPath(const std::vector<point2d>& path,
         high = {std::max(high.x, point.x), std::max(high.y, point.y)};
     }
     // The box is rounded outward and widened by the radius so that every disc fits. Out of
-    // range bounds wrap as 32-bit integers; operate() then refuses the path.
-    const auto widen = [this](double bound, std::int64_t by) {
+    // range bounds wrap as 32-bit integers; operate() then refuses the path. The radius is
+    // negated in 64 bits: an out-of-range radius truncates to INT32_MIN.
+    const std::int64_t radius64 = m_brushRadius;
+    const auto widen = [](double bound, std::int64_t by) {
         return static_cast<std::int32_t>(detail::TruncateToInt32(bound) + by);
     };
-    m_regionBox = {
-        widen(std::floor(p * low.x), -m_brushRadius), widen(std::floor(p * low.y), -m_brushRadius),
-        widen(std::ceil(p * high.x), m_brushRadius), widen(std::ceil(p * high.y), m_brushRadius)};
+    m_regionBox = {widen(std::floor(p * low.x), -radius64), widen(std::floor(p * low.y), -radius64),
+                   widen(std::ceil(p * high.x), radius64), widen(std::ceil(p * high.y), radius64)};
 
     m_regionPointCount = path.size();
     m_regionPoints = std::make_unique<point2d[]>(path.size());

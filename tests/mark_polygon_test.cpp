@@ -485,6 +485,11 @@ TEST(MarkPolygonSetUp, DegenerateRegions) {
     EXPECT_FALSE(picker.operate());
     picker.SetBrushPath({{0, 0}, {1e12, 1}}, 1);
     EXPECT_FALSE(picker.operate());
+    // Radii beyond the 32-bit pixel range, at 5 pixels per unit.
+    for (const std::size_t radius : {std::size_t{1} << 29, std::size_t{1} << 40, SIZE_MAX}) {
+        picker.SetBrushPath({{0, 0}}, radius);
+        EXPECT_FALSE(picker.operate()) << radius;
+    }
     EXPECT_TRUE(Marked(*sphere).empty());
 
     MStlBaseOperatorMarkPolygon empty;

@@ -164,7 +164,9 @@ TEST_F(MeshImportTest, BinaryPlyInBothByteOrders) {
                                    (bigEndian ? "binary_big_endian" : "binary_little_endian") +
                                    " 1.0\nelement vertex 5\nproperty double x\nproperty double y\n"
                                    "property double z\nelement face 2\n"
-                                   "property list uchar int vertex_indices\nend_header\n";
+                                   "property list uchar int vertex_indices\n"
+                                   // occupies no bytes however many instances it declares
+                                   "element marker 9223372036854775807\nend_header\n";
         const auto mesh = ImportMesh(write("b.ply", header + binaryPlyBody(bigEndian)));
         expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
         EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);
@@ -219,6 +221,14 @@ TEST_F(MeshImportTest, MalformedFilesFailNamingTheProblem) {
         {"long.ply", plyHeader + plyBody + "xx", "bytes follow"},
         {"negative.ply", plyHeader + negative, "face 1"},
         {"noend.ply", "ply\nformat ascii 1.0\nelement vertex 0\n", "end_header"},
+        {"lying.ply",
+         "ply\nformat binary_little_endian 1.0\nelement vertex 1000000000000\n"
+         "property double x\nproperty double y\nproperty double z\nend_header\n" +
+             plyBody,
+         "element 'vertex' declares 1000000000000 instances"},
+        {"lying-ascii.ply",
+         "ply\nformat ascii 1.0\nelement junk 9223372036854775807\nend_header\n0\n",
+         "element 'junk' declares"},
         {"line.ply",
          "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
          "property float z\nelement face 1\nproperty list uchar int vertex_indices\n"

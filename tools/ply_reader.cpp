@@ -136,7 +136,7 @@ std::string instanceName(const PlyElement& element, std::uint64_t instance) {
 
 class AsciiSource {
   public:
-    explicit AsciiSource(std::string_view body) : m_cursor(body) {}
+    explicit AsciiSource(std::string_view body) : m_cursor(body), m_size(body.size()) {}
 
     void BeginInstance(const PlyElement& element, std::uint64_t instance) {
         m_element = &element;
@@ -145,6 +145,11 @@ class AsciiSource {
             fail("the file ends before it");
     }
     void EndInstance() { m_cursor.NextLine(); }
+    // Every value is a token of at least one character, and an instance is at least a line.
+    static std::uint64_t LeastInstanceBytes(const PlyElement& element) {
+        return std::max<std::uint64_t>(1, element.properties.size());
+    }
+    std::uint64_t BytesLeft() const { return m_size - m_cursor.Position(); }
     double Real(PlyType) {
         double value = 0.0;
         if (!m_cursor.ReadDouble(value))
@@ -169,6 +174,7 @@ class AsciiSource {
     }
 
     TextCursor m_cursor;
+    std::size_t m_size;
     const PlyElement* m_element = nullptr;
     std::uint64_t m_instance = 0;
 };
@@ -183,6 +189,14 @@ class BinarySource {
         m_instance = instance;
     }
     void EndInstance() {}
+    // Scalars and list counts are always stored; a list may be empty.
+    static std::uint64_t LeastInstanceBytes(const PlyElement& element) {
+        std::uint64_t bytes = 0;
+        for (const PlyProperty& property : element.properties)
+            bytes += sizeOf(property.isList ? property.countType : property.type);
+        return bytes;
+    }
+    std::uint64_t BytesLeft() const { return static_cast<std::uint64_t>(m_end - m_next); }
     double Real(PlyType type) {
         switch (type) {
             case PlyType::kFloat32:
@@ -217,6 +231,20 @@ class BinarySource {
     }
 
   private:
+    static std::uint64_t sizeOf(PlyType type) {
+        switch (type) {
+            case PlyType::kInt8:
+            case PlyType::kUInt8:
+                return 1;
+            case PlyType::kInt16:
+            case PlyType::kUInt16:
+                return 2;
+            case PlyType::kFloat64:
+                return 8;
+            default:
+                return 4;
+        }
+    }
     template <class T>
     T read() {
         if (static_cast<std::size_t>(m_end - m_next) < sizeof(T))
@@ -328,6 +356,9 @@ void readFaces(Source& source, const PlyElement& element, PolygonSoup& soup) {
 
 template <class Source>
 void skipElement(Source& source, const PlyElement& element) {
+    // Instances of a binary element without properties occupy no bytes: nothing to skip.
+    if (Source::LeastInstanceBytes(element) == 0)
+        return;
     for (std::uint64_t i = 0; i < element.count; ++i) {
         source.BeginInstance(element, i);
         for (const PlyProperty& property : element.properties)
@@ -343,10 +374,22 @@ void checkElements(const PlyHeader& header) {
             throw ImportFailure(std::string("more than one element '") + name + "'");
 }
 
+// A header that declares more instances than the remaining bytes can hold fails before the
+// element is read, so a lying count can neither loop long nor reserve much.
+template <class Source>
+void checkDeclaredSize(const Source& source, const PlyElement& element) {
+    const std::uint64_t least = Source::LeastInstanceBytes(element);
+    if (least > 0 && element.count > source.BytesLeft() / least)
+        throw ImportFailure("element '" + element.name + "' declares " +
+                            std::to_string(element.count) + " instances, more than the " +
+                            std::to_string(source.BytesLeft()) + " bytes left can hold");
+}
+
 // Every element, in header order, into the soup.
 template <class Source>
 void readBody(Source& source, const PlyHeader& header, std::size_t byteCount, PolygonSoup& soup) {
     for (const PlyElement& element : header.elements) {
+        checkDeclaredSize(source, element);
         // Each instance takes at least one byte, which bounds what a lying header can reserve.
         const std::size_t plausible = std::min<std::uint64_t>(element.count, byteCount);
         if (element.name == "vertex") {

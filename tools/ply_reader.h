@@ -11,7 +11,10 @@ namespace velpick::detail {
 /// "vertex_indices" (or "vertex_index") of element "face"; every other element and property
 /// is read past and ignored. Coordinates keep the precision of their stored type. Throws
 /// ImportFailure for a malformed header, a truncated body, a negative index or data left over
-/// after the last element.
+/// after the last element, and, before reading an element, when its declared count cannot fit
+/// in the bytes that remain (each binary instance takes its scalars and list counts, each
+/// ascii instance at least one character per property). A binary element without properties
+/// occupies no bytes and is passed over whatever its count.
 PolygonSoup ReadPly(std::string_view bytes);
 
 }  // namespace velpick::detail
