@@ -360,24 +360,19 @@ bool MStlBaseOperatorMarkPolygon::_IsFrontFacing(std::size_t mesh,
 
 // The planes in order: a plane with no vertex below it keeps the triangle; one with a vertex
 // below and none above drops it; one with vertices on both sides cuts it, by that plane and
-// every later one.
+// every later one. All three values decide, so the verdict does not depend on which vertex
+// comes first.
 MStlBaseOperatorMarkPolygon::PlaneCut MStlBaseOperatorMarkPolygon::_CutByPlanes(
     std::size_t mesh, const MStlTriangle& triangle) const {
     const point3d vertices[3] = {triangle.GetVertex(0), triangle.GetVertex(1),
                                  triangle.GetVertex(2)};
     const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
     for (std::size_t k = 0; k < planes.size(); ++k) {
-        // Vertices are tried in order and the test stops at the first one below the plane, so
-        // only the vertices before it can show that the triangle reaches the kept side: a
-        // triangle whose vertex 0 is below a plane is dropped whatever its other vertices are.
         bool below = false, above = false;
         for (const point3d& vertex : vertices) {
             const double value = planes[k].SignedValue(vertex);
+            below |= value < 0.0;
             above |= value > 0.0;
-            if (value < 0.0) {
-                below = true;
-                break;
-            }
         }
         if (below)
             return {above ? PlaneCut::kStraddles : PlaneCut::kDropped, k};

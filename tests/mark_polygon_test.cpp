@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -351,20 +352,36 @@ TEST_F(MarkPolygonScene, ClippingPlaneOpensTheSphereToItsFarSide) {
     EXPECT_GT(farSide, sphere->GetNumberOfTriangles() / 4);
 }
 
-TEST_F(MarkPolygonScene, PlaneTestStopsAtTheFirstVertexBelowThePlane) {
-    // Two copies of one triangle straddling the plane x = 0, listed from different vertices:
-    // the copy whose vertex 0 is below the plane is dropped whole, the other one is cut.
-    auto mesh = std::make_unique<MStlBase>();
-    MStlSurface* surface = mesh->AddSurface(nullptr);
-    MStlTriangle* firstBelow =
-        surface->AddTriangle(-1000, -3000, 0, 3000, -4000, 0, 3000, -2000, 0);
-    MStlTriangle* secondBelow = surface->AddTriangle(3000, 2000, 0, -1000, 3000, 0, 3000, 4000, 0);
-    Add(op, *mesh);
-    op.AddClippingPlane({1, 0, 0, 0});
-    op.SetPolygon(lasso);
-    ASSERT_TRUE(op.operate());
-    EXPECT_FALSE(firstBelow->IsMarked());
-    EXPECT_TRUE(secondBelow->IsMarked());
+TEST_F(MarkPolygonScene, PlaneVerdictDoesNotDependOnWhichVertexComesFirst) {
+    // Triangles against the plane x = 0 (kept side x ≥ 0), each listed from all three of its
+    // vertices in turn: a triangle with some part on the kept side is marked whatever the
+    // rotation, one with no point strictly on the kept side never is.
+    using Corners = std::array<std::array<int, 3>, 3>;
+    struct Case {
+        const char* name;
+        Corners corners;
+        bool marked;
+    };
+    const Case cases[] = {
+        {"one vertex below", {{{-1000, -3000, 0}, {3000, -4000, 0}, {3000, -2000, 0}}}, true},
+        {"two vertices below", {{{-3000, -3000, 0}, {2000, -1000, 0}, {-3000, 1000, 0}}}, true},
+        {"one below, two on the plane", {{{-1000, 0, 0}, {0, -3000, 0}, {0, 3000, 0}}}, false},
+        {"one above, two on the plane", {{{1000, 0, 0}, {0, 3000, 0}, {0, -3000, 0}}}, true},
+    };
+    for (const Case& c : cases)
+        for (int rotation = 0; rotation < 3; ++rotation) {
+            auto mesh = std::make_unique<MStlBase>();
+            const auto& p = c.corners[rotation];
+            const auto& q = c.corners[(rotation + 1) % 3];
+            const auto& r = c.corners[(rotation + 2) % 3];
+            MStlTriangle* triangle = mesh->AddSurface(nullptr)->AddTriangle(
+                p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
+            MStlBaseOperatorMarkPolygon picker{kPixelsPerMm, kToleranceMm, false};
+            Add(picker, *mesh);
+            picker.AddClippingPlane({1, 0, 0, 0});
+            ASSERT_TRUE(Operate(picker, lasso));
+            EXPECT_EQ(triangle->IsMarked(), c.marked) << c.name << ", rotation " << rotation;
+        }
 }
 
 TEST_F(MarkPolygonScene, UnmarkRestoresTheMarksOfBefore) {
