@@ -18,6 +18,11 @@ constexpr double kMinSegmentLengthSq = 0.0003452669770922512;
 /// coordinates are converted to pixel indices by truncation toward zero.
 ///
 /// The grid owns its cells. Callers keep width·height ≤ 2 147 483 647.
+///
+/// Hostile sizes: a grid with no cells (a zero or negative width or height, e.g. 0 × INT32_MAX
+/// or 0 × INT32_MIN) is valid; filling it and both Intersect forms do nothing and return false
+/// at once. A negative or NaN pixel size moves the samples below and left of their pixels
+/// (or nowhere); every run the span walk writes or reads is still clipped to its row.
 class PixelGrid {
   public:
     /// A width × height grid with every cell set to initialValue. Throws std::length_error when
@@ -50,7 +55,10 @@ class PixelGrid {
     bool Intersect(const std::vector<VelSDK::Math::point2d>& polygon);
     /// True when some pixel crossed by the segment is set. The segment is walked cell by cell
     /// in a frame one pixel wider than its box on every side; a segment shorter than
-    /// √kMinSegmentLengthSq tests only the pixel of its lower endpoint.
+    /// √kMinSegmentLengthSq tests only the pixel of its lower endpoint. The walk skips the
+    /// cells before the grid and stops after it, so its cost is bounded by the grid's width
+    /// plus height whatever the segment's length. Coordinates beyond the 32-bit range, NaN or
+    /// infinite give a walk that ends, with no promise about which cells it tested.
     bool Intersect(std::array<VelSDK::Math::point2d, 2> segment) const;
 
   private:

@@ -61,11 +61,13 @@ void WalkRowSpans(const std::vector<double>& crossings, std::int32_t width, doub
         // std::min keeps rowEnd for a NaN crossing, so a NaN runs the span to the row's end.
         const double limit = std::min(rowEnd, crossing - halfPixel);
         if (limit > pixel) {
-            // The end is capped at the width in case a non-positive pixel size pushed
-            // rowEnd past the row.
+            // The end is capped at the width in case a negative pixel size pushed rowEnd past
+            // the row; a run that would then start beyond the row is not handed out.
             const auto end = static_cast<std::int64_t>(std::ceil(std::min(limit, 1.0 * width)));
-            handleRun(pixel, end, inside);
-            pixel = end;
+            if (end > pixel) {
+                handleRun(pixel, end, inside);
+                pixel = end;
+            }
         }
         inside = !inside;
     }
@@ -93,13 +95,16 @@ PixelGrid::PixelGrid(std::int32_t width, std::int32_t height, double pixelSize, 
 PixelGrid::PixelGrid(const std::vector<point2d>& polygon, std::int32_t width, std::int32_t height,
                      double pixelSize, bool initialValue)
     : PixelGrid(width, height, pixelSize, initialValue) {
+    // A grid without cells has nothing to fill, however many empty rows it declares.
+    if (m_width <= 0)
+        return;
     const double halfPixel = m_pixelSize / 2;
     std::vector<double> crossings;
-    for (std::int32_t row = m_height - 1; row >= 0; --row) {
+    for (std::int64_t row = std::int64_t{m_height} - 1; row >= 0; --row) {
         CollectCrossings(polygon, row + halfPixel, crossings);
         if (crossings.empty())
             continue;
-        bool* rowCells = m_data + std::int64_t{row} * m_width;
+        bool* rowCells = m_data + row * m_width;
         WalkRowSpans(crossings, m_width, halfPixel,
                      [rowCells](std::int64_t first, std::int64_t end, bool inside) {
                          std::memset(rowCells + first, inside ? 1 : 0, end - first);
@@ -112,13 +117,16 @@ PixelGrid::~PixelGrid() {
 }
 
 bool PixelGrid::Intersect(const std::vector<point2d>& polygon) {
+    if (m_width <= 0)
+        return false;
     double minY = DBL_MAX, maxY = -DBL_MAX;
     for (const point2d& p : polygon) {
         minY = std::min(minY, p.y);
         maxY = std::max(maxY, p.y);
     }
     // One row of margin on each side of the vertices' rows, clipped to the grid.
-    const std::int64_t topRow = std::min<std::int64_t>(TruncateToInt32(maxY) + 1LL, m_height - 1);
+    const std::int64_t topRow =
+        std::min<std::int64_t>(TruncateToInt32(maxY) + 1LL, std::int64_t{m_height} - 1);
     const std::int64_t bottomRow = std::max<std::int64_t>(TruncateToInt32(minY) - 1LL, 0);
 
     const double halfPixel = m_pixelSize / 2;
@@ -144,6 +152,11 @@ namespace {
 // A grid walk of the unit cells a segment crosses. The walk runs in three dimensions with a
 // single layer (cells 1 × 1 × 5, both ends at depth 2) over the segment's box widened by one
 // cell on every side, its origin centred on that box in truncating integer arithmetic.
+//
+// Each axis steps monotonically (rows only upwards, since the walk starts at the lower end),
+// and every boundary's crossing parameter t depends only on that boundary. The walk is
+// therefore the merge, by t, of each axis's boundary sequence, and its cell after all
+// crossings before some t can be counted per axis instead of stepped to one by one.
 class SegmentCellWalk {
   public:
     // `low` must have the smaller y.
@@ -154,11 +167,27 @@ class SegmentCellWalk {
     std::int64_t Row() const { return m_boxLow[1] + m_cell[1]; }
     // Moves to the next cell the segment enters; false when the walk has ended.
     bool Advance();
+    // Moves to the first cell the walk visits inside columns [0, width) and rows [0, height),
+    // or past them; false when the walk ends before. Every cell skipped lies outside them.
+    bool SkipToWindow(std::int64_t width);
+    // True when every cell the walk still visits lies outside the window.
+    bool PastWindow(std::int64_t width, std::int64_t height) const;
 
   private:
     static constexpr int kAxes = 3;
     // Boundary crossings are searched for in 0 < t < kStepSearchLimit along the segment.
     static constexpr double kStepSearchLimit = 2.0;
+
+    int Direction(int axis) const { return m_delta[axis] > 0 ? 1 : -1; }
+    // The parameter of the k-th boundary ahead of the current cell on `axis` (k = 0: next).
+    double BoundaryT(int axis, std::int64_t k) const;
+    bool CanStep(int axis) const;
+    // How many boundaries ahead on `axis` are crossed before `t`, up to `limit`.
+    std::int64_t CrossingsBefore(int axis, double t, std::int64_t limit) const;
+    // The t at which the walk enters cell `target` on `axis` (coming from below it, or from
+    // above it when the axis steps backwards).
+    double EntryT(int axis, std::int64_t target) const;
+    std::int64_t StepsInFrame(int axis) const;
 
     std::int64_t m_boxLow[kAxes];
     std::int64_t m_cellSize[kAxes] = {1, 1, 5};
@@ -189,17 +218,25 @@ SegmentCellWalk::SegmentCellWalk(const point2d& low, const point2d& high) {
     }
 }
 
+double SegmentCellWalk::BoundaryT(int axis, std::int64_t k) const {
+    const bool forward = m_delta[axis] > 0;
+    const std::int64_t boundaryCell = m_cell[axis] + (forward ? 1 + k : -k);
+    const double boundary = static_cast<double>(m_origin[axis] + boundaryCell * m_cellSize[axis]);
+    return (boundary - m_from[axis]) / m_delta[axis];
+}
+
+bool SegmentCellWalk::CanStep(int axis) const {
+    const double t = BoundaryT(axis, 0);
+    return t > 0 && t < kStepSearchLimit;
+}
+
 bool SegmentCellWalk::Advance() {
     // The nearest boundary ahead on any axis, each measured from the segment's start; a later
     // axis wins a tie only when strictly nearer.
     int stepAxis = -1;
     double stepT = 0.0;
     for (int axis = 0; axis < kAxes; ++axis) {
-        const bool forward = m_delta[axis] > 0;
-        const std::int64_t boundaryCell = m_cell[axis] + (forward ? 1 : 0);
-        const double boundary =
-            static_cast<double>(m_origin[axis] + boundaryCell * m_cellSize[axis]);
-        const double t = (boundary - m_from[axis]) / m_delta[axis];
+        const double t = BoundaryT(axis, 0);
         if (t > 0 && t < kStepSearchLimit && (stepAxis < 0 || t < stepT)) {
             stepAxis = axis;
             stepT = t;
@@ -207,8 +244,74 @@ bool SegmentCellWalk::Advance() {
     }
     if (stepAxis < 0 || stepT > 1.0)
         return false;
-    m_cell[stepAxis] += m_delta[stepAxis] > 0 ? 1 : -1;
+    m_cell[stepAxis] += Direction(stepAxis);
     return m_cell[stepAxis] >= 0 && m_cell[stepAxis] < m_cellCount[stepAxis];
+}
+
+// The boundaries' t grow with k (IEEE subtraction and division are monotone), so the count is
+// found by bisection.
+std::int64_t SegmentCellWalk::CrossingsBefore(int axis, double t, std::int64_t limit) const {
+    if (!CanStep(axis))
+        return 0;  // an axis that cannot take its next step never steps again
+    std::int64_t crossed = 0, notCrossed = limit + 1;
+    if (BoundaryT(axis, limit) < t)
+        return limit + 1;
+    while (notCrossed - crossed > 1) {
+        const std::int64_t middle = crossed + (notCrossed - crossed) / 2;
+        (BoundaryT(axis, middle - 1) < t ? crossed : notCrossed) = middle;
+    }
+    return crossed;
+}
+
+// How many steps `axis` can take before one leaves the frame and ends the walk.
+std::int64_t SegmentCellWalk::StepsInFrame(int axis) const {
+    const std::int64_t cell = m_cell[axis], count = m_cellCount[axis];
+    if (Direction(axis) > 0)
+        return cell + 1 >= 0 ? std::max<std::int64_t>(count - 1 - cell, 0) : 0;
+    return cell - 1 < count ? std::max<std::int64_t>(cell, 0) : 0;
+}
+
+double SegmentCellWalk::EntryT(int axis, std::int64_t target) const {
+    const std::int64_t boundaryCell = Direction(axis) > 0 ? target : target + 1;
+    const double boundary = static_cast<double>(m_origin[axis] + boundaryCell * m_cellSize[axis]);
+    return (boundary - m_from[axis]) / m_delta[axis];
+}
+
+bool SegmentCellWalk::PastWindow(std::int64_t width, std::int64_t height) const {
+    const std::int64_t column = Column(), row = Row();
+    const bool columnOut = column < 0 || column >= width;
+    const bool rowOut = row < 0 || row >= height;
+    // Rows never decrease; a column outside stays outside unless the walk steps towards it.
+    if (row >= height || (rowOut && !CanStep(1)))
+        return true;
+    if (columnOut && !CanStep(0))
+        return true;
+    return Direction(0) > 0 ? column >= width : column < 0;
+}
+
+bool SegmentCellWalk::SkipToWindow(std::int64_t width) {
+    // The walk cannot reach the window before it has entered both its first row and the
+    // first column on its side.
+    double entry = 0.0;
+    if (Row() < 0)
+        entry = EntryT(1, -m_boxLow[1]);
+    const std::int64_t firstColumn = Direction(0) > 0 ? 0 : width - 1;
+    if (Direction(0) > 0 ? Column() < firstColumn : Column() > firstColumn)
+        entry = std::max(entry, EntryT(0, firstColumn - m_boxLow[0]));
+    if (!(entry > 0.0))
+        return true;
+    if (entry > 1.0)
+        return false;
+    // Jump over every crossing before `entry`; a step that would leave the frame on the way
+    // means the walk ended outside the window.
+    for (int axis = 0; axis < kAxes; ++axis) {
+        const std::int64_t room = StepsInFrame(axis);
+        const std::int64_t steps = CrossingsBefore(axis, entry, room);
+        if (steps > room)
+            return false;
+        m_cell[axis] += Direction(axis) * steps;
+    }
+    return true;
 }
 
 }  // namespace
@@ -220,13 +323,21 @@ bool PixelGrid::Intersect(std::array<point2d, 2> segment) const {
     const double dy = segment[1].y - segment[0].y;
     const bool startCellOnly = dx * dx + dy * dy < kMinSegmentLengthSq;
 
+    // Cells outside the grid cannot answer, so the walk skips to the grid and stops once it
+    // has left it: its cost is bounded by the grid, whatever the segment's length.
+    if (m_width <= 0 || m_height <= 0)
+        return false;
     SegmentCellWalk walk(segment[0], segment[1]);
+    if (!startCellOnly && !walk.SkipToWindow(m_width))
+        return false;
     do {
         const std::int64_t column = walk.Column();
         const std::int64_t row = walk.Row();
         if (column >= 0 && column < m_width && row >= 0 && row < m_height &&
             m_data[row * m_width + column])
             return true;
+        if (walk.PastWindow(m_width, m_height))
+            return false;
     } while (!startCellOnly && walk.Advance());
     return false;
 }

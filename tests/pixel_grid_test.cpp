@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <random>
 #include <set>
 #include <utility>
@@ -176,16 +177,17 @@ struct WalkAxis {
 
 using Pixels = std::set<std::pair<long long, long long>>;
 
-// The (row, column) pixels a segment's walk tests: each unit cell of the walk's frame the
-// segment passes through by a positive length, mapped from the box's low corner.
-Pixels CrossedPixels(point2d p, point2d q) {
+// The (row, column) pixels a segment's walk tests within rows and columns [0, size): each
+// unit cell of the walk's frame the segment passes through by a positive length, mapped from
+// the box's low corner.
+Pixels CrossedPixels(point2d p, point2d q, long long size) {
     if (p.y > q.y)
         std::swap(p, q);
     const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(p.y, q.y);
     const double d[2] = {q.x - p.x, q.y - p.y}, from[2] = {p.x, p.y};
     Pixels pixels;
-    for (long long i = 0; i < ax.count; ++i)
-        for (long long j = 0; j < ay.count; ++j) {
+    for (long long i = std::max(0LL, -ax.low); i < std::min(ax.count, size - ax.low); ++i)
+        for (long long j = std::max(0LL, -ay.low); j < std::min(ay.count, size - ay.low); ++j) {
             double t0 = 0, t1 = 1;
             const double lo[2] = {double(ax.origin + i), double(ay.origin + j)};
             for (int axis = 0; axis < 2; ++axis) {
@@ -214,18 +216,23 @@ class SegmentIntersectTest : public ::testing::Test {
 TEST_F(SegmentIntersectTest, WalkTestsExactlyTheCrossedPixels) {
     std::mt19937 random(99);
     std::uniform_real_distribution<double> coordinate(-3.0, kSize + 3.0);
-    for (int compared = 0; compared < 150;) {
+    // Far ends up to a billion pixels away: only the grid's cells may cost time.
+    std::uniform_real_distribution<double> direction(0.0, 2 * M_PI), exponent(1.0, 9.0);
+    for (int compared = 0; compared < 300;) {
         const point2d p{coordinate(random), coordinate(random)};
-        const point2d q{coordinate(random), coordinate(random)};
+        point2d q{coordinate(random), coordinate(random)};
+        if (compared % 2) {
+            const double angle = direction(random), length = std::pow(10.0, exponent(random));
+            q = {p.x + length * std::cos(angle), p.y + length * std::sin(angle)};
+        }
         // The walk starts in the lower endpoint's cell; keep that endpoint inside the frame.
         const point2d& low = p.y <= q.y ? p : q;
         const WalkAxis ax(std::min(p.x, q.x), std::max(p.x, q.x)), ay(low.y, std::max(p.y, q.y));
         if (low.x < ax.origin || low.y < ay.origin)
             continue;
         Pixels expected, detected;
-        for (const auto& [row, column] : CrossedPixels(p, q))
-            if (row >= 0 && row < kSize && column >= 0 && column < kSize)
-                expected.insert({row, column});
+        for (const auto& [row, column] : CrossedPixels(p, q, kSize))
+            expected.insert({row, column});
         for (int row = 0; row < kSize; ++row)
             for (int column = 0; column < kSize; ++column) {
                 grid.At(row, column) = true;
@@ -255,6 +262,43 @@ TEST_F(SegmentIntersectTest, WalkQuirks) {
     EXPECT_TRUE(grid.Intersect(Segment(upper, lower)));
     grid.At(5, 3) = false;  // just above the threshold the walk steps into column 4
     EXPECT_TRUE(grid.Intersect(Segment({3.99, 5.3}, {4.01, 5.31})));
+}
+
+TEST_F(SegmentIntersectTest, SegmentsBeyondTheIntegerRangeEndAtTheGrid) {
+    grid.At(7, 0) = grid.At(7, kSize - 1) = true;
+    const double huge = std::numeric_limits<double>::max();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const auto& [p, q] :
+         std::vector<std::pair<point2d, point2d>>{{{-huge, 7.5}, {huge, 7.5}},
+                                                  {{-1e308, -1e308}, {1e308, 1e308}},
+                                                  {{0.5, -huge}, {0.5, huge}},
+                                                  {{nan, 7.5}, {3.5, 7.5}},
+                                                  {{INFINITY, 7.5}, {-INFINITY, 7.5}}}) {
+        grid.Intersect(Segment(p, q));  // must end; the answer for such coordinates is free
+    }
+    EXPECT_TRUE(grid.Intersect(Segment({-2e9, 7.5}, {2e9, 7.5})));
+    PixelGrid empty(0, 1000, 1.0, true);
+    EXPECT_FALSE(empty.Intersect(Segment({-2e9, 7.5}, {2e9, 7.5})));
+}
+
+TEST(PixelGridLayout, GridsWithoutCellsOrWithNegativePixelSizesStayInTheirCells) {
+    const Polygon square{{1, 1}, {9, 1}, {9, 9}, {1, 9}};
+    for (const auto& [width, height] : {std::pair{0, INT32_MAX}, std::pair{0, INT32_MIN},
+                                        std::pair{INT32_MAX, 0}, std::pair{-5, 0}}) {
+        PixelGrid grid(square, width, height, 1.0, true);
+        EXPECT_FALSE(grid.Intersect(square));
+        EXPECT_FALSE(grid.Intersect(Segment({0, 0}, {1e9, 1e9})));
+    }
+    // A negative size moves every sample below and left of its pixel's corner; the fill and
+    // the test still touch no cell beyond the grid (checked by the sanitizers) and mark only
+    // pixels next to the square.
+    for (const double size : {-1.0, -7.0, -1e300}) {
+        PixelGrid grid(square, 4, 12, size, false);
+        const bool* cells = grid;
+        for (int cell = 0; cell < 4 * 12; ++cell)
+            EXPECT_TRUE(!cells[cell] || (cell / 4 >= 1 && cell / 4 <= 10)) << size << " " << cell;
+        EXPECT_EQ(grid.Intersect(square), std::find(cells, cells + 48, true) != cells + 48);
+    }
 }
 
 }  // namespace
