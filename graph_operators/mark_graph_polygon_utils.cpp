@@ -1,0 +1,148 @@
+#include "mark_graph_polygon_utils.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+
+#include <boost/geometry/algorithms/convex_hull.hpp>
+#include <boost/geometry/geometries/multi_point.hpp>
+#include <boost/geometry/geometries/point_xy.hpp>
+#include <boost/geometry/geometries/polygon.hpp>
+#include <boost/geometry/strategies/strategies.hpp>
+
+#include "element_info.h"
+#include "graph_operators/edge_bar.h"
+#include "line2d.h"
+#include "stl_point.h"
+
+using VelSDK::Math::point2d;
+using VelSDK::Math::point3d;
+
+namespace MarkGraphPolygonUtils {
+
+namespace {
+
+// Smallest positive double: keeps the scaled length of a zero vector free of 0/0.
+constexpr double kMinLengthScale = 4.9406564584124654e-324;
+
+// Scales v to unit length with the overflow-safe length m·√(1 + (s/m)²); a zero vector stays.
+point2d Normalized(point2d v) {
+    const double ax = std::fabs(v.x), ay = std::fabs(v.y);
+    const double m = std::max(ax, ay), s = std::min(ax, ay);
+    const double ratio = s / std::max(m, kMinLengthScale);
+    const double length = m * std::sqrt(1.0 + ratio * ratio);
+    if (length == 0.0)
+        return v;
+    return {v.x / length, v.y / length};
+}
+
+bool InClosedBox(const point2d& p, const point2d& boxMin, const point2d& boxMax) {
+    return boxMin.x <= p.x && p.x <= boxMax.x && boxMin.y <= p.y && p.y <= boxMax.y;
+}
+
+const MStlBaseElementInfo* LookUpElementInfo(const MStlGraphEdge& edge) {
+    return MStlBaseElementInfoStlDependency::GetDependency(edge.GetGraph()->GetStl(), false);
+}
+
+// Thicknesses up to DBL_EPSILON (zero and negative ones) mean "not set" for outlines.
+double OutlineRadius(std::int32_t thickness) {
+    double value = static_cast<double>(thickness);
+    if (!(value > DBL_EPSILON))
+        value = kDefaultOutlineThickness;
+    return value * 0.5;
+}
+
+using HullPoint = boost::geometry::model::d2::point_xy<double>;
+
+// Boost's default polygon: clockwise and closed, so the ring repeats its first point last.
+std::vector<point2d> ConvexHull(const std::array<point2d, 8>& points) {
+    boost::geometry::model::multi_point<HullPoint> input;
+    for (const point2d& p : points)
+        input.emplace_back(p.x, p.y);
+    boost::geometry::model::polygon<HullPoint> hull;
+    boost::geometry::convex_hull(input, hull);
+    std::vector<point2d> outline;
+    for (const HullPoint& p : hull.outer())
+        outline.push_back({p.x(), p.y()});
+    for (const auto& inner : hull.inners())
+        for (const HullPoint& p : inner)
+            outline.push_back({p.x(), p.y()});
+    if (!outline.empty())
+        outline.pop_back();
+    return outline;
+}
+
+}  // namespace
+
+bool PointInsideConvexPolygon2D(const std::vector<point2d>& polygon, const point2d& point) {
+    const std::size_t n = polygon.size();
+    bool negative = false, nonNegative = false;
+    for (std::size_t i = 0; i < n; ++i) {
+        const point2d& from = polygon[i];
+        const point2d& to = polygon[(i + 1) % n];
+        const point2d u = Normalized({point.x - from.x, point.y - from.y});
+        const point2d e = Normalized({to.x - from.x, to.y - from.y});
+        const double cross = u.y * e.x - e.y * u.x;
+        // A NaN cross product is not negative, so it counts with the left side.
+        if (cross < 0.0)
+            negative = true;
+        else
+            nonNegative = true;
+    }
+    return !negative || !nonNegative;
+}
+
+bool LineSegmentIntoBox2d(const std::array<point2d, 2>& segment, const point2d& boxMin,
+                          const point2d& boxMax, double tolerance) {
+    if (InClosedBox(segment[0], boxMin, boxMax) || InClosedBox(segment[1], boxMin, boxMax))
+        return true;
+    if (segment[0] == segment[1])
+        return false;
+    const point2d corners[4] = {boxMin, {boxMin.x, boxMax.y}, boxMax, {boxMax.x, boxMin.y}};
+    const MMLine2D line(segment[0], segment[1]);
+    for (int i = 0; i < 4; ++i) {
+        const MMLine2D side(corners[i], corners[(i + 1) % 4]);
+        point2d meeting;
+        if (side.GetIntersectionSegmentSegment(meeting, line, tolerance))
+            return true;
+    }
+    return false;
+}
+
+std::vector<point2d> GetOutlineOfProjectedEdgeWithThickness(
+    const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo& info,
+    const MMTransformMatrix& transform) {
+    return GetOutlineOfProjectedEdgeWithThickness(edge, &info, transform);
+}
+
+std::vector<point2d> GetOutlineOfProjectedEdgeWithThickness(
+    const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo* info,
+    const MMTransformMatrix& transform) {
+    if (!info)
+        info = LookUpElementInfo(edge);
+    double r0 = 0.0, r1 = 0.0;
+    if (info) {
+        const MStlGraphEdgeThickness& thickness = info->GetEdgeThickness(edge);
+        r0 = OutlineRadius(thickness.first);
+        r1 = OutlineRadius(thickness.second);
+    }
+    const auto corners = detail::EdgeBarCorners(detail::ToDouble(*edge.GetVertex(0)),
+                                                detail::ToDouble(*edge.GetVertex(1)), r0, r1);
+    std::array<point2d, 8> projected;
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+        const point3d mapped = transform(corners[i], false);
+        projected[i] = {mapped.x, mapped.y};
+    }
+    return ConvexHull(projected);
+}
+
+bool EdgeIntersectArea(AU_MarkOperations::PolygonMarking::PixelGrid& grid,
+                       const std::vector<point2d>& outline) {
+    if (outline.size() > 2)
+        return grid.Intersect(outline);
+    if (outline.size() < 2)
+        return false;
+    return grid.Intersect(std::array<point2d, 2>{outline[0], outline[1]});
+}
+
+}  // namespace MarkGraphPolygonUtils
