@@ -66,6 +66,10 @@ class MStlBaseOperatorMarkPolygon {
 
     /// Keeps only a·x + b·y + c·z + d ≥ 0 (in placement space): triangles entirely on the
     /// other side are neither drawn nor marked, triangles across the plane are cut.
+    /// A plane whose normal (a, b, c) is zero, or whose squared length underflows to zero,
+    /// has no kept side: its equation becomes NaN when mapped into a mesh, every triangle
+    /// that reaches it is cut and no piece survives, so it removes every triangle, drawn or
+    /// marked, whatever d and the other planes are. NaN coefficients behave the same way.
     void AddClippingPlane(const MMPlaneEq<double>& plane);
     void ClearClippingPlanes();
 

@@ -358,24 +358,26 @@ bool MStlBaseOperatorMarkPolygon::_IsFrontFacing(std::size_t mesh,
     return Dot(triangle.GetNormal(), m_viewDirections[mesh]) < 0.0;
 }
 
-// The planes in order: a plane with no vertex below it keeps the triangle; one with a vertex
-// below and none above drops it; one with vertices on both sides cuts it, by that plane and
-// every later one. All three values decide, so the verdict does not depend on which vertex
-// comes first.
+// The planes in order: a plane with all three values ≥ 0 keeps the triangle; one with a vertex
+// below and none above drops it; any other cuts it, by that plane and every later one. All
+// three values decide, so the verdict does not depend on which vertex comes first. A plane
+// given with a zero normal maps to NaN values, which are none of ≥ 0, < 0 or > 0: such a
+// plane cuts every triangle that reaches it, and the clipper keeps no piece of it.
 MStlBaseOperatorMarkPolygon::PlaneCut MStlBaseOperatorMarkPolygon::_CutByPlanes(
     std::size_t mesh, const MStlTriangle& triangle) const {
     const point3d vertices[3] = {triangle.GetVertex(0), triangle.GetVertex(1),
                                  triangle.GetVertex(2)};
     const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
     for (std::size_t k = 0; k < planes.size(); ++k) {
-        bool below = false, above = false;
+        bool kept = true, below = false, above = false;
         for (const point3d& vertex : vertices) {
             const double value = planes[k].SignedValue(vertex);
+            kept &= value >= 0.0;
             below |= value < 0.0;
             above |= value > 0.0;
         }
-        if (below)
-            return {above ? PlaneCut::kStraddles : PlaneCut::kDropped, k};
+        if (!kept)
+            return {below && !above ? PlaneCut::kDropped : PlaneCut::kStraddles, k};
     }
     return {PlaneCut::kWhole, 0};
 }

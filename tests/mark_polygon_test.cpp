@@ -352,6 +352,33 @@ TEST_F(MarkPolygonScene, ClippingPlaneOpensTheSphereToItsFarSide) {
     EXPECT_GT(farSide, sphere->GetNumberOfTriangles() / 4);
 }
 
+TEST_F(MarkPolygonScene, PlaneWithoutANormalRemovesEveryTriangle) {
+    // The mapped equation is NaN everywhere: every triangle is cut and no piece survives,
+    // alone, after a plane that cuts the sphere, or before one that keeps it whole.
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<std::vector<MMPlaneEq<double>>> planeSets = {{{0, 0, 0, 1}},
+                                                                   {{0, 0, 0, 0}},
+                                                                   {{0, 0, 0, -1}},
+                                                                   {{1e-170, 0, 0, 5}},
+                                                                   {{nan, 0, 1, 0}},
+                                                                   {{1, 0, 0, 0}, {0, 0, 0, 1}},
+                                                                   {{0, 0, 0, 1}, {0, 0, 1, 1e9}}};
+    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
+    for (const bool markThrough : {false, true})
+        for (const auto& planes : planeSets) {
+            MStlBaseOperatorMarkPolygon picker{kPixelsPerMm, kToleranceMm, false};
+            Add(picker, *sphere);
+            for (const MMPlaneEq<double>& plane : planes)
+                picker.AddClippingPlane(plane);
+            picker.SetMarkThrough(markThrough);
+            ASSERT_TRUE(Operate(picker, lasso));
+            EXPECT_TRUE(Marked(*sphere).empty())
+                << planes.size() << " planes, first " << planes[0].a << " " << planes[0].d
+                << (markThrough ? ", mark-through" : "");
+            UnmarkAll(*sphere);
+        }
+}
+
 TEST_F(MarkPolygonScene, PlaneVerdictDoesNotDependOnWhichVertexComesFirst) {
     // Triangles against the plane x = 0 (kept side x ≥ 0), each listed from all three of its
     // vertices in turn: a triangle with some part on the kept side is marked whatever the
