@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <pybind11/pybind11.h>
+
+#include "tools/scene.h"
+
+namespace velpick::python {
+
+/// The keyword arguments a pick takes besides the meshes, as Python passed them.
+struct PickArguments {
+    pybind11::object region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
+        picker, markThrough, backFaceCulling, clippingPlanes, brushRadius;
+};
+
+/// How messages name the parts of mesh i of pick_meshes: "meshes[i].".
+std::string MeshLabel(std::size_t index);
+
+/// Checks the arguments with the scene file's rules and messages and returns the scene they
+/// describe, one mesh per placement (None: identity; mesh i's is named "meshes[i].placement").
+/// Throws pybind11::value_error naming the argument ("region[3]: ...", "brush_radius: ...",
+/// "camera.eye: ..."), never another exception for bad input.
+Scene ValidateScene(const PickArguments& arguments,
+                    const std::vector<pybind11::object>& placements);
+
+}  // namespace velpick::python

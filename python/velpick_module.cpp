@@ -1,0 +1,235 @@
+// The velpick Python module: the picking library over numpy arrays, with the velpick program's
+// validation, pickers and mesh building.
+
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include "array_mesh.h"
+#include "internal_units.h"
+#include "numpy_mesh.h"
+#include "scene_arguments.h"
+#include "tools/picker.h"
+#include "tools/scene_loader.h"
+
+namespace velpick::python {
+namespace {
+
+namespace py = pybind11;
+
+// The internal-unit scale is process-wide host state that mesh building and the pick both
+// read; picks from several Python threads therefore run one after another.
+std::mutex g_pickMutex;
+
+std::unique_ptr<Picker> PickerFor(const Scene& scene) {
+    std::unique_ptr<Picker> picker = MakePicker(scene.picker);
+    if (!picker) {
+        std::string known;
+        for (const std::string& name : PickerNames())
+            known += (known.empty() ? "" : ", ") + name;
+        throw py::value_error("picker: unknown picker \"" + scene.picker + "\" (known: " + known +
+                              ")");
+    }
+    return picker;
+}
+
+void MarkableToScene(const std::vector<NumpyMesh>& meshes, Scene& scene) {
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
+        if (meshes[i].HasMarkable()) {
+            scene.meshes[i].markWholeMesh = false;
+            scene.meshes[i].markableSurfaces = {0};  // BuildArrayMesh puts markable faces there
+        }
+    }
+}
+
+// Builds the meshes and picks; makes no Python call, so it runs without the GIL.
+std::vector<std::vector<std::size_t>> BuildAndPick(const std::vector<NumpyMesh>& arrays,
+                                                   const Scene& scene, Picker& picker) {
+    const std::lock_guard<std::mutex> lock(g_pickMutex);
+    VelSDK::Common::MInternalUnits::Set(scene.unitsPerModelUnit);
+    std::vector<std::unique_ptr<MStlBase>> meshes;
+    for (const NumpyMesh& mesh : arrays)
+        meshes.push_back(mesh.Build());
+    const PickRequest request = MakePickRequest(scene, meshes);
+    std::optional<PickResult> result = picker.Pick(request);
+    if (!result) {
+        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        throw ArrayMeshError("region: the selection raster of " + std::to_string(box.width) +
+                             " x " + std::to_string(box.height) +
+                             " pixels is over the picker's limit of 2147483647 cells");
+    }
+    return std::move(result->marked);
+}
+
+py::array_t<bool> FaceMask(std::size_t faceCount, const std::vector<std::size_t>& marked) {
+    py::array_t<bool> mask(static_cast<py::ssize_t>(faceCount));
+    bool* cells = mask.mutable_data();
+    std::fill(cells, cells + faceCount, false);
+    for (std::size_t triangle : marked)
+        cells[triangle] = true;
+    return mask;
+}
+
+void CheckScanlineSettings(const py::object& linesPerPixel, const py::object& threads) {
+    const bool positiveNumber =
+        (py::isinstance<py::float_>(linesPerPixel) || py::isinstance<py::int_>(linesPerPixel)) &&
+        !py::isinstance<py::bool_>(linesPerPixel) && std::isfinite(linesPerPixel.cast<double>()) &&
+        linesPerPixel.cast<double>() > 0.0;
+    if (!positiveNumber)
+        throw py::value_error("lines_per_pixel: expected a number > 0, got " +
+                              py::repr(linesPerPixel).cast<std::string>());
+    const bool positiveCount =
+        threads.is_none() || (py::isinstance<py::int_>(threads) &&
+                              !py::isinstance<py::bool_>(threads) && threads.cast<double>() >= 1);
+    if (!positiveCount)
+        throw py::value_error("threads: expected None or a whole number >= 1, got " +
+                              py::repr(threads).cast<std::string>());
+}
+
+std::vector<std::vector<std::size_t>> RunPick(const std::vector<NumpyMesh>& meshes,
+                                              const std::vector<py::object>& placements,
+                                              const PickArguments& arguments,
+                                              const py::object& linesPerPixel,
+                                              const py::object& threads) {
+    Scene scene = ValidateScene(arguments, placements);
+    CheckScanlineSettings(linesPerPixel, threads);
+    const std::unique_ptr<Picker> picker = PickerFor(scene);
+    MarkableToScene(meshes, scene);
+    try {
+        const py::gil_scoped_release release;
+        return BuildAndPick(meshes, scene, *picker);
+    } catch (const ArrayMeshError& error) {
+        throw py::value_error(error.what());
+    }
+}
+
+PickArguments Arguments(py::object region, py::object view, py::object camera,
+                        py::object pixelProportion, py::object depthTolerance,
+                        py::object unitsPerModelUnit, py::object picker, py::object markThrough,
+                        py::object backFaceCulling, py::object clippingPlanes,
+                        py::object brushRadius) {
+    return {
+        region, view,        camera,          pixelProportion, depthTolerance, unitsPerModelUnit,
+        picker, markThrough, backFaceCulling, clippingPlanes,  brushRadius};
+}
+
+py::array_t<bool> Pick(py::object vertices, py::object faces, py::object region, py::object view,
+                       py::object camera, py::object pixelProportion, py::object depthTolerance,
+                       py::object unitsPerModelUnit, py::object picker, py::object markThrough,
+                       py::object backFaceCulling, py::object clippingPlanes, py::object markable,
+                       py::object brushRadius, py::object linesPerPixel, py::object threads) {
+    std::vector<NumpyMesh> meshes;
+    meshes.emplace_back(vertices, faces, markable, "");
+    const auto marked =
+        RunPick(meshes, {py::none()},
+                Arguments(region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
+                          picker, markThrough, backFaceCulling, clippingPlanes, brushRadius),
+                linesPerPixel, threads);
+    return FaceMask(meshes[0].FaceCount(), marked[0]);
+}
+
+// (vertices, faces[, placement[, markable]]) of mesh i.
+NumpyMesh MeshEntry(const py::handle& entry, std::size_t i, std::vector<py::object>& placements) {
+    const std::string label = MeshLabel(i);
+    const bool isTuple = py::isinstance<py::tuple>(entry) || py::isinstance<py::list>(entry);
+    const std::size_t size = isTuple ? py::len(entry) : 0;
+    if (size < 2 || size > 4)
+        throw py::value_error(label.substr(0, label.size() - 1) +
+                              ": expected a tuple (vertices, faces[, placement[, markable]])");
+    const py::sequence parts = py::reinterpret_borrow<py::sequence>(entry);
+    placements.push_back(size > 2 ? py::object(parts[2]) : py::none());
+    return NumpyMesh(parts[0], parts[1], size > 3 ? py::object(parts[3]) : py::none(), label);
+}
+
+py::list PickMeshes(py::object meshEntries, py::object region, py::object view, py::object camera,
+                    py::object pixelProportion, py::object depthTolerance,
+                    py::object unitsPerModelUnit, py::object picker, py::object markThrough,
+                    py::object backFaceCulling, py::object clippingPlanes, py::object brushRadius,
+                    py::object linesPerPixel, py::object threads) {
+    if (!py::isinstance<py::list>(meshEntries) && !py::isinstance<py::tuple>(meshEntries))
+        throw py::value_error("meshes: expected a list of (vertices, faces[, placement]) tuples");
+    std::vector<NumpyMesh> meshes;
+    std::vector<py::object> placements;
+    std::size_t i = 0;
+    for (const py::handle entry : meshEntries)
+        meshes.push_back(MeshEntry(entry, i++, placements));
+    const auto marked =
+        RunPick(meshes, placements,
+                Arguments(region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
+                          picker, markThrough, backFaceCulling, clippingPlanes, brushRadius),
+                linesPerPixel, threads);
+    py::list masks;
+    for (std::size_t m = 0; m < meshes.size(); ++m)
+        masks.append(FaceMask(meshes[m].FaceCount(), marked[m]));
+    return masks;
+}
+
+constexpr const char* kModuleDoc = R"(Headless picking of mesh faces under a screen region.
+
+A lasso polygon or a brush stroke drawn on the screen selects the faces under it, only the
+visible ones unless mark_through is set, exactly as the velpick program does for a scene file.
+Meshes are numpy arrays in model units; they are converted to integer internal units
+(units_per_model_unit per model unit, rounded to the nearest unit) and identical vertices are
+merged, as velpick's importer does.)";
+
+constexpr const char* kPickDoc = R"(pick(vertices, faces, region, *, view=None, camera=None, ...)
+
+Marks the faces of one mesh that lie under a screen region and returns a bool array with one
+entry per face.
+
+vertices: float32 or float64 array (N, 3), model units. faces: integer array (M, 3) of indices
+into vertices. Arrays are read in place whatever their memory order; only the conversion to
+internal units copies them.
+region: (K, 2) array in screen units: a polygon (K >= 3, closed implicitly), or with
+brush_radius (a whole number of screen units) the path of a brush stroke (K >= 1).
+view: 4x4 affine matrix from scene internal units to screen units (x, y on the screen, z depth,
+larger nearer), or camera: a dict {"eye", "target", "up": [x, y, z] in model units, "height":
+model units across the screen's height, "screen": [width, height] in screen units}; exactly one.
+pixel_proportion: pixels per screen unit. depth_tolerance: model units; a face within it of the
+front surface counts as visible. units_per_model_unit: internal units per model unit.
+picker: the picking algorithm by name (velpick's registry). mark_through: mark hidden faces too.
+back_face_culling: never mark faces turned away. clipping_planes: (P, 4) planes (a, b, c, d) in
+scene internal units; the kept side is a x + b y + c z + d >= 0.
+markable: None, or a bool array (M,): only those faces may be marked; the others still hide
+what is behind them. lines_per_pixel, threads: settings of the scan-line picker.
+
+Raises ValueError naming the argument for any bad input, with velpick's scene-file messages.
+The GIL is released while the mesh is built and picked.)";
+
+constexpr const char* kPickMeshesDoc = R"(pick_meshes(meshes, region, *, view=None, ...)
+
+Like pick() for several meshes that hide each other. meshes is a list of tuples
+(vertices, faces), (vertices, faces, placement) or (vertices, faces, placement, markable):
+placement is None or a 4x4 affine matrix from the mesh's internal units to scene internal units.
+Returns a list of bool arrays, one per mesh with one entry per face.)";
+
+}  // namespace
+}  // namespace velpick::python
+
+PYBIND11_MODULE(velpick, module) {
+    namespace py = pybind11;
+    using namespace velpick::python;
+    module.doc() = kModuleDoc;
+    module.def("pick", &Pick, kPickDoc, py::arg("vertices"), py::arg("faces"), py::arg("region"),
+               py::kw_only(), py::arg("view") = py::none(), py::arg("camera") = py::none(),
+               py::arg("pixel_proportion") = 5.0, py::arg("depth_tolerance") = 0.05,
+               py::arg("units_per_model_unit") = 1000.0, py::arg("picker") = "zbuffer",
+               py::arg("mark_through") = false, py::arg("back_face_culling") = false,
+               py::arg("clipping_planes") = py::none(), py::arg("markable") = py::none(),
+               py::arg("brush_radius") = py::none(), py::arg("lines_per_pixel") = 5.0,
+               py::arg("threads") = py::none());
+    module.def("pick_meshes", &PickMeshes, kPickMeshesDoc, py::arg("meshes"), py::arg("region"),
+               py::kw_only(), py::arg("view") = py::none(), py::arg("camera") = py::none(),
+               py::arg("pixel_proportion") = 5.0, py::arg("depth_tolerance") = 0.05,
+               py::arg("units_per_model_unit") = 1000.0, py::arg("picker") = "zbuffer",
+               py::arg("mark_through") = false, py::arg("back_face_culling") = false,
+               py::arg("clipping_planes") = py::none(), py::arg("brush_radius") = py::none(),
+               py::arg("lines_per_pixel") = 5.0, py::arg("threads") = py::none());
+    module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
+}
