@@ -6,10 +6,11 @@ SANITIZE_DIR  ?= build-sanitize
 JOBS          ?= $(shell nproc)
 PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
                  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev \
-                 libcli11-dev libpng-dev zlib1g-dev
+                 libcli11-dev libpng-dev zlib1g-dev \
+                 pybind11-dev python3-dev python3-numpy python3-pytest
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 
-.PHONY: all deps configure build demo test test-sanitize bench format clean
+.PHONY: all deps configure build demo python test test-sanitize bench format clean
 
 all: build
 
@@ -35,6 +36,11 @@ demo: build
 	$(BUILD_DIR)/tools/velpick --demo --image $(DEMO_IMAGE)
 	@echo "Picture of the pick: $(DEMO_IMAGE)"
 
+# The Python module velpick; use it with PYTHONPATH=$(BUILD_DIR)/python /usr/bin/python3.
+python: configure
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target velpick_python
+
+# ctest runs the Python tests too (python_tests, with pytest).
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 

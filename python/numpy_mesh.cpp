@@ -60,17 +60,17 @@ StridedArray<T> View(const py::array& array) {
 template <class Coordinate, class Index>
 std::function<std::unique_ptr<MStlBase>()> Builder(const py::array& vertices,
                                                    const py::array& faces,
-                                                   const py::array& markable) {
+                                                   const std::optional<py::array>& markable) {
     MeshArrays<Coordinate, Index> arrays{View<Coordinate>(vertices), View<Index>(faces), {}};
     if (markable)
-        arrays.markable = View<std::uint8_t>(markable);  // numpy bools are bytes
+        arrays.markable = View<std::uint8_t>(*markable);  // numpy bools are bytes
     return [arrays] { return BuildArrayMesh(arrays); };
 }
 
 template <class Coordinate>
 std::function<std::unique_ptr<MStlBase>()> Builder(const py::array& vertices,
                                                    const py::array& faces,
-                                                   const py::array& markable,
+                                                   const std::optional<py::array>& markable,
                                                    const std::string& facesName) {
     const bool isSigned = faces.dtype().kind() == 'i';
     switch (faces.dtype().itemsize()) {
@@ -110,14 +110,15 @@ NumpyMesh::NumpyMesh(const py::handle& vertices, const py::handle& faces,
     CheckShape(m_faces, 2, 3, facesName, "(M, 3)");
     m_faceCount = static_cast<std::size_t>(m_faces.shape(0));
     if (!markable.is_none()) {
-        m_markable = AsArray(markable, "bool", markableName);
-        if (m_markable.ndim() != 1 || m_markable.shape(0) != m_faces.shape(0))
+        const py::array mask = AsArray(markable, "bool", markableName);
+        if (mask.ndim() != 1 || mask.shape(0) != m_faces.shape(0))
             throw py::value_error(markableName + ": expected shape (" +
                                   std::to_string(m_faceCount) + ",), one entry per face, got " +
-                                  ShapeText(m_markable));
-        if (!HasType(m_markable, 'b', 1))
+                                  ShapeText(mask));
+        if (!HasType(mask, 'b', 1))
             throw py::value_error(markableName + ": expected a bool array, got dtype " +
-                                  DtypeText(m_markable));
+                                  DtypeText(mask));
+        m_markable = mask;
     }
     if (!IsIntegerArray(m_faces))
         throw py::value_error(facesName + ": expected an integer array, got dtype " +

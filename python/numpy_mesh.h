@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <pybind11/numpy.h>
@@ -24,13 +25,14 @@ class NumpyMesh {
               const pybind11::handle& markable, std::string label);
 
     std::size_t FaceCount() const { return m_faceCount; }
-    bool HasMarkable() const { return static_cast<bool>(m_markable); }
+    bool HasMarkable() const { return m_markable.has_value(); }
     /// Converts the vertices to internal units and builds the host mesh (see BuildArrayMesh).
     /// Throws ArrayMeshError, its message prefixed with the label.
     std::unique_ptr<MStlBase> Build() const;
 
   private:
-    pybind11::array m_vertices, m_faces, m_markable;
+    pybind11::array m_vertices, m_faces;
+    std::optional<pybind11::array> m_markable;
     std::string m_label;
     std::size_t m_faceCount = 0;
     std::function<std::unique_ptr<MStlBase>()> m_build;

@@ -1,0 +1,214 @@
+"""velpick.pick and pick_meshes on their own: array layouts, types, errors and simple geometry."""
+
+import threading
+
+import numpy as np
+import pytest
+
+from conftest import grid, top_view, velpick
+
+SQUARE = [[-6.0, -6.0], [6.0, -6.0], [6.0, 6.0], [-6.0, 6.0]]
+TRIANGLE = [[-7.0, -5.0], [8.0, -6.0], [1.0, 7.5]]
+
+
+@pytest.fixture
+def floor():
+    return grid(20, 20, cell=1.0, origin=(-10.0, -10.0))
+
+
+def inside_polygon(points, polygon):
+    """Even-odd test of points (P, 2) against a closed polygon (K, 2)."""
+    polygon = np.asarray(polygon, float)
+    inside = np.zeros(len(points), dtype=bool)
+    x, y = points[:, 0], points[:, 1]
+    for (x0, y0), (x1, y1) in zip(polygon, np.roll(polygon, -1, axis=0)):
+        crosses = (y0 > y) != (y1 > y)
+        with np.errstate(divide="ignore", invalid="ignore"):
+            at = x0 + (y - y0) * (x1 - x0) / (y1 - y0)
+        inside ^= crosses & (x < at)
+    return inside
+
+
+def test_flat_grid_marks_the_faces_under_the_lasso(floor):
+    vertices, faces = floor
+    mask = velpick.pick(vertices, faces, TRIANGLE, view=top_view())
+    assert mask.shape == (len(faces),) and mask.dtype == np.bool_
+    # A face with all corners inside the lasso is marked; one wholly beside the lasso's box
+    # (with a pixel to spare) is not; faces across the border may go either way.
+    corners_inside = inside_polygon(vertices[:, :2], TRIANGLE)[faces]
+    assert mask[corners_inside.all(axis=1)].all()
+    lo, hi = np.min(TRIANGLE, axis=0) - 0.2, np.max(TRIANGLE, axis=0) + 0.2
+    corners = vertices[faces][:, :, :2]
+    beside = ((corners < lo) | (corners > hi)).all(axis=1).any(axis=1)
+    assert beside.any() and not mask[beside].any()
+
+
+def test_front_plate_hides_what_is_behind_it_unless_marked_through(floor):
+    plate = grid(4, 4, cell=2.0, origin=(-4.0, -4.0), z=3.0)
+    hidden = np.all(np.abs(floor[0][floor[1]][:, :, :2]) <= 4.0, axis=(1, 2))
+    plate_mask, floor_mask = velpick.pick_meshes([plate, floor], SQUARE, view=top_view())
+    assert plate_mask.all()
+    assert not floor_mask[hidden].any() and floor_mask[~hidden].any()
+    _, through = velpick.pick_meshes([plate, floor], SQUARE, view=top_view(), mark_through=True)
+    assert through[hidden].all()
+
+
+def test_unmarkable_faces_are_not_marked_but_still_hide(floor):
+    plate_v, plate_f = grid(4, 4, cell=2.0, origin=(-4.0, -4.0), z=3.0)
+    markable = np.arange(len(plate_f)) % 2 == 0
+    hidden = np.all(np.abs(floor[0][floor[1]][:, :, :2]) <= 4.0, axis=(1, 2))
+    plate_mask, floor_mask = velpick.pick_meshes(
+        [(plate_v, plate_f, None, markable), floor], SQUARE, view=top_view())
+    np.testing.assert_array_equal(plate_mask, markable)
+    assert not floor_mask[hidden].any()
+    assert not velpick.pick(plate_v, plate_f, SQUARE, view=top_view(),
+                            markable=np.zeros(len(plate_f), bool)).any()
+
+
+def test_placement_moves_a_mesh_like_moving_its_vertices(floor):
+    vertices, faces = floor
+    shift = np.eye(4)
+    shift[:3, 3] = [2500.0, -1500.0, 0.0]  # internal units: 2.5 and -1.5 model units
+    moved = vertices + [2.5, -1.5, 0.0]
+    (placed,) = velpick.pick_meshes([(vertices, faces, shift)], TRIANGLE, view=top_view())
+    np.testing.assert_array_equal(placed, velpick.pick(moved, faces, TRIANGLE, view=top_view()))
+
+
+def test_array_layouts_and_types_give_the_same_marks(floor):
+    vertices, faces = floor
+    vertices = vertices + [0.13, 0.07, 0.0]  # off the pixel lattice
+    expected = velpick.pick(vertices, faces, TRIANGLE, view=top_view())
+    wide = np.zeros((len(vertices), 7))
+    wide[:, 1:7:2] = vertices
+    variants = {
+        "fortran": (np.asfortranarray(vertices), np.asfortranarray(faces)),
+        "strided": (wide[:, 1:7:2], np.repeat(faces, 2, axis=0)[::2]),
+        "transposed": (np.ascontiguousarray(vertices.T).T, np.ascontiguousarray(faces.T).T),
+        "int32 faces": (vertices, faces.astype(np.int32)),
+        "uint16 faces": (vertices, faces.astype(np.uint16)),
+        "lists": (vertices.tolist(), faces.tolist()),
+    }
+    for name, (v, f) in variants.items():
+        np.testing.assert_array_equal(velpick.pick(v, f, TRIANGLE, view=top_view()), expected,
+                                      err_msg=name)
+    before = vertices.copy()
+    velpick.pick(vertices, faces, TRIANGLE, view=top_view())
+    np.testing.assert_array_equal(vertices, before)
+
+
+def test_float32_vertices_pick_like_their_float64_values(floor):
+    vertices, faces = floor
+    single = (vertices * 1.0001 + 0.0003).astype(np.float32)
+    np.testing.assert_array_equal(
+        velpick.pick(single, faces, TRIANGLE, view=top_view()),
+        velpick.pick(single.astype(np.float64), faces, TRIANGLE, view=top_view()))
+
+
+def test_an_empty_mesh_gives_an_empty_mask():
+    mask = velpick.pick(np.zeros((0, 3)), np.zeros((0, 3), np.int64), SQUARE, view=top_view())
+    assert mask.shape == (0,) and mask.dtype == np.bool_
+
+
+def test_picks_from_several_threads_match_serial_picks(floor):
+    vertices, faces = floor
+    scales = [500.0, 1000.0, 2000.0, 4000.0]
+    views = {s: np.diag([1.0 / s, 1.0 / s, 1.0 / s, 1.0]) for s in scales}
+    expected = {s: velpick.pick(vertices, faces, TRIANGLE, view=views[s],
+                                units_per_model_unit=s) for s in scales}
+    results, errors = {}, []
+
+    def run(scale):
+        try:
+            for _ in range(5):
+                mask = velpick.pick(vertices, faces, TRIANGLE, view=views[scale],
+                                    units_per_model_unit=scale)
+                results.setdefault(scale, []).append(mask)
+        except Exception as error:  # reported below, not lost in the thread
+            errors.append(error)
+
+    threads = [threading.Thread(target=run, args=(s,)) for s in scales]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not errors
+    for scale in scales:
+        for mask in results[scale]:
+            np.testing.assert_array_equal(mask, expected[scale])
+
+
+V, F = grid(2, 2)
+VIEW = top_view()
+BAD_ARGUMENTS = [
+    # (arguments replaced, the argument the message must start with)
+    ({"vertices": V.astype(np.int64)}, "vertices: expected a float32 or float64"),
+    ({"vertices": V[:, :2]}, "vertices: expected shape (N, 3)"),
+    ({"vertices": V.ravel()}, "vertices: expected shape (N, 3)"),
+    ({"vertices": [["a", "b", "c"]]}, "vertices: expected an array of numbers"),
+    ({"vertices": V * 1e10}, "vertices: vertex 1: coordinate x"),
+    ({"vertices": np.where(V == 1.0, np.nan, V)}, "vertices: vertex"),
+    ({"faces": F.astype(float)}, "faces: expected an integer array"),
+    ({"faces": F[:, :2]}, "faces: expected shape (M, 3)"),
+    ({"faces": np.array([[0, 1, 9]])}, "faces: face 0 uses vertex 9 but vertices has 9 rows"),
+    ({"faces": np.array([[0, 1, 2], [0, -1, 2]])}, "faces: face 1 uses vertex -1"),
+    ({"region": np.zeros((0, 2))}, "region: expected at least 3 points, got 0"),
+    ({"region": [[0, 0], [1, 1]]}, "region: expected at least 3 points, got 2"),
+    ({"region": [1.0, 2.0, 3.0]}, "region: expected a (K, 2) array"),
+    ({"region": [[0, 0], [1, np.nan], [1, 0]]}, "region: expected finite numbers"),
+    ({"region": [[0, 0], [1e12, 0], [1, 1]]}, "region[1]: beyond the 32-bit pixel range"),
+    ({"region": [[0, 0], [1e4, 0], [1e4, 1e4]], "pixel_proportion": 1e3},
+     "region: the selection raster of"),
+    ({"region": np.zeros((0, 2)), "brush_radius": 2}, "region: expected at least 1 point"),
+    ({"brush_radius": 1.5}, "brush_radius: expected a whole number"),
+    ({"brush_radius": -1}, "brush_radius: expected a whole number"),
+    ({"view": None}, 'expected exactly one of "view" and "camera"'),
+    ({"camera": {"eye": [0, 0, 1]}}, 'expected exactly one of "view" and "camera"'),
+    ({"view": np.eye(3)}, "view: expected a 4x4 array"),
+    ({"view": np.zeros((4, 4))}, "view: the last row must be 0 0 0 1"),
+    ({"view": np.diag([1.0, 0.0, 1.0, 1.0])}, "view: the matrix is not invertible"),
+    ({"view": None, "camera": {"eye": [0, 0, 1], "target": [0, 0, 1], "up": [0, 1, 0],
+                               "height": 1, "screen": [1, 1]}}, "camera: eye and target coincide"),
+    ({"view": None, "camera": {"eye": [0, 0, 1]}}, "camera.target: missing"),
+    ({"view": None, "camera": [1, 2]}, "camera: expected an object"),
+    ({"view": None, "camera": {"fov": 1}}, "camera.fov: unknown field"),
+    ({"pixel_proportion": 0}, "pixel_proportion: expected a number > 0"),
+    ({"pixel_proportion": "5"}, "pixel_proportion: expected a number"),
+    ({"depth_tolerance": -0.1}, "depth_tolerance: expected a number >= 0"),
+    ({"units_per_model_unit": 0.0}, "units_per_model_unit: expected a number > 0"),
+    ({"picker": "raytrace"}, 'picker: unknown picker "raytrace"'),
+    ({"picker": 3}, "picker: expected a string"),
+    ({"mark_through": 1}, "mark_through: expected true or false"),
+    ({"back_face_culling": "yes"}, "back_face_culling: expected true or false"),
+    ({"clipping_planes": [[0, 0, 0, 1]]}, "clipping_planes[0]: the normal (a, b, c) is zero"),
+    ({"clipping_planes": [[0, 0, 1]]}, "clipping_planes[0]: expected 4 numbers"),
+    ({"markable": np.ones(3, bool)}, "markable: expected shape (8,)"),
+    ({"markable": np.ones(8, np.int8)}, "markable: expected a bool array"),
+    ({"lines_per_pixel": 0}, "lines_per_pixel: expected a number > 0"),
+    ({"threads": 0}, "threads: expected None or a whole number >= 1"),
+    ({"threads": 1.5}, "threads: expected None or a whole number >= 1"),
+]
+
+
+@pytest.mark.parametrize("changes,message", BAD_ARGUMENTS, ids=[m for _, m in BAD_ARGUMENTS])
+def test_bad_arguments_raise_value_error_naming_them(changes, message):
+    arguments = {"vertices": V, "faces": F, "region": SQUARE, "view": VIEW}
+    arguments.update(changes)
+    with pytest.raises(ValueError) as raised:
+        velpick.pick(**arguments)
+    assert str(raised.value).startswith(message), str(raised.value)
+
+
+@pytest.mark.parametrize("meshes,message", [
+    ([], "meshes: expected at least 1 mesh, got 0"),
+    ("plate", "meshes: expected a list"),
+    ([(V,)], "meshes[0]: expected a tuple (vertices, faces"),
+    ([(V, F), (V, F[:, :1])], "meshes[1].faces: expected shape (M, 3)"),
+    ([(V, F), (V, np.array([[0, 1, 20]]))], "meshes[1].faces: face 0 uses vertex 20"),
+    ([(V, F, np.eye(3))], "meshes[0].placement: expected a 4x4 array"),
+    ([(V, F, np.zeros((4, 4)))], "meshes[0].placement: the last row must be 0 0 0 1"),
+    ([(V, F, None, np.ones(2, bool))], "meshes[0].markable: expected shape (8,)"),
+])
+def test_bad_meshes_raise_value_error_naming_them(meshes, message):
+    with pytest.raises(ValueError) as raised:
+        velpick.pick_meshes(meshes, SQUARE, view=VIEW)
+    assert str(raised.value).startswith(message), str(raised.value)
