@@ -15,7 +15,7 @@ REPO = pathlib.Path(__file__).resolve().parents[2]
 
 def velpick_executable():
     path = os.environ.get("VELPICK_EXECUTABLE") or REPO / "build" / "tools" / "velpick"
-    return pathlib.Path(path)
+    return pathlib.Path(path).resolve()
 
 
 def grid(columns, rows, cell=1.0, origin=(0.0, 0.0), z=0.0):
