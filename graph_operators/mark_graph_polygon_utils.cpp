@@ -25,6 +25,10 @@ namespace {
 // Smallest positive double: keeps the scaled length of a zero vector free of 0/0.
 constexpr double kMinLengthScale = 4.9406564584124654e-324;
 
+// Relative rounding allowance when a segment is rejected as far from a box without asking the
+// host's segment intersection; far above the error of any double distance computation.
+constexpr double kDistanceSlack = 1e-9;
+
 // Scales v to unit length with the overflow-safe length m·√(1 + (s/m)²); a zero vector stays.
 point2d Normalized(point2d v) {
     const double ax = std::fabs(v.x), ay = std::fabs(v.y);
@@ -38,6 +42,24 @@ point2d Normalized(point2d v) {
 
 bool InClosedBox(const point2d& p, const point2d& boxMin, const point2d& boxMax) {
     return boxMin.x <= p.x && p.x <= boxMax.x && boxMin.y <= p.y && p.y <= boxMax.y;
+}
+
+// Whether the segment stays farther than `tolerance` from the box, by a margin that covers
+// the rounding of any distance computation: then no side of the box can come within the
+// tolerance either. NaN coordinates or tolerances never count as far.
+bool FarFromBox(const std::array<point2d, 2>& segment, const point2d& boxMin, const point2d& boxMax,
+                double tolerance) {
+    const auto [xLow, xHigh] = std::minmax(segment[0].x, segment[1].x);
+    const auto [yLow, yHigh] = std::minmax(segment[0].y, segment[1].y);
+    const double gap = std::max(std::max(boxMin.x - xHigh, xLow - boxMax.x),
+                                std::max(boxMin.y - yHigh, yLow - boxMax.y));
+    const double magnitude = std::max({1.0, std::fabs(xLow), std::fabs(xHigh), std::fabs(yLow),
+                                       std::fabs(yHigh), std::fabs(boxMin.x), std::fabs(boxMin.y),
+                                       std::fabs(boxMax.x), std::fabs(boxMax.y)});
+    // Segments that meet a side are accepted whatever the tolerance, so a negative one reaches
+    // as far as zero.
+    const double reach = std::max(tolerance, 0.0);
+    return gap > reach + kDistanceSlack * magnitude;
 }
 
 const MStlBaseElementInfo* LookUpElementInfo(const MStlGraphEdge& edge) {
@@ -57,11 +79,13 @@ using HullPoint = boost::geometry::model::d2::point_xy<double>;
 // Boost's default polygon: clockwise and closed, so the ring repeats its first point last.
 std::vector<point2d> ConvexHull(const std::array<point2d, 8>& points) {
     boost::geometry::model::multi_point<HullPoint> input;
+    input.reserve(points.size());
     for (const point2d& p : points)
         input.emplace_back(p.x, p.y);
     boost::geometry::model::polygon<HullPoint> hull;
     boost::geometry::convex_hull(input, hull);
     std::vector<point2d> outline;
+    outline.reserve(hull.outer().size());
     for (const HullPoint& p : hull.outer())
         outline.push_back({p.x(), p.y()});
     for (const auto& inner : hull.inners())
@@ -97,6 +121,9 @@ bool LineSegmentIntoBox2d(const std::array<point2d, 2>& segment, const point2d& 
     if (InClosedBox(segment[0], boxMin, boxMax) || InClosedBox(segment[1], boxMin, boxMax))
         return true;
     if (segment[0] == segment[1])
+        return false;
+    // Shortcut for the common far-away segment; the host would find no side within reach.
+    if (FarFromBox(segment, boxMin, boxMax, tolerance))
         return false;
     const point2d corners[4] = {boxMin, {boxMin.x, boxMax.y}, boxMax, {boxMax.x, boxMin.y}};
     const MMLine2D line(segment[0], segment[1]);

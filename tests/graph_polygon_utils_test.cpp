@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "line2d.h"
 #include "mark_graph_polygon_utils.h"
 #include "pixel_grid.h"
 #include "support/graph_builders.h"
@@ -83,6 +84,39 @@ TEST(LineSegmentIntoBox, ToleranceGoesToTheSegmentIntersection) {
     const std::array<point2d, 2> nearCorner = {point2d{11, 6}, point2d{12, 5}};
     EXPECT_FALSE(LineSegmentIntoBox2d(nearCorner, lo, hi, 1.4));
     EXPECT_TRUE(LineSegmentIntoBox2d(nearCorner, lo, hi, 1.5));
+}
+
+// The far-segment shortcut must agree with asking the host about every side.
+TEST(LineSegmentIntoBox, AgreesWithTheHostOnEverySide) {
+    const point2d lo{0, 0}, hi{40, 30};
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> coordinate(-20, 60);
+    std::uniform_int_distribution<int> rounding(0, 1);
+    for (int i = 0; i < 20000; ++i) {
+        std::array<point2d, 2> segment;
+        for (point2d& p : segment) {
+            p = {coordinate(random), coordinate(random)};
+            if (rounding(random))
+                p = {std::round(p.x), std::round(p.y)};  // exact distances to the box
+        }
+        const double tolerance = std::round(coordinate(random)) / 4;
+        const point2d corners[4] = {lo, {lo.x, hi.y}, hi, {hi.x, lo.y}};
+        bool expected = false;
+        for (int k = 0; k < 4; ++k) {
+            point2d meeting;
+            expected |= MMLine2D(corners[k], corners[(k + 1) % 4])
+                            .GetIntersectionSegmentSegment(
+                                meeting, MMLine2D(segment[0], segment[1]), tolerance);
+        }
+        const auto inBox = [&](const point2d& p) {
+            return lo.x <= p.x && p.x <= hi.x && lo.y <= p.y && p.y <= hi.y;
+        };
+        if (inBox(segment[0]) || inBox(segment[1]))
+            expected = true;
+        else if (segment[0] == segment[1])
+            expected = false;
+        EXPECT_EQ(LineSegmentIntoBox2d(segment, lo, hi, tolerance), expected) << i;
+    }
 }
 
 // ---- GetOutlineOfProjectedEdgeWithThickness ----
