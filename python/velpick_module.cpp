@@ -170,6 +170,22 @@ py::list PickMeshes(py::object meshEntries, py::object region, py::object view, 
     return masks;
 }
 
+// Builds the mesh pick() would build, for measuring the binding's own cost.
+std::size_t BuildOnly(py::object vertices, py::object faces, py::object unitsPerModelUnit) {
+    const NumpyMesh mesh(vertices, faces, py::none(), "");
+    const double units = unitsPerModelUnit.cast<double>();
+    if (!(std::isfinite(units) && units > 0.0))
+        throw py::value_error("units_per_model_unit: expected a number > 0");
+    try {
+        const py::gil_scoped_release release;
+        const std::lock_guard<std::mutex> lock(g_pickMutex);
+        VelSDK::Common::MInternalUnits::Set(units);
+        return mesh.Build()->GetNumberOfTriangles();
+    } catch (const ArrayMeshError& error) {
+        throw py::value_error(error.what());
+    }
+}
+
 constexpr const char* kModuleDoc = R"(Headless picking of mesh faces under a screen region.
 
 A lasso polygon or a brush stroke drawn on the screen selects the faces under it, only the
@@ -232,4 +248,8 @@ PYBIND11_MODULE(velpick, module) {
                py::arg("clipping_planes") = py::none(), py::arg("brush_radius") = py::none(),
                py::arg("lines_per_pixel") = 5.0, py::arg("threads") = py::none());
     module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
+    module.def("_build_mesh", &BuildOnly,
+               "Converts and builds the host mesh pick() would build and returns its triangle "
+               "count; for measuring the binding's overhead.",
+               py::arg("vertices"), py::arg("faces"), py::arg("units_per_model_unit") = 1000.0);
 }
