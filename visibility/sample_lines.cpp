@@ -1,0 +1,80 @@
+#include "visibility/sample_lines.h"
+
+#include <tbb/parallel_sort.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <functional>
+
+#include "visibility/sweep_constants.h"
+
+namespace visibility {
+
+template <class T, class Less>
+void SortValues(std::vector<T>& values, Less less) {
+    if (values.size() < kParallelThreshold)
+        std::sort(values.begin(), values.end(), less);
+    else
+        tbb::parallel_sort(values.begin(), values.end(), less);
+}
+
+template void SortValues(std::vector<Point>&, PointRangeComparator);
+template void SortValues(std::vector<Point>&, PointYComparator);
+template void SortValues(std::vector<double>&, std::less<double>);
+template void SortValues(std::vector<MStlBaseOperatorVisibilityDetector::Triangle*>&,
+                         std::less<MStlBaseOperatorVisibilityDetector::Triangle*>);
+
+void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events) {
+    for (std::size_t index = 0; index < refs.size(); ++index) {
+        const PieceRef& ref = refs[index];
+        if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
+            continue;
+        const double h = (ref.yMax - ref.yMin) * 0.01;
+        const double lo = std::min(ref.yMin + h, ref.yMax);
+        const double hi = std::max(ref.yMax - h, lo);
+        events.push_back({ref.yMin, lo, index, ref.mesh, kPieceStart});
+        events.push_back({ref.yMax, hi, index, ref.mesh, kPieceEnd});
+    }
+}
+
+std::vector<double> StabbingLines(const std::vector<Point>& events, std::size_t pieceCount) {
+    std::vector<double> lines;
+    std::vector<bool> covered(pieceCount, false);
+    std::vector<std::uint64_t> open;  // started, not yet covered
+    for (const Point& event : events) {
+        if (event.kind == kPieceStart) {
+            open.push_back(event.index);
+        } else if (!covered[event.index]) {
+            for (std::uint64_t index : open)
+                covered[index] = true;
+            open.clear();
+            lines.push_back(event.range);
+        }
+    }
+    return lines;
+}
+
+void CompleteSampleLines(std::vector<double>& lines, double boxMinY, double boxMaxY, double step) {
+    lines.push_back(boxMinY);
+    lines.push_back(boxMaxY);
+    SortValues(lines, std::less<double>());
+    if (step > 0.0) {
+        const std::size_t count = lines.size();
+        for (std::size_t i = 0; i + 1 < count; ++i) {
+            const double a = lines[i], b = lines[i + 1];
+            if (!(b - a > step))
+                continue;
+            for (double k = 1.0;; k += 1.0) {
+                const double fill = a + k * step;
+                if (!(fill < b))
+                    break;
+                lines.push_back(fill);
+            }
+        }
+        SortValues(lines, std::less<double>());
+    }
+    lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
+}
+
+}  // namespace visibility

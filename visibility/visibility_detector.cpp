@@ -1,0 +1,291 @@
+#include "visibility_detector.h"
+
+#include <tbb/blocked_range.h>
+#include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <functional>
+#include <utility>
+
+#include "mark_triangles.h"
+#include "stl_triangle.h"
+#include "visibility/line_decision.h"
+#include "visibility/region_intervals.h"
+#include "visibility/sample_lines.h"
+#include "visibility/sweep_events.h"
+
+using VelSDK::Math::point2d;
+using namespace visibility;
+
+void MStlBaseOperatorVisibilityDetector::AddStlAndTransformation(
+    const MStlBase* stl, const MMTransformMatrix& modelToScreen,
+    const MMTransformMatrix& planeTransform, bool allSurfacesMarkable,
+    MStlMarkTrianglesByMasks* marker) {
+    stls.push_back({stl, modelToScreen, planeTransform, allSurfacesMarkable, marker});
+}
+
+void MStlBaseOperatorVisibilityDetector::AddClippingPlane(const MMPlaneEq<double>& plane) {
+    clippingPlanes.push_back(plane);
+}
+
+void MStlBaseOperatorVisibilityDetector::SetPath(std::vector<point2d> newPath) {
+    path = std::move(newPath);
+}
+
+void MStlBaseOperatorVisibilityDetector::SetBrushRadius(double radius) {
+    brushRadius = radius;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetPixelProportion(double proportion) {
+    pixelProportion = proportion;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetMode(Mode newMode) {
+    mode = newMode;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetMark(bool newMark) {
+    mark = newMark;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetMarkThrough(bool newMarkThrough) {
+    markThrough = newMarkThrough;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetMarkFlippedTriangles(bool markFlipped) {
+    markFlippedTriangles = markFlipped;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetCheckSurfaceVisibility(bool check) {
+    checkSurfaceVisibility = check;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetMarkableSurface(const MStlSurface& surface) {
+    markableSurfaces.insert(&surface);
+}
+
+namespace {
+
+using Triangle = MStlBaseOperatorVisibilityDetector::Triangle;
+
+// The sample lines split into chunks of about equal work, one chunk per task.
+struct Chunks {
+    std::vector<std::size_t> firstLine;   // line index at which chunk k begins
+    std::vector<std::size_t> firstEvent;  // its line's event; the chunk runs to the next one's
+};
+
+std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangles) {
+    std::vector<PieceRef> refs;
+    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
+        for (Triangle& piece : triangles[mesh]) {
+            const auto [lo, hi] = std::minmax({piece.p0.y, piece.p1.y, piece.p2.y});
+            refs.push_back({&piece, mesh, std::clamp(hi, -DBL_MAX, DBL_MAX),
+                            std::clamp(lo, -DBL_MAX, DBL_MAX)});
+        }
+    return refs;
+}
+
+// The number of pieces active on every line, from the events sorted by PointYComparator.
+std::vector<std::int32_t> ActiveCounts(const std::vector<Point>& events, std::size_t lineCount) {
+    std::vector<std::int32_t> counts;
+    counts.reserve(lineCount);
+    std::int32_t active = 0;
+    for (const Point& event : events) {
+        if (event.kind == kSampleLine)
+            counts.push_back(active);
+        else if (event.kind == kPieceEnd)
+            --active;
+        else
+            ++active;
+    }
+    return counts;
+}
+
+// Contiguous runs of lines holding about total / n active pieces each, n being the arena's
+// concurrency (at most one chunk per line).
+Chunks SplitIntoChunks(const std::vector<Point>& events, const std::vector<double>& lines) {
+    const std::vector<std::int32_t> counts = ActiveCounts(events, lines.size());
+    const auto n = static_cast<std::int64_t>(
+        std::min<std::size_t>(tbb::this_task_arena::max_concurrency(), lines.size()));
+    std::int64_t total = 0;
+    for (std::int32_t count : counts)
+        total += count;
+    Chunks chunks;
+    std::int64_t sum = 0, threshold = 0;
+    for (std::size_t line = 0; line < lines.size(); ++line) {
+        if (sum >= threshold / n) {
+            chunks.firstLine.push_back(line);
+            threshold += total;
+        }
+        sum += counts[line];
+    }
+    for (std::size_t line : chunks.firstLine) {
+        // The line's own event: ends at its y are already behind it.
+        const Point probe{lines[line], 0.0, kNoIndex, kNoIndex, kSampleLine};
+        chunks.firstEvent.push_back(static_cast<std::size_t>(
+            std::lower_bound(events.begin(), events.end(), probe, PointYComparator()) -
+            events.begin()));
+    }
+    chunks.firstEvent.push_back(events.size());
+    return chunks;
+}
+
+// For every chunk, the pieces strictly across its first line, in ascending global index.
+std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<PieceRef>& refs,
+                                                          const std::vector<double>& lines,
+                                                          const Chunks& chunks) {
+    std::vector<double> firstY;
+    for (std::size_t line : chunks.firstLine)
+        firstY.push_back(lines[line]);
+    std::vector<std::vector<std::uint64_t>> sets(firstY.size());
+    for (std::size_t index = 0; index < refs.size(); ++index) {
+        const PieceRef& ref = refs[index];
+        auto chunk = std::upper_bound(firstY.begin(), firstY.end(), ref.yMin);
+        for (; chunk != firstY.end() && *chunk < ref.yMax; ++chunk)
+            sets[chunk - firstY.begin()].push_back(index);
+    }
+    return sets;
+}
+
+// A chunk's active pieces: insertion and removal by global index in constant time.
+class ActiveSet {
+  public:
+    // Forgets the previous chunk's pieces (touching only those) and starts from `initial`.
+    void Reset(std::size_t pieceCount, const std::vector<std::uint64_t>& initial) {
+        if (m_position.size() != pieceCount)
+            m_position.assign(pieceCount, kAbsent);
+        for (std::uint64_t index : m_pieces)
+            m_position[index] = kAbsent;
+        m_pieces.clear();
+        for (std::uint64_t index : initial)
+            Insert(index);
+    }
+    void Insert(std::uint64_t index) {
+        if (m_position[index] != kAbsent)
+            return;
+        m_position[index] = m_pieces.size();
+        m_pieces.push_back(index);
+    }
+    void Erase(std::uint64_t index) {
+        const std::size_t position = m_position[index];
+        if (position == kAbsent)
+            return;
+        m_pieces[position] = m_pieces.back();
+        m_position[m_pieces[position]] = position;
+        m_pieces.pop_back();
+        m_position[index] = kAbsent;
+    }
+    const std::vector<std::uint64_t>& Pieces() const { return m_pieces; }
+
+  private:
+    static constexpr std::size_t kAbsent = ~std::size_t(0);
+    std::vector<std::size_t> m_position;
+    std::vector<std::uint64_t> m_pieces;
+};
+
+// Sorts and de-duplicates when the list has grown well past its distinct entries.
+void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
+    if (found.size() < 2 * compactSize + 1024)
+        return;
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    compactSize = found.size();
+}
+
+}  // namespace
+
+void MStlBaseOperatorVisibilityDetector::Operate() {
+    if (stls.empty())
+        return;
+    const bool brush = mode == Brush;
+    for (const point2d& p : path)
+        if (!std::isfinite(p.x) || !std::isfinite(p.y))
+            return;
+    if (brush && !std::isfinite(brushRadius))
+        return;
+
+    pathBoxMin = {DBL_MAX, DBL_MAX};
+    pathBoxMax = {-DBL_MAX, -DBL_MAX};
+    for (const point2d& p : path) {
+        pathBoxMin = {std::min(pathBoxMin.x, p.x), std::min(pathBoxMin.y, p.y)};
+        pathBoxMax = {std::max(pathBoxMax.x, p.x), std::max(pathBoxMax.y, p.y)};
+    }
+    pixelStep = 1.0 / pixelProportion;
+    if (brush) {
+        pathBoxMin = {pathBoxMin.x - brushRadius, pathBoxMin.y - brushRadius};
+        pathBoxMax = {pathBoxMax.x + brushRadius, pathBoxMax.y + brushRadius};
+    }
+    _CollectTriangles();
+    _TransformModel();
+
+    const std::vector<PieceRef> refs = MakePieceRefs(triangles);
+    std::vector<Point> events;
+    events.reserve(2 * refs.size());
+    AppendPieceEvents(refs, events);
+    SortValues(events, PointRangeComparator());
+    std::vector<double> lines = StabbingLines(events, refs.size());
+    if (lines.empty())
+        return;
+    CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
+
+    const RegionIntervals regions =
+        brush ? BrushIntervals(runPath, brushRadius, lines) : PolygonIntervals(runPath, lines);
+    for (double y : lines)
+        events.push_back({y, 0.0, kNoIndex, kNoIndex, kSampleLine});
+    SortValues(events, PointYComparator());
+
+    const Chunks chunks = SplitIntoChunks(events, lines);
+    const std::vector<std::vector<std::uint64_t>> initialSets =
+        InitialActiveSets(refs, lines, chunks);
+    const std::size_t chunkCount = chunks.firstLine.size();
+    chunkResults.resize(chunkCount);
+
+    tbb::enumerable_thread_specific<ActiveSet> activeSets;
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, chunkCount, 1),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          ActiveSet& active = activeSets.local();
+                          LineDecision decision(refs, markThrough);
+                          for (std::size_t chunk = range.begin(); chunk != range.end(); ++chunk) {
+                              std::vector<Triangle*>& found = chunkResults[chunk];
+                              std::size_t compactSize = 0;
+                              active.Reset(refs.size(), initialSets[chunk]);
+                              std::size_t line = chunks.firstLine[chunk];
+                              for (std::size_t e = chunks.firstEvent[chunk];
+                                   e < chunks.firstEvent[chunk + 1]; ++e) {
+                                  const Point& event = events[e];
+                                  if (event.kind == kPieceStart) {
+                                      active.Insert(event.index);
+                                  } else if (event.kind == kPieceEnd) {
+                                      active.Erase(event.index);
+                                  } else {
+                                      decision.Decide(event.y, active.Pieces(), regions.begin(line),
+                                                      regions.end(line), found);
+                                      CompactWhenLarge(found, compactSize);
+                                      ++line;
+                                  }
+                              }
+                          }
+                      });
+
+    std::size_t foundCount = 0;
+    for (const std::vector<Triangle*>& found : chunkResults)
+        foundCount += found.size();
+    std::vector<Triangle*> visible;
+    visible.reserve(foundCount);
+    for (std::vector<Triangle*>& found : chunkResults) {
+        visible.insert(visible.end(), found.begin(), found.end());
+        found.clear();
+    }
+    SortValues(visible, std::less<Triangle*>());
+    visible.erase(std::unique(visible.begin(), visible.end()), visible.end());
+    for (Triangle* piece : visible) {
+        if (piece->marker)
+            mark ? piece->marker->Mark(*piece->triangle) : piece->marker->Unmark(*piece->triangle);
+        else
+            mark ? piece->triangle->Mark() : piece->triangle->Unmark();
+    }
+}
