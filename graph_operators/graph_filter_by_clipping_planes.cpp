@@ -3,8 +3,8 @@
 #include "element_info.h"
 #include "graph_operators/edge_bar.h"
 #include "named_mask.h"
-#include "stl_graph.h"
 #include "point.h"
+#include "stl_graph.h"
 #include "stl_point.h"
 
 using MarkGraphPolygonUtils::detail::ToDouble;

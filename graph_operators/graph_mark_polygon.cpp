@@ -1,0 +1,274 @@
+#include "graph_mark_polygon.h"
+
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "camera_view.h"
+#include "element_info.h"
+#include "graph_filter_by_clipping_planes.h"
+#include "graph_operators/edge_bar.h"
+#include "mark_graph_polygon_utils.h"
+#include "named_mask.h"
+#include "pixel_grid.h"
+#include "polygon_marking/int32_truncation.h"
+#include "stl_base.h"
+#include "visibility_detector.h"
+
+using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
+using AU_MarkOperations::PolygonMarking::FindPolygonBBoxInPixelsDimention;
+using AU_MarkOperations::PolygonMarking::PixelGrid;
+using AU_MarkOperations::PolygonMarking::TruncateToInt32;
+using MarkGraphPolygonUtils::detail::EdgeBarCorners;
+using MarkGraphPolygonUtils::detail::ToDouble;
+using VelSDK::Math::point2d;
+using VelSDK::Math::point3d;
+
+namespace {
+
+constexpr double kDefaultPixelProportion = 5.0;  // pixels per polygon unit
+// Radius of the prism of a cut edge without thickness, or with a (0, 0) thickness pair.
+constexpr double kDefaultPrismRadius = 10.0;
+// Values the plane pre-filter writes for edges cut by a plane and edges cut away.
+constexpr double kCutByPlane = 0.0;
+constexpr double kCutAway = -1.0;
+constexpr float kMarked = 1.0f;
+
+using NamedEdgeMask = std::unique_ptr<
+    MStlScalarMaskGraphEdges,
+    VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>>;
+
+// The polygon's pixel box, from (0, 0) to (width, height) in pixels.
+struct PixelFrame {
+    double width, height;
+};
+
+// Edges decided in 2D whose projection reaches the pixel box, with their outlines stored one
+// after another.
+struct Candidates {
+    struct Entry {
+        MStlGraphEdge* edge;
+        std::size_t first, count;
+    };
+    std::vector<Entry> entries;
+    std::vector<point2d> points;
+
+    void Add(MStlGraphEdge& edge, const point2d* outline, std::size_t count) {
+        entries.push_back({&edge, points.size(), count});
+        points.insert(points.end(), outline, outline + count);
+    }
+};
+
+// Cut edges turned into prisms: each prism is one surface of the scratch mesh.
+struct Prisms {
+    MStlBase mesh;
+    std::vector<std::pair<const MStlSurface*, MStlGraphEdge*>> edgeOfSurface;
+};
+
+// A raster size, wrapping like the 32-bit arithmetic it stands for: an oversized box becomes a
+// negative size, which the pixel grid refuses.
+std::int32_t RasterSize(double extent) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(TruncateToInt32(extent)) + 1u);
+}
+
+point2d Project(const MMTransformMatrix& transform, const MStlPoint& vertex) {
+    const point3d mapped = transform(ToDouble(vertex), false);
+    return {mapped.x, mapped.y};
+}
+
+// Runs the clipping-plane filter into `classes`; false when it fails (no mask).
+bool ClassifyByPlanes(MStlGraph& graph, const std::vector<MMPlaneEq<double>>& planes,
+                      bool workWithThickness, MStlScalarMaskGraphEdges* classes) {
+    MStlGraphOperatorFilterByClippingPlanes filter;
+    filter.SetGraph(&graph);
+    filter.SetGraphMask(classes);
+    filter.SetWorkWithGraphThickness(workWithThickness);
+    for (const MMPlaneEq<double>& plane : planes)
+        filter.AddPlane(plane);
+    return filter.Operate();
+}
+
+// Thin edge: the projected segment, kept when it reaches the box within `tolerance`.
+void CollectSegment(MStlGraphEdge& edge, const MMTransformMatrix& transform,
+                    const PixelFrame& frame, double tolerance, Candidates& candidates) {
+    const std::array<point2d, 2> segment = {Project(transform, *edge.GetVertex(0)),
+                                            Project(transform, *edge.GetVertex(1))};
+    if (MarkGraphPolygonUtils::LineSegmentIntoBox2d(segment, {0.0, 0.0},
+                                                    {frame.width, frame.height}, tolerance))
+        candidates.Add(edge, segment.data(), segment.size());
+}
+
+// Thick edge: its outline, kept when a side reaches the box within `tolerance` or when the
+// box's corner lies inside it (the bar covers the whole box).
+void CollectOutline(MStlGraphEdge& edge, const MStlBaseElementInfo* info,
+                    const MMTransformMatrix& transform, const PixelFrame& frame, double tolerance,
+                    Candidates& candidates) {
+    const std::vector<point2d> outline =
+        MarkGraphPolygonUtils::GetOutlineOfProjectedEdgeWithThickness(edge, info, transform);
+    const std::size_t n = outline.size();
+    bool reachesBox = false;
+    for (std::size_t i = 0; i < n && !reachesBox; ++i)
+        reachesBox = MarkGraphPolygonUtils::LineSegmentIntoBox2d(
+            {outline[i], outline[(i + 1) % n]}, {0.0, 0.0}, {frame.width, frame.height}, tolerance);
+    if (reachesBox || MarkGraphPolygonUtils::PointInsideConvexPolygon2D(outline, {0.0, 0.0}))
+        candidates.Add(edge, outline.data(), n);
+}
+
+// The radii of a cut edge's prism; false when thickness is asked for but the mesh has none.
+bool PrismRadii(const MStlGraphEdge& edge, bool workWithThickness, const MStlBaseElementInfo* info,
+                double& r0, double& r1) {
+    r0 = r1 = kDefaultPrismRadius;
+    if (!workWithThickness)
+        return true;
+    if (!info)
+        return false;
+    const MStlGraphEdgeThickness& thickness = info->GetEdgeThickness(edge);
+    if (thickness.first != 0 || thickness.second != 0) {
+        r0 = static_cast<double>(thickness.first) * 0.5;
+        r1 = static_cast<double>(thickness.second) * 0.5;
+    }
+    return true;
+}
+
+// The four side faces of the bar around the edge (no end caps), in truncated integer units.
+void AddPrism(MStlGraphEdge& edge, double r0, double r1, Prisms& prisms) {
+    const auto corners =
+        EdgeBarCorners(ToDouble(*edge.GetVertex(0)), ToDouble(*edge.GetVertex(1)), r0, r1);
+    const auto addTriangle = [&corners](MStlSurface& surface, int a, int b, int c) {
+        const point3d &p = corners[a], &q = corners[b], &s = corners[c];
+        surface.AddTriangle(TruncateToInt32(p.x), TruncateToInt32(p.y), TruncateToInt32(p.z),
+                            TruncateToInt32(q.x), TruncateToInt32(q.y), TruncateToInt32(q.z),
+                            TruncateToInt32(s.x), TruncateToInt32(s.y), TruncateToInt32(s.z));
+    };
+    MStlSurface& surface = *prisms.mesh.AddSurface(nullptr);
+    for (int i = 0; i < 4; ++i) {
+        const int j = (i + 1) % 4;
+        addTriangle(surface, i, j, 4 + i);
+        addTriangle(surface, j, 4 + i, 4 + j);
+    }
+    prisms.edgeOfSurface.emplace_back(&surface, &edge);
+}
+
+// The raster test of the 2D candidates against the pixels the polygon fills.
+void MarkCandidates(const Candidates& candidates, PixelGrid& grid, bool markWholeCandidates,
+                    MStlScalarMaskGraphEdges& output) {
+    std::vector<point2d> outline;
+    for (const Candidates::Entry& entry : candidates.entries) {
+        if (!markWholeCandidates) {
+            const point2d* first = candidates.points.data() + entry.first;
+            outline.assign(first, first + entry.count);
+            if (!MarkGraphPolygonUtils::EdgeIntersectArea(grid, outline))
+                continue;
+        }
+        output.SetInfo(*entry.edge, kMarked);
+    }
+}
+
+// Marks the edges whose prism has a triangle visible under the polygon. Only prisms are drawn,
+// so they hide one another but nothing else does.
+void MarkVisiblePrisms(Prisms& prisms, const std::vector<MMPlaneEq<double>>& planes,
+                       const MMTransformMatrix& modelToPixels,
+                       const std::vector<point2d>& pixelPolygon, MStlScalarMaskGraphEdges& output) {
+    MStlBaseOperatorVisibilityDetector detector;
+    for (const MMPlaneEq<double>& plane : planes)
+        detector.AddClippingPlane(plane);
+    const MMTransformMatrix identity;
+    detector.AddStlAndTransformation(&prisms.mesh, modelToPixels, identity, true, nullptr);
+    detector.SetMode(MStlBaseOperatorVisibilityDetector::Mode::Polygon);
+    detector.SetPath(pixelPolygon);
+    detector.Operate();
+    for (const auto& [surface, edge] : prisms.edgeOfSurface)
+        for (const MStlTriangle& triangle : surface->Triangles())
+            if (triangle.IsMarked()) {
+                output.SetInfo(*edge, kMarked);
+                break;
+            }
+}
+
+}  // namespace
+
+MStlGraphOperatorMarkPolygon::MStlGraphOperatorMarkPolygon()
+    : m_pixelProportion(kDefaultPixelProportion) {}
+
+void MStlGraphOperatorMarkPolygon::SetGraph(MStlGraph& graph, const MMTransformMatrix& transform) {
+    m_graph = &graph;
+    m_modelTransform = transform;
+}
+
+void MStlGraphOperatorMarkPolygon::SetPolygon(const std::vector<point2d>& polygon) {
+    if (&polygon != &m_polygon)
+        m_polygon = polygon;
+}
+
+void MStlGraphOperatorMarkPolygon::SetPixelProportion(double pixelProportion) {
+    m_pixelProportion = pixelProportion;
+}
+
+void MStlGraphOperatorMarkPolygon::AddClippingPlane(MMPlaneEq<double> plane) {
+    m_clippingPlanes.push_back(plane);
+}
+
+void MStlGraphOperatorMarkPolygon::SetWorkWithGraphThickness(bool work) {
+    m_workWithGraphThickness = work;
+}
+
+MStlGraphOperatorMarkPolygon::EReturnCode MStlGraphOperatorMarkPolygon::Operate(
+    MStlScalarMaskGraphEdges& output, bool markWholeCandidates) {
+    if (!m_graph)
+        return NoGraph;
+    if (m_polygon.size() < 3)
+        return PolygonTooSmall;
+    MStlBase* const stl = m_graph->GetStl();
+
+    // Plane classes of every edge, in a temporary mask released on every way out.
+    NamedEdgeMask planeClasses;
+    if (!m_clippingPlanes.empty()) {
+        planeClasses.reset(
+            MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
+                stl, L"filtered_by_planes"));
+        if (!ClassifyByPlanes(*m_graph, m_clippingPlanes, m_workWithGraphThickness,
+                              planeClasses.get()))
+            return PlaneFilterFailed;
+    }
+
+    // Pixel frame: the polygon and the transform are rewritten in place, relative to the
+    // polygon's pixel box.
+    const auto box = FindPolygonBBoxInPixelsDimention(m_polygon, m_pixelProportion);
+    const PixelFrame frame = {box.max.x - box.min.x, box.max.y - box.min.y};
+    for (point2d& p : m_polygon) {
+        p.x = std::floor(p.x * m_pixelProportion) - box.min.x;
+        p.y = std::floor(p.y * m_pixelProportion) - box.min.y;
+    }
+    const VelSDK::Math::point2i offset = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y)};
+    m_modelTransform =
+        FindModelToCameraViewTransformation(m_modelTransform, m_pixelProportion, offset);
+
+    Prisms prisms;
+    Candidates candidates;
+    const MStlBaseElementInfo* info = MStlBaseElementInfoStlDependency::GetDependency(stl, false);
+    for (MStlGraphEdge& edge : m_graph->GraphEdges()) {
+        if (planeClasses) {
+            const double planeClass = planeClasses->GetScalar(edge);
+            if (planeClass == kCutAway)
+                continue;
+            if (planeClass == kCutByPlane) {
+                double r0, r1;
+                if (!PrismRadii(edge, m_workWithGraphThickness, info, r0, r1))
+                    return MissingEdgeThickness;
+                AddPrism(edge, r0, r1, prisms);
+                continue;
+            }
+        }
+        if (m_workWithGraphThickness)
+            CollectOutline(edge, info, m_modelTransform, frame, m_pixelProportion, candidates);
+        else
+            CollectSegment(edge, m_modelTransform, frame, m_pixelProportion, candidates);
+    }
+
+    PixelGrid grid(m_polygon, RasterSize(frame.width), RasterSize(frame.height), 1.0, false);
+    MarkCandidates(candidates, grid, markWholeCandidates, output);
+    MarkVisiblePrisms(prisms, m_clippingPlanes, m_modelTransform, m_polygon, output);
+    return Success;
+}

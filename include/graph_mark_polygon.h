@@ -1,0 +1,78 @@
+#pragma once
+
+#include <vector>
+
+#include "plane_eq.h"
+#include "point.h"
+#include "transform_matrix.h"
+
+class MStlGraph;
+class MStlScalarMaskGraphEdges;
+
+/// Marks the edges of a mesh's feature graph that lie under a screen polygon, writing 1.0 for
+/// each into a scalar edge mask.
+///
+/// Edges that no clipping plane cuts are decided in 2D: projected into the polygon's pixel
+/// frame (as segments, or with thickness as the outlines of MarkGraphPolygonUtils), culled
+/// against the polygon's pixel box and then tested against the pixels the polygon fills.
+/// Edges that a plane cuts (see MStlGraphOperatorFilterByClippingPlanes) become small prisms
+/// that a scan-line visibility detector clips by the planes and tests under the polygon, so
+/// only a visible kept part counts; prisms hide each other but nothing else does. Edges that
+/// a plane cuts away are never marked.
+///
+/// Use: SetGraph and SetPolygon, optionally the pixel proportion, planes and thickness switch;
+/// then Operate. Operate rewrites the polygon into pixels and the transform into the pixel
+/// frame, so every run needs SetGraph and SetPolygon again; planes, pixel proportion and the
+/// thickness switch persist. The graph (and its mesh) must outlive Operate.
+class MStlGraphOperatorMarkPolygon {
+  public:
+    enum EReturnCode {
+        Success = 0,
+        /// No graph was set.
+        NoGraph = 1,
+        /// The polygon has fewer than 3 points.
+        PolygonTooSmall = 2,
+        /// Thickness is on, a plane cuts some edge, and the graph's mesh has no element info.
+        MissingEdgeThickness = 3,
+        /// The plane pre-filter failed: the mesh already holds a mask named
+        /// "filtered_by_planes".
+        PlaneFilterFailed = 4
+    };
+
+    /// No graph, no polygon, no planes, 5 pixels per polygon unit, thickness on.
+    MStlGraphOperatorMarkPolygon();
+
+    /// The graph to mark and its model-to-view transform (x, y on screen in polygon units).
+    void SetGraph(MStlGraph& graph, const MMTransformMatrix& transform);
+    /// The closed screen polygon (the last point joins the first), in screen units.
+    void SetPolygon(const std::vector<VelSDK::Math::point2d>& polygon);
+    /// Pixels per polygon unit. It is also the tolerance, in pixels, with which projected edges
+    /// are culled against the polygon's pixel box.
+    void SetPixelProportion(double pixelProportion);
+    /// Keeps a·x + b·y + c·z + d ≥ 0 in the graph's model coordinates (internal units, not
+    /// normalised). Planes cannot be removed.
+    void AddClippingPlane(MMPlaneEq<double> plane);
+    /// With thickness, edges are bars of their element-info thickness (2D outlines count a
+    /// thickness ≤ 0 as 5000 units; prisms of cut edges count a (0, 0) pair as 20 units and
+    /// require the element info); without, 2D edges are segments and prisms have radius 10.
+    void SetWorkWithGraphThickness(bool work);
+
+    /// Writes 1.0 into `output` for every marked edge; other edges keep their values.
+    /// `markWholeCandidates` marks every uncut edge whose projection reaches the polygon's
+    /// pixel box (within the pixel-proportion tolerance) without the pixel test.
+    ///
+    /// Returns NoGraph or PolygonTooSmall without changing anything; PlaneFilterFailed before
+    /// converting anything; MissingEdgeThickness after the polygon and transform have been
+    /// converted but with `output` untouched. A temporary mask "filtered_by_planes" lives on
+    /// the graph's mesh during a run with planes and is always released. A polygon whose pixel
+    /// box exceeds 2 147 483 647 pixels raises std::length_error (nothing written).
+    EReturnCode Operate(MStlScalarMaskGraphEdges& output, bool markWholeCandidates);
+
+  private:
+    MStlGraph* m_graph = nullptr;
+    MMTransformMatrix m_modelTransform;
+    std::vector<VelSDK::Math::point2d> m_polygon;
+    std::vector<MMPlaneEq<double>> m_clippingPlanes;
+    double m_pixelProportion;
+    bool m_workWithGraphThickness = true;
+};
