@@ -1,0 +1,323 @@
+// The visibility detector's building blocks against independent oracles, its set-up edge
+// cases, and the independence of its marks from the number of threads.
+
+#include <gtest/gtest.h>
+#include <tbb/global_control.h>
+#include <tbb/task_arena.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "mark_triangles.h"
+#include "stl_base.h"
+#include "support/noisy_torus.h"
+#include "support/ray_cast_oracle.h"
+#include "support/scene_builders.h"
+#include "visibility/piece_clipper.h"
+#include "visibility/region_intervals.h"
+#include "visibility/sample_lines.h"
+#include "visibility_detector.h"
+
+using VelSDK::Math::point2d;
+using VelSDK::Math::point3d;
+using Detector = MStlBaseOperatorVisibilityDetector;
+using visibility::Piece;
+
+namespace {
+
+double SignedArea(const Piece& p) {
+    return (p.p[1].x - p.p[0].x) * (p.p[2].y - p.p[0].y) -
+           (p.p[1].y - p.p[0].y) * (p.p[2].x - p.p[0].x);
+}
+
+TEST(PieceClipper, CutsAtTheOddCornerKeepingWindingAndArea) {
+    const Piece triangle{{{0, 0, 0}, {8, 0, 0}, {0, 8, 0}}};
+    struct Case {
+        MMPlaneEq<double> plane;
+        std::size_t pieces;
+        double keptArea;  // twice the area
+    };
+    const Case cases[] = {
+        {{1, 0, 0, -2}, 1, 36},   // x ≥ 2: corner 1 alone kept
+        {{-1, 0, 0, 2}, 2, 28},   // x ≤ 2: corner 1 alone dropped
+        {{0, 1, 0, -6}, 1, 4},    // y ≥ 6: corner 2 alone kept
+        {{1, 1, 0, -100}, 0, 0},  // all dropped
+        {{1, 1, 0, 0}, 1, 64},    // corner 0 on the plane counts as kept
+    };
+    for (const Case& c : cases) {
+        std::vector<Piece> pieces{triangle}, scratch;
+        visibility::ClipPieces(pieces, c.plane, scratch);
+        ASSERT_EQ(pieces.size(), c.pieces);
+        double area = 0;
+        for (const Piece& p : pieces) {
+            EXPECT_GE(SignedArea(p), 0.0);  // counter-clockwise, like the input
+            for (const point3d& corner : p.p)
+                EXPECT_GE(c.plane.SignedValue(corner), -1e-12);
+            area += SignedArea(p);
+        }
+        EXPECT_NEAR(area, c.keptArea, 1e-9);
+    }
+    // Dropping corner 0: (X1, p1, p2) and (X1, p2, X2), X1 on edge 0–1 and X2 on edge 0–2.
+    std::vector<Piece> pieces{triangle}, scratch;
+    visibility::ClipPieces(pieces, {1, 1, 0, -2}, scratch);
+    ASSERT_EQ(pieces.size(), 2u);
+    EXPECT_EQ(pieces[0].p[0], (point3d{2, 0, 0}));
+    EXPECT_EQ(pieces[0].p[1], (point3d{8, 0, 0}));
+    EXPECT_EQ(pieces[1].p[2], (point3d{0, 2, 0}));
+}
+
+TEST(PieceClipper, CutParallelToThePlaneLandsOnTheOrigin) {
+    // n = (1, 1, 1) and p0 − p1 = (0, −1, 1): n·dir is exactly 0, yet rounding in the plane
+    // values puts p0 (value −2) and p1 (value 0) on different sides. p0 is the only dropped
+    // corner; its cut towards p1 has no crossing and gives the origin.
+    const Piece triangle{{{1e16, 1, 1}, {1e16, 2, 0}, {1e16 + 8, 0, 0}}};
+    std::vector<Piece> pieces{triangle}, scratch;
+    visibility::ClipPieces(pieces, {1, 1, 1, -(1e16 + 2)}, scratch);
+    ASSERT_EQ(pieces.size(), 2u);
+    const point3d origin{0, 0, 0};
+    EXPECT_EQ(pieces[0].p[0], origin);
+    EXPECT_EQ(pieces[0].p[1], triangle.p[1]);
+    EXPECT_EQ(pieces[0].p[2], triangle.p[2]);
+    EXPECT_EQ(pieces[1].p[0], origin);
+    EXPECT_EQ(pieces[1].p[1], triangle.p[2]);
+    EXPECT_NE(pieces[1].p[2], origin);  // towards p2 the cut is a real crossing
+}
+
+TEST(RegionIntervals, PolygonIntervalsMatchAnEvenOddTestOfPoints) {
+    const std::vector<point2d> polygon{{0, 0}, {10, 0}, {10, 10}, {5, 3}, {0, 10}, {2, 5}, {7, 5}};
+    std::vector<double> lines;
+    for (double y = -0.5; y <= 10.5; y += 0.37)
+        lines.push_back(y);
+    lines.push_back(5.0);  // through a horizontal edge
+    lines.push_back(3.0);  // through a reflex vertex
+    const visibility::RegionIntervals regions = visibility::PolygonIntervals(polygon, lines);
+    const oracle::RegionMargin inside = oracle::PolygonRegion(polygon);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        for (const visibility::Interval* it = regions.begin(i); it != regions.end(i); ++it) {
+            EXPECT_LE(it->start, it->end);
+            if (it + 1 != regions.end(i)) {
+                EXPECT_LT(it->end, (it + 1)->start);  // sorted and disjoint
+            }
+        }
+        for (double x = -1.01; x < 11; x += 0.043) {
+            const double margin = inside(x, lines[i]);
+            if (std::fabs(margin) < 1e-9)
+                continue;
+            bool covered = false;
+            for (const visibility::Interval* it = regions.begin(i); it != regions.end(i); ++it)
+                covered = covered || (it->start <= x && x <= it->end);
+            EXPECT_EQ(covered, margin > 0) << "x " << x << " y " << lines[i];
+        }
+    }
+}
+
+TEST(RegionIntervals, BrushIntervalsCoverExactlyThePointsNearThePath) {
+    const std::vector<std::vector<point2d>> paths{
+        {{0, 0}, {6, 4}, {6, 4}, {12, 4}, {3, -5}},  // with a repeated point and a horizontal
+        {{4, 1}},                                    // a disc
+    };
+    for (const auto& path : paths) {
+        std::vector<double> lines;
+        for (double y = -9; y <= 9; y += 0.29)
+            lines.push_back(y);
+        const double radius = 2.5;
+        const visibility::RegionIntervals regions = visibility::BrushIntervals(path, radius, lines);
+        const oracle::RegionMargin near = oracle::BrushRegion(path, radius);
+        for (std::size_t i = 0; i < lines.size(); ++i)
+            for (double x = -4; x < 17; x += 0.051) {
+                const double margin = near(x, lines[i]);
+                if (std::fabs(margin) < 1e-9)
+                    continue;
+                bool covered = false;
+                for (const visibility::Interval* it = regions.begin(i); it != regions.end(i); ++it)
+                    covered = covered || (it->start <= x && x <= it->end);
+                EXPECT_EQ(covered, margin > 0) << "x " << x << " y " << lines[i];
+            }
+    }
+}
+
+TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
+    std::vector<visibility::PieceRef> refs;
+    std::vector<double> lows, highs;
+    for (int i = 0; i < 300; ++i) {
+        const double lo = std::fmod(i * 7.31, 50.0), hi = lo + 0.05 + std::fmod(i * 1.7, 3.0);
+        refs.push_back({nullptr, 0, hi, lo});
+    }
+    std::vector<visibility::Point> events;
+    visibility::AppendPieceEvents(refs, events);
+    visibility::SortValues(events, visibility::PointRangeComparator());
+    std::vector<double> lines = visibility::StabbingLines(events, refs.size());
+    visibility::CompleteSampleLines(lines, 10.0, 40.0, 0.2);
+    for (const visibility::PieceRef& r : refs) {
+        const double h = (r.yMax - r.yMin) * 0.01;
+        const auto hit = std::lower_bound(lines.begin(), lines.end(), r.yMin + h);
+        ASSERT_TRUE(hit != lines.end() && *hit <= r.yMax - h);
+    }
+    for (std::size_t i = 0; i + 1 < lines.size(); ++i)
+        EXPECT_LT(lines[i], lines[i + 1]);
+    EXPECT_TRUE(std::binary_search(lines.begin(), lines.end(), 10.0));
+    for (std::size_t i = 0; i + 1 < lines.size(); ++i)
+        if (lines[i] >= 10.0 && lines[i] < 40.0) {
+            EXPECT_LE(lines[i + 1] - lines[i], 0.2 + 1e-12);
+        }
+    // A step that is not positive adds only the box bounds.
+    std::vector<double> few{3.0};
+    visibility::CompleteSampleLines(few, 0.0, 9.0, -0.2);
+    EXPECT_EQ(few, (std::vector<double>{0.0, 3.0, 9.0}));
+}
+
+// The y-down screen frame of the scenes below: 100 internal units per pixel.
+MMTransformMatrix ScreenFrame(double scale = 0.01) {
+    MMTransformMatrix m;
+    m.MakeScale3D(scale, -scale, scale);
+    MMTransformMatrix shift;
+    shift.MakeTranslation({50, 50, 0});
+    return m.PreMultiply(shift);
+}
+
+std::vector<point2d> Lasso() {
+    return {{33.3, 36.1}, {58.7, 31.9}, {67.2, 47.5}, {55.1, 52.3},
+            {64.9, 66.6}, {41.4, 69.2}, {31.6, 55.8}};
+}
+
+std::vector<bool> Marks(MStlBase& mesh, const MStlMarkTrianglesByMasks& sink) {
+    std::vector<bool> marks;
+    for (MStlTriangle& t : mesh.Triangles())
+        marks.push_back(sink.IsMarked(t));
+    return marks;
+}
+
+// Runs `configure`d detectors over `mesh` in an arena of `threads` threads.
+std::vector<bool> RunIn(int threads, MStlBase& mesh,
+                        const std::function<void(Detector&)>& configure,
+                        const MMTransformMatrix& frame = ScreenFrame()) {
+    MStlMarkTrianglesByMasks sink(mesh);
+    tbb::task_arena arena(threads);
+    arena.execute([&] {
+        Detector detector;
+        detector.AddStlAndTransformation(&mesh, frame, MMTransformMatrix(), true, &sink);
+        configure(detector);
+        detector.Operate();
+    });
+    return Marks(mesh, sink);
+}
+
+TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
+    tbb::global_control allowFour(tbb::global_control::max_allowed_parallelism, 4);
+    const auto torus = scene::ToHostMesh(scene::NoisyTorus(60, 90, 2500, 1000, 0.2));
+    MMTransformMatrix tilted = ScreenFrame();
+    MMTransformMatrix tilt;
+    tilt.MakeRotationInPlane({0, 0, 1}, {0, -0.6, 0.8}, {0, 0, 0});
+    tilted.PostMultiply(tilt);
+    const std::vector<std::function<void(Detector&)>> configurations{
+        [](Detector& d) { d.SetPath(Lasso()); },
+        [](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetPixelProportion(23);  // hundreds of lines per chunk
+        },
+        [](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetMarkThrough(true);
+        },
+        [](Detector& d) {
+            d.SetMode(Detector::Brush);
+            d.SetBrushRadius(4);
+            d.SetPath({{25, 30}, {50, 70}, {75, 40}});
+        },
+        [](Detector& d) {
+            d.SetPath(Lasso());
+            d.AddClippingPlane({0.3, 1, 0.2, 150});
+            d.SetMarkFlippedTriangles(true);
+        },
+    };
+    for (std::size_t c = 0; c < configurations.size(); ++c)
+        for (const MMTransformMatrix& frame : {ScreenFrame(), tilted}) {
+            const std::vector<bool> one = RunIn(1, *torus, configurations[c], frame);
+            const std::vector<bool> four = RunIn(4, *torus, configurations[c], frame);
+            EXPECT_EQ(one, four) << "configuration " << c;
+            EXPECT_NE(std::count(one.begin(), one.end(), true), 0) << "configuration " << c;
+        }
+}
+
+TEST(VisibilitySetUp, DegenerateInputMarksNothingAndReturns) {
+    const auto plate = scene::plate(3000, 100, 6);
+    const auto marked = [&](const std::function<void(Detector&)>& configure) {
+        const std::vector<bool> marks = RunIn(2, *plate, configure);
+        return std::count(marks.begin(), marks.end(), true);
+    };
+    EXPECT_GT(marked([](Detector& d) { d.SetPath(Lasso()); }), 0);
+    EXPECT_EQ(marked([](Detector&) {}), 0);  // empty path
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(marked([&](Detector& d) { d.SetPath({{40, 40}, {nan, 60}, {60, 40}}); }), 0);
+    EXPECT_EQ(marked([&](Detector& d) { d.SetPath({{40, 40}, {inf, 60}, {60, 40}}); }), 0);
+    EXPECT_EQ(marked([&](Detector& d) {
+                  d.SetMode(Detector::Brush);
+                  d.SetBrushRadius(inf);
+                  d.SetPath({{40, 40}});
+              }),
+              0);
+    // Pixel proportions that give no usable step: only the stabbing lines and box bounds.
+    for (double proportion : {0.0, -5.0, inf, nan})
+        EXPECT_GT(marked([&](Detector& d) {
+                      d.SetPath(Lasso());
+                      d.SetPixelProportion(proportion);
+                  }),
+                  0);
+    // No mesh at all.
+    Detector empty;
+    empty.SetPath(Lasso());
+    empty.Operate();
+}
+
+TEST(VisibilitySetUp, MarkableSurfacesAndHiddenSurfaces) {
+    MStlBase mesh;
+    MStlSurface& front = *mesh.AddSurface(nullptr);
+    MStlSurface& back = *mesh.AddSurface(nullptr);
+    MStlSurface& sub = *mesh.AddSurface(&back);
+    scene::addPlateWithHole(front, 1500, 0, 500, 2);  // hides the back cells at 40 … 60 px
+    scene::addPlateWithHole(back, 3000, 0, 100, 6);
+    scene::addPlateWithHole(sub, 3000, 0, -100, 2);  // hidden behind `back`
+    const auto marksOf = [&](MStlSurface& s) {
+        std::size_t n = 0;
+        for (MStlTriangle& t : s.Triangles())
+            n += t.IsMarked();
+        return n;
+    };
+    const auto run = [&](const std::function<void(Detector&)>& configure) {
+        for (MStlTriangle& t : mesh.Triangles())
+            t.Unmark();
+        Detector d;
+        d.AddStlAndTransformation(&mesh, ScreenFrame(), MMTransformMatrix(), false, nullptr);
+        d.SetPath(Lasso());
+        configure(d);
+        d.Operate();
+    };
+    run([&](Detector& d) {
+        d.SetMarkableSurface(back);
+        d.SetMarkableSurface(back);  // twice is once
+    });
+    EXPECT_EQ(marksOf(front), 0u);
+    EXPECT_GT(marksOf(back), 0u);
+    EXPECT_LT(marksOf(back), back.GetNumberOfTriangles());  // the front plate hides some
+    const std::size_t behindFront = marksOf(back);
+    EXPECT_EQ(marksOf(sub), 0u);
+
+    front.SetVisible(false);  // skipped: no longer hides
+    run([&](Detector& d) { d.SetMarkableSurface(back); });
+    EXPECT_GT(marksOf(back), behindFront);
+    run([&](Detector& d) {
+        d.SetMarkableSurface(back);
+        d.SetCheckSurfaceVisibility(false);  // hidden surfaces take part again
+    });
+    EXPECT_EQ(marksOf(back), behindFront);
+
+    back.SetVisible(false);  // the sub-surface shows through; it is walked though its parent is
+    run([&](Detector& d) { d.SetMarkableSurface(sub); });  // skipped
+    EXPECT_GT(marksOf(sub), 0u);
+}
+
+}  // namespace
