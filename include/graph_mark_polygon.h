@@ -55,6 +55,9 @@ class MStlGraphOperatorMarkPolygon {
     /// With thickness, edges are bars of their element-info thickness (2D outlines count a
     /// thickness ≤ 0 as 5000 units; prisms of cut edges count a (0, 0) pair as 20 units and
     /// require the element info); without, 2D edges are segments and prisms have radius 10.
+    /// On a mesh without element info, thickness on gives 2D edges the zero-area outline
+    /// A, B, A, which covers no pixel: such edges are then marked only by markWholeCandidates,
+    /// so switch thickness off for meshes without thickness.
     void SetWorkWithGraphThickness(bool work);
 
     /// Writes 1.0 into `output` for every marked edge; other edges keep their values.

@@ -36,8 +36,9 @@ constexpr double kDefaultOutlineThickness = 5000.0;
 /// cross-section of half-diagonal r at each vertex (r = thickness/2 from `info`, where a
 /// thickness ≤ DBL_EPSILON counts as kDefaultOutlineThickness), the eight corners mapped as
 /// positions and their convex hull taken. The hull's vertices are returned clockwise (y up)
-/// without repeating the first. A degenerate bar gives a degenerate outline (points may
-/// repeat; a zero-length edge gives non-finite points).
+/// without repeating the first. A degenerate bar gives the hull's degenerate ring as it is: a
+/// bar of radius 0 (or seen end-on) gives the three points A, B, A; a zero-length edge gives
+/// non-finite points.
 std::vector<VelSDK::Math::point2d> GetOutlineOfProjectedEdgeWithThickness(
     const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo& info,
     const MMTransformMatrix& transform);

@@ -102,6 +102,13 @@ TEST(GraphMarkPolygon, ThickEdgesReachIntoTheLasso) {
     mesh.setThickness(mesh.edge({120, 60, 0}, {180, 60, 0}), 0, 0);      // unset: radius 2500
     EXPECT_EQ(MarkUnderSquare(mesh, true).marked, (std::vector<bool>{true, false, true}));
     EXPECT_EQ(MarkUnderSquare(mesh, false).marked, (std::vector<bool>{false, false, false}));
+
+    // Without element info the outline A, B, A has no area: only the box test marks.
+    GraphMesh bare;
+    bare.edge({120, 150, 0}, {180, 160, 0});
+    EXPECT_FALSE(MarkGraph(bare.graph, kIdentity, kSquare, 1.0, true, false).marked[0]);
+    EXPECT_TRUE(MarkGraph(bare.graph, kIdentity, kSquare, 1.0, true, true).marked[0]);
+    EXPECT_TRUE(MarkUnderSquare(bare, false).marked[0]);
 }
 
 TEST(GraphMarkPolygon, PlanesCutEdgesAwayOrLeaveTheirVisiblePart) {

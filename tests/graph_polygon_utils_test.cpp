@@ -84,8 +84,8 @@ TEST(EdgeOutline, ThicknessRadiiAndHullOrientation) {
     const MMTransformMatrix identity;
     // No element information: the bar collapses onto the projected vertices.
     const MStlGraphEdge& along = mesh.edge({0, 0, 0}, {100000, 0, 0});
-    EXPECT_EQ(pointSet(GetOutlineOfProjectedEdgeWithThickness(along, nullptr, identity)),
-              (PointSet{{0, 0}, {100000, 0}}));
+    EXPECT_EQ(GetOutlineOfProjectedEdgeWithThickness(along, nullptr, identity),
+              (Polygon{{0, 0}, {100000, 0}, {0, 0}}));
 
     // Unset (0) and negative thicknesses count as 5000: radius 2500. Clockwise, not closed.
     mesh.setThickness(along, 0, -7);
