@@ -57,14 +57,16 @@ std::vector<std::vector<std::size_t>> BuildAndPick(const std::vector<NumpyMesh>&
     for (const NumpyMesh& mesh : arrays)
         meshes.push_back(mesh.Build());
     const PickRequest request = MakePickRequest(scene, meshes);
-    std::optional<PickResult> result = picker.Pick(request);
-    if (!result) {
-        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
-        throw ArrayMeshError("region: the selection raster of " + std::to_string(box.width) +
-                             " x " + std::to_string(box.height) +
-                             " pixels is over the picker's limit of 2147483647 cells");
+    PickResult result;
+    try {
+        result = picker.Pick(request);
+    } catch (const PickError& error) {
+        throw ArrayMeshError(error.Field() + ": " + error.what());
     }
-    return std::move(result->marked);
+    std::vector<std::vector<std::size_t>> marked;
+    for (MeshPick& mesh : result.meshes)
+        marked.push_back(std::move(mesh.triangles));
+    return marked;
 }
 
 py::array_t<bool> FaceMask(std::size_t faceCount, const std::vector<std::size_t>& marked) {

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -321,6 +322,22 @@ const ErrorCase kErrorCases[] = {
      R"({"view": null, "camera": {"eye": [0, 0, 1], "target": [0, 0, 0], "up": [0, 0, 2],
                                   "height": 1, "screen": [1, 1]}})",
      "camera: eye and target coincide, or up is parallel"},
+    {"LinesPerPixelZero", R"({"picker": "scanline", "lines_per_pixel": 0})",
+     "lines_per_pixel: expected a number > 0"},
+    {"ThreadsZero", R"({"picker": "scanline", "threads": 0})",
+     "threads: expected between 1 and 4096 threads, got 0"},
+    {"ThreadsFraction", R"({"threads": 1.5})", "threads: expected a whole number"},
+    {"GraphUnknownMember", R"({"graph": {"angle": 30}})", "graph.angle: unknown field"},
+    {"GraphNegativeThickness", R"({"graph": {"thickness": -1}})",
+     "graph.thickness: expected a number >= 0"},
+    {"GraphCandidatesNotBoolean", R"({"graph": {"mark_whole_candidates": 1}})",
+     "graph.mark_whole_candidates: expected true or false"},
+    {"GraphAngleNotNumber", R"({"graph": {"sharp_angle_deg": "sharp"}})",
+     "graph.sharp_angle_deg: expected a number"},
+    {"GraphBrush",
+     R"({"picker": "graph", "region": {"polygon": null, "brush": {"path": [[1, 1]], "radius": 1}}})",
+     "region: the graph picker takes a polygon"},
+    {"UnknownPicker", R"({"picker": "raycast"})", "picker: unknown picker \"raycast\""},
     {"RasterOverCellLimit",
      R"({"region": {"polygon": [[0, 0], [100000, 0], [0, 100000]]}, "pixel_proportion": 1})",
      "region: the selection raster of 100001 x 100001 pixels"},
@@ -478,7 +495,8 @@ TEST_F(VelpickTest, HelpNamesEveryOptionAndSceneField) {
         "--output --image --image-size --ply --demo units_per_model_unit placement markable "
         "hidden_surfaces view camera pixel_proportion polygon brush picker mark_through "
         "back_face_culling unmark start_marked skip_hidden_surfaces depth_tolerance "
-        "clipping_planes");
+        "clipping_planes lines_per_pixel threads graph sharp_angle_deg thickness "
+        "mark_whole_candidates zbuffer");
     for (std::string word; words >> word;)
         EXPECT_NE(run.out.find(word), std::string::npos) << word;
 }

@@ -6,12 +6,14 @@ namespace {
 
 struct PickerEntry {
     const char* name;
+    const char* description;
     std::unique_ptr<Picker> (*make)();
 };
 
 // Adding a picker: one source file with its factory, and one line here.
 constexpr PickerEntry kPickers[] = {
-    {"zbuffer", &MakeZBufferPicker},
+    {"zbuffer", "visible triangles from a depth buffer over the region's pixels (default)",
+     &MakeZBufferPicker},
 };
 
 }  // namespace
@@ -29,6 +31,13 @@ std::vector<std::string> PickerNames() {
     for (const PickerEntry& entry : kPickers)
         names.emplace_back(entry.name);
     return names;
+}
+
+std::string DescribePickers() {
+    std::string text;
+    for (const PickerEntry& entry : kPickers)
+        text += std::string("  ") + entry.name + ": " + entry.description + "\n";
+    return text;
 }
 
 std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh) {

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "plane_eq.h"
 #include "stl_base.h"
+#include "tools/pick_defaults.h"
 #include "tools/selection_region.h"
 #include "transform_matrix.h"
 
@@ -21,13 +25,24 @@ struct PickMesh {
     std::vector<MStlSurface*> markableSurfaces;  // used when markWholeMesh is false
 };
 
+/// How the graph picker builds each mesh's feature graph and marks its edges.
+struct GraphSettings {
+    double sharpAngleDegrees = kDefaultSharpAngleDegrees;  // edges sharper than this are kept
+    double thickness = 0.0;            // model length units; 0 marks edges as lines, not bars
+    bool markWholeCandidates = false;  // mark every edge that meets the region's pixel box
+};
+
 /// Everything a pick needs, already validated: no files, no formats.
 struct PickRequest {
     std::vector<PickMesh> meshes;
     MMTransformMatrix view;  // scene internal units → screen units, larger z nearer
     SelectionRegion region;
-    double pixelProportion = 5.0;  // pixels per screen unit
-    double depthTolerance = 0.05;  // model length units
+    double unitsPerModelUnit = kDefaultUnitsPerModelUnit;
+    double pixelProportion = kDefaultPixelProportion;  // pixels per screen unit
+    double depthTolerance = kDefaultDepthTolerance;    // model length units; z-buffer only
+    double linesPerPixel = kDefaultLinesPerPixel;      // scan-line only
+    std::optional<int> threads;                        // scan-line only; all cores when empty
+    GraphSettings graph;                               // graph only
     bool markThrough = false;
     bool backFaceCulling = false;
     bool unmark = false;
@@ -35,9 +50,37 @@ struct PickRequest {
     std::vector<MMPlaneEq<double>> clippingPlanes;  // scene internal units, kept side ≥ 0
 };
 
+/// A feature edge by its end points: integer internal-unit coordinates of the mesh before
+/// placement, the pair in lexicographic order.
+using EdgeEnds = std::array<std::array<std::int32_t, 3>, 2>;
+
+/// What the graph picker produced for one mesh.
+struct EdgePick {
+    std::size_t edgeCount = 0;     // edges of the mesh's feature graph
+    int returnCode = 0;            // the graph operator's return code, 0 on success
+    std::vector<EdgeEnds> marked;  // sorted
+};
+
+/// What a picker produced for one mesh.
+struct MeshPick {
+    std::vector<std::size_t> triangles;  // sorted indices of the marked triangles
+    std::optional<EdgePick> edges;       // the graph picker's edges
+};
+
 struct PickResult {
-    std::vector<std::vector<std::size_t>> marked;  // per mesh, sorted triangle indices
-    RegionPixelBox region;                         // the selection raster in pixels
+    std::vector<MeshPick> meshes;  // one per mesh of the request, same order
+    RegionPixelBox region;         // the region's pixel raster
+};
+
+/// A pick that a picker cannot run; `Field()` names the scene field that made it fail.
+class PickError : public std::runtime_error {
+  public:
+    PickError(std::string field, const std::string& reason)
+        : std::runtime_error(reason), m_field(std::move(field)) {}
+    const std::string& Field() const { return m_field; }
+
+  private:
+    std::string m_field;
 };
 
 /// A picking algorithm. It marks (or unmarks) the triangles of the request's meshes in place
@@ -45,9 +88,8 @@ struct PickResult {
 class Picker {
   public:
     virtual ~Picker() = default;
-    /// Nothing when the selection raster cannot be built (too many cells, or coordinates
-    /// beyond the 32-bit pixel range); the meshes are then left unchanged.
-    virtual std::optional<PickResult> Pick(const PickRequest& request) = 0;
+    /// Throws PickError, with the meshes left unchanged, when the request cannot be picked.
+    virtual PickResult Pick(const PickRequest& request) = 0;
 };
 
 /// The picker registered under `name`, or null for an unknown name.
@@ -57,6 +99,9 @@ std::vector<std::string> PickerNames();
 
 /// Sorted indices of the marked triangles of `mesh` (index i is triangle i).
 std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh);
+
+/// A one-line description of every registered picker, for help texts.
+std::string DescribePickers();
 
 // One factory per picker file.
 std::unique_ptr<Picker> MakeZBufferPicker();

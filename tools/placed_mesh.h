@@ -1,6 +1,9 @@
 #pragma once
 
+#include <vector>
+
 #include "stl_base.h"
+#include "tools/picker.h"
 #include "transform_matrix.h"
 
 namespace velpick {
@@ -9,6 +12,7 @@ namespace velpick {
 struct PlacedMesh {
     MStlBase* mesh;  // read only; the host's vertex iteration is non-const
     MMTransformMatrix placement;
+    std::vector<EdgeEnds> markedEdges = {};  // the graph picker's marks, drawn over the mesh
 };
 
 }  // namespace velpick

@@ -17,8 +17,14 @@ double TenthsOfMilliseconds(double milliseconds) {
 std::string FormatReport(const PickReport& report) {
     nlohmann::ordered_json meshes = nlohmann::ordered_json::array();
     for (const PickReport::Mesh& mesh : report.meshes) {
-        meshes.push_back(
-            {{"file", mesh.file}, {"triangles", mesh.triangles}, {"marked", mesh.marked}});
+        nlohmann::ordered_json entry = {{"file", mesh.file}, {"triangles", mesh.triangles}};
+        if (mesh.edges) {
+            entry["edges"] = mesh.edges->edgeCount;
+            entry["code"] = mesh.edges->returnCode;
+            entry["marked_edges"] = mesh.edges->marked;
+        }
+        entry["marked"] = mesh.marked;
+        meshes.push_back(std::move(entry));
     }
     const nlohmann::ordered_json document = {
         {"picker", report.picker},

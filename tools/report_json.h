@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/picker.h"
 #include "tools/selection_region.h"
 
 namespace velpick {
@@ -14,6 +16,7 @@ struct PickReport {
         std::string file;
         std::size_t triangles = 0;
         std::vector<std::size_t> marked;  // sorted triangle indices
+        std::optional<EdgePick> edges;    // the graph picker's edges
     };
     std::string picker;
     std::vector<Mesh> meshes;
@@ -23,7 +26,8 @@ struct PickReport {
 };
 
 /// The report as one JSON object on one line, fields in the order "picker", "meshes",
-/// "region", "timing_ms"; timings rounded to 0.1 ms.
+/// "region", "timing_ms"; timings rounded to 0.1 ms. A mesh reads "file", "triangles", then for
+/// the graph picker "edges", "code" and "marked_edges", then "marked".
 std::string FormatReport(const PickReport& report);
 
 }  // namespace velpick

@@ -17,9 +17,8 @@ using VelSDK::Math::point3d;
 
 namespace {
 
-// Region coordinates, scaled to pixels, must stay inside this bound so that the picker's
-// 32-bit pixel arithmetic cannot wrap.
-constexpr double kMaxPixelCoordinate = 2147483647.0;
+// More threads than any machine offers is a typing error, not a request.
+constexpr std::size_t kMaxThreads = 4096;
 
 MMTransformMatrix ParseMatrix(const JsonField& field) {
     const std::vector<double> values = field.Numbers(16);
@@ -110,7 +109,8 @@ std::vector<point2d> ParsePoints(const JsonField& field, std::size_t minCount) {
     return points;
 }
 
-SelectionRegion ParseRegion(const JsonField& field) {
+// The scan-line picker takes any radius; the z-buffer picker works in whole screen units.
+SelectionRegion ParseRegion(const JsonField& field, const std::string& picker) {
     field.ExpectObject({"polygon", "brush"});
     if (field.Has("polygon") == field.Has("brush"))
         field.Fail("expected exactly one of \"polygon\" and \"brush\"");
@@ -119,12 +119,41 @@ SelectionRegion ParseRegion(const JsonField& field) {
         region.points = ParsePoints(field.Member("polygon"), 3);
         return region;
     }
+    if (picker == "graph")
+        field.Fail("the graph picker takes a polygon, not a brush");
     const JsonField brush = field.Member("brush");
     brush.ExpectObject({"path", "radius"});
     region.shape = SelectionRegion::Shape::kBrush;
     region.points = ParsePoints(brush.Member("path"), 1);
-    region.brushRadius = brush.Member("radius").WholeNumber("screen units");
+    const JsonField radius = brush.Member("radius");
+    region.brushRadius = picker == "scanline"
+                             ? radius.NonNegativeNumber()
+                             : static_cast<double>(radius.WholeNumber("screen units"));
     return region;
+}
+
+GraphSettings ParseGraphSettings(const JsonField& field, double unitsPerModelUnit) {
+    field.ExpectObject({"sharp_angle_deg", "thickness", "mark_whole_candidates"});
+    GraphSettings graph;
+    if (field.Has("sharp_angle_deg"))
+        graph.sharpAngleDegrees = field.Member("sharp_angle_deg").Number();
+    if (field.Has("thickness")) {
+        const JsonField thickness = field.Member("thickness");
+        graph.thickness = thickness.NonNegativeNumber();
+        if (std::round(graph.thickness * unitsPerModelUnit) > kInt32Max)
+            thickness.Fail("too large: over 2147483647 internal units");
+    }
+    if (field.Has("mark_whole_candidates"))
+        graph.markWholeCandidates = field.Member("mark_whole_candidates").Boolean();
+    return graph;
+}
+
+int ParseThreads(const JsonField& field) {
+    const std::size_t threads = field.WholeNumber("threads");
+    if (threads < 1 || threads > kMaxThreads)
+        field.Fail("expected between 1 and " + std::to_string(kMaxThreads) + " threads, got " +
+                   std::to_string(threads));
+    return static_cast<int>(threads);
 }
 
 std::vector<MMPlaneEq<double>> ParsePlanes(const JsonField& field) {
@@ -164,7 +193,7 @@ void CheckRegionFitsPixels(const JsonField& root, const Scene& scene) {
     const JsonField points =
         brush ? region.Member("brush").Member("path") : region.Member("polygon");
     const double p = scene.pixelProportion;
-    const double radius = static_cast<double>(scene.region.brushRadius) * p;
+    const double radius = scene.region.brushRadius * p;
     if (radius > kMaxPixelCoordinate)
         region.Member("brush").Member("radius").Fail(
             "too large: the radius in pixels exceeds the 32-bit pixel range");
@@ -208,6 +237,12 @@ void ParseSettings(const JsonField& root, Scene& scene) {
         scene.depthTolerance = root.Member("depth_tolerance").NonNegativeNumber();
     if (root.Has("clipping_planes"))
         scene.clippingPlanes = ParsePlanes(root.Member("clipping_planes"));
+    if (root.Has("lines_per_pixel"))
+        scene.linesPerPixel = root.Member("lines_per_pixel").PositiveNumber();
+    if (root.Has("threads"))
+        scene.threads = ParseThreads(root.Member("threads"));
+    if (root.Has("graph"))
+        scene.graph = ParseGraphSettings(root.Member("graph"), scene.unitsPerModelUnit);
 }
 
 }  // namespace
@@ -217,15 +252,15 @@ Scene ParseScene(const std::string& text, const std::string& sourceName, const f
     const JsonField root(document, "", sourceName);
     root.ExpectObject({"units_per_model_unit", "meshes", "view", "camera", "pixel_proportion",
                        "region", "picker", "mark_through", "back_face_culling", "unmark",
-                       "start_marked", "skip_hidden_surfaces", "depth_tolerance",
-                       "clipping_planes"});
+                       "start_marked", "skip_hidden_surfaces", "depth_tolerance", "clipping_planes",
+                       "lines_per_pixel", "threads", "graph"});
     Scene scene;
     if (root.Has("units_per_model_unit"))
         scene.unitsPerModelUnit = root.Member("units_per_model_unit").PositiveNumber();
     scene.meshes = ParseMeshes(root.Member("meshes"), folder);
     ParseView(root, scene);
     ParseSettings(root, scene);
-    scene.region = ParseRegion(root.Member("region"));
+    scene.region = ParseRegion(root.Member("region"), scene.picker);
     CheckRegionFitsPixels(root, scene);
     return scene;
 }

@@ -10,6 +10,8 @@
 
 #include "plane_eq.h"
 #include "tools/camera.h"
+#include "tools/pick_defaults.h"
+#include "tools/picker.h"
 #include "tools/selection_region.h"
 #include "transform_matrix.h"
 
@@ -32,11 +34,11 @@ struct SceneMesh {
 
 /// A validated scene: every field present, in range and consistent.
 struct Scene {
-    double unitsPerModelUnit = 1000.0;
+    double unitsPerModelUnit = kDefaultUnitsPerModelUnit;
     std::vector<SceneMesh> meshes;
-    MMTransformMatrix view;             // scene internal units → screen units
-    std::optional<OrthoCamera> camera;  // set when the view came from a camera
-    double pixelProportion = 5.0;       // pixels per screen unit
+    MMTransformMatrix view;                            // scene internal units → screen units
+    std::optional<OrthoCamera> camera;                 // set when the view came from a camera
+    double pixelProportion = kDefaultPixelProportion;  // pixels per screen unit
     SelectionRegion region;
     std::string picker = "zbuffer";
     bool markThrough = false;
@@ -44,7 +46,10 @@ struct Scene {
     bool unmark = false;
     bool startMarked = false;
     bool skipHiddenSurfaces = false;
-    double depthTolerance = 0.05;  // model length units
+    double depthTolerance = kDefaultDepthTolerance;  // model length units
+    double linesPerPixel = kDefaultLinesPerPixel;
+    std::optional<int> threads;  // all cores when empty
+    GraphSettings graph;
     std::vector<MMPlaneEq<double>> clippingPlanes;
 };
 

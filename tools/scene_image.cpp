@@ -158,7 +158,7 @@ double SegmentDistance(const point2d& c, const point2d& a, const point2d& b) {
 // Pixel centres within the radius of the path (a single point is a disc).
 void FillBrushMask(const SelectionRegion& brush, const ImageFrame& frame,
                    std::vector<std::uint8_t>& mask) {
-    const double radius = static_cast<double>(brush.brushRadius) * frame.pixelsPerUnit;
+    const double radius = brush.brushRadius * frame.pixelsPerUnit;
     for (std::size_t i = 0; i < brush.points.size(); ++i) {
         const point2d a = ToPicture(brush.points[i], frame);
         const point2d b = ToPicture(brush.points[i + 1 < brush.points.size() ? i + 1 : i], frame);
@@ -171,6 +171,33 @@ void FillBrushMask(const SelectionRegion& brush, const ImageFrame& frame,
             for (int x = x0; x <= x1; ++x, ++cell) {
                 if (SegmentDistance({x + 0.5, y + 0.5}, a, b) <= radius)
                     *cell = 1;
+            }
+        }
+    }
+}
+
+// Marked feature edges as bars a few pixels wide on top of the shaded surfaces, so that edges
+// behind a surface show too: the picture shows what was marked, not only what is in front.
+void DrawMarkedEdges(const PlacedMesh& mesh, const MMTransformMatrix& view, const ImageFrame& frame,
+                     RgbImage& image) {
+    const double radius = std::max(1.5, std::max(frame.width, frame.height) / 500.0);
+    const MMTransformMatrix toScreen = MeshToScreen(mesh, view);
+    for (const EdgeEnds& edge : mesh.markedEdges) {
+        point2d ends[2];
+        for (int v = 0; v < 2; ++v) {
+            point3d screen;
+            toScreen.Transform(screen, {double(edge[v][0]), double(edge[v][1]), double(edge[v][2])},
+                               false);
+            ends[v] = ToPicture({screen.x, screen.y}, frame);
+        }
+        const int x0 = ClampedPixel(std::min(ends[0].x, ends[1].x) - radius, frame.width);
+        const int x1 = ClampedPixel(std::max(ends[0].x, ends[1].x) + radius, frame.width);
+        const int y0 = ClampedPixel(std::min(ends[0].y, ends[1].y) - radius, frame.height);
+        const int y1 = ClampedPixel(std::max(ends[0].y, ends[1].y) + radius, frame.height);
+        for (int y = y0; y <= y1; ++y) {
+            for (int x = x0; x <= x1; ++x) {
+                if (SegmentDistance({x + 0.5, y + 0.5}, ends[0], ends[1]) <= radius)
+                    image.At(x, y) = kHighlightColour;
             }
         }
     }
@@ -255,6 +282,8 @@ RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const MMTransformMat
     TriangleFiller filler(image, depth);
     for (const PlacedMesh& mesh : meshes)
         DrawMesh(mesh, view, frame, filler);
+    for (const PlacedMesh& mesh : meshes)
+        DrawMarkedEdges(mesh, view, frame, image);
 
     std::vector<std::uint8_t> mask(image.pixels.size(), 0);
     if (region.shape == SelectionRegion::Shape::kPolygon)

@@ -88,6 +88,10 @@ PickRequest MakePickRequest(const Scene& scene,
         request.meshes.push_back(std::move(mesh));
     }
     request.view = scene.view;
+    request.unitsPerModelUnit = scene.unitsPerModelUnit;
+    request.linesPerPixel = scene.linesPerPixel;
+    request.threads = scene.threads;
+    request.graph = scene.graph;
     request.region = scene.region;
     request.pixelProportion = scene.pixelProportion;
     request.depthTolerance = scene.depthTolerance;

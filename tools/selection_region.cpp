@@ -33,7 +33,7 @@ RegionPixelBox PolygonPixelBox(const std::vector<point2d>& polygon, double pixel
 
 RegionPixelBox BrushPixelBox(const SelectionRegion& brush, double pixelProportion) {
     const double p = pixelProportion;
-    const auto radius = static_cast<std::int64_t>(static_cast<double>(brush.brushRadius) * p);
+    const auto radius = static_cast<std::int64_t>(brush.brushRadius * p);
     const ScreenBox path = PointBounds(brush.points);
     const auto xmin = static_cast<std::int64_t>(std::floor(p * path.xmin)) - radius;
     const auto ymin = static_cast<std::int64_t>(std::floor(p * path.ymin)) - radius;
@@ -53,7 +53,7 @@ RegionPixelBox ComputeRegionPixelBox(const SelectionRegion& region, double pixel
 ScreenBox RegionScreenBounds(const SelectionRegion& region) {
     ScreenBox box = PointBounds(region.points);
     if (region.shape == SelectionRegion::Shape::kBrush) {
-        const auto r = static_cast<double>(region.brushRadius);
+        const double r = region.brushRadius;
         box = {box.xmin - r, box.ymin - r, box.xmax + r, box.ymax + r};
     }
     return box;

@@ -14,7 +14,7 @@ struct SelectionRegion {
 
     Shape shape = Shape::kPolygon;
     std::vector<VelSDK::Math::point2d> points;  // polygon vertices or path points, screen units
-    std::size_t brushRadius = 0;                // screen units; brush only
+    double brushRadius = 0.0;  // screen units; brush only (whole for the z-buffer picker)
 };
 
 /// The pixel raster of a selection region: lower-left pixel and size, both ends inclusive.

@@ -40,13 +40,21 @@ constexpr const char* kSceneHelp =
                         units across the screen's height, "screen": [w, h] screen units }
   region                { "polygon": [[x,y], ...] } or
                         { "brush": { "path": [[x,y], ...], "radius": r } } in screen units;
-                        r must be a whole number (the picker takes whole radii)
-  picker                "zbuffer" (the only one so far)
-  pixel_proportion 5.0, depth_tolerance 0.05 (model units), mark_through false,
+                        r must be whole for the zbuffer picker; the graph picker takes
+                        polygons only
+  picker                "zbuffer" (default), "scanline" or "graph", see below
+  pixel_proportion 5.0, depth_tolerance 0.05 (model units; zbuffer), mark_through false,
   back_face_culling false, unmark false, start_marked false (mark all before picking),
-  skip_hidden_surfaces false (ignore the triangles of hidden surfaces), clipping_planes [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0)
+  skip_hidden_surfaces false (ignore the triangles of hidden surfaces), clipping_planes
+  [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0), lines_per_pixel 5.0 (scanline), threads
+  (scanline; all cores), graph { "sharp_angle_deg": 30, "thickness": 0 (model units),
+  "mark_whole_candidates": false } (graph)
 Unknown fields are errors. Errors print one line naming the file and field; exit status 2.
 
+Pickers:
+)";
+
+constexpr const char* kExampleHelp = R"(
 Example:
   {"meshes": [{"file": "part.stl"}],
    "camera": {"eye": [0,0,100], "target": [0,0,0], "up": [0,1,0], "height": 50,
@@ -80,10 +88,14 @@ class Stopwatch {
 };
 
 std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
-                                     const std::vector<std::unique_ptr<MStlBase>>& meshes) {
+                                     const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                                     const PickReport& report) {
     std::vector<PlacedMesh> placed;
-    for (std::size_t i = 0; i < meshes.size(); ++i)
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
         placed.push_back({meshes[i].get(), scene.meshes[i].placement});
+        if (report.meshes[i].edges)
+            placed.back().markedEdges = report.meshes[i].edges->marked;
+    }
     return placed;
 }
 
@@ -125,8 +137,9 @@ void WriteText(AtomicFile& file, const std::string& text) {
 /// Writes every requested file under a temporary name and renames them only once all are
 /// complete, so that a failure leaves no output behind.
 void WriteOutputs(const Options& options, const Scene& scene,
-                  const std::vector<std::unique_ptr<MStlBase>>& meshes, const std::string& json) {
-    const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes);
+                  const std::vector<std::unique_ptr<MStlBase>>& meshes, const PickReport& report) {
+    const std::string json = FormatReport(report);
+    const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes, report);
     std::vector<std::unique_ptr<AtomicFile>> files;
     if (!options.output.empty()) {
         files.push_back(std::make_unique<AtomicFile>(options.output));
@@ -149,8 +162,9 @@ PickReport MakeReport(const Scene& scene, const std::vector<std::unique_ptr<MStl
     PickReport report;
     report.picker = scene.picker;
     for (std::size_t i = 0; i < meshes.size(); ++i) {
-        report.meshes.push_back(
-            {scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(), std::move(result.marked[i])});
+        MeshPick& pick = result.meshes[i];
+        report.meshes.push_back({scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(),
+                                 std::move(pick.triangles), std::move(pick.edges)});
     }
     report.region = result.region;
     return report;
@@ -169,14 +183,11 @@ std::unique_ptr<Picker> PickerFor(const Scene& scene, const std::string& sourceN
 }
 
 PickResult RunPick(Picker& picker, const PickRequest& request, const std::string& sourceName) {
-    std::optional<PickResult> result = picker.Pick(request);
-    if (!result) {
-        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
-        throw SceneError(sourceName + ": region: the selection raster of " +
-                         std::to_string(box.width) + " x " + std::to_string(box.height) +
-                         " pixels is over the picker's limit of 2147483647 cells");
+    try {
+        return picker.Pick(request);
+    } catch (const PickError& error) {
+        throw SceneError(sourceName + ": " + error.Field() + ": " + error.what());
     }
-    return std::move(*result);
 }
 
 int RunScene(const Options& options) {
@@ -190,15 +201,13 @@ int RunScene(const Options& options) {
     const double loadMilliseconds = loadClock.Milliseconds();
 
     const Stopwatch pickClock;
-    PickResult result = RunPick(*picker, request, options.scene);
-    PickReport report = MakeReport(scene, meshes, std::move(result));
+    PickReport report = MakeReport(scene, meshes, RunPick(*picker, request, options.scene));
     report.loadMilliseconds = loadMilliseconds;
     report.pickMilliseconds = pickClock.Milliseconds();
 
-    const std::string json = FormatReport(report);
-    WriteOutputs(options, scene, meshes, json);
+    WriteOutputs(options, scene, meshes, report);
     if (options.output.empty())
-        std::cout << json << std::flush;
+        std::cout << FormatReport(report) << std::flush;
     return 0;
 }
 
@@ -209,39 +218,72 @@ void PrintDemoSummary(const PickReport& report, const std::vector<std::size_t>& 
         std::printf("  %-12s %6zu triangles, %5zu under the lasso, %5zu visible and marked\n",
                     mesh.file.c_str(), mesh.triangles, underLasso[i], mesh.marked.size());
     }
-    std::printf("  pick: %.1f ms (%s picker, %lld x %lld pixel raster)\n", report.pickMilliseconds,
-                report.picker.c_str(), static_cast<long long>(report.region.width),
-                static_cast<long long>(report.region.height));
+}
+
+void UnmarkAll(const PickRequest& request) {
+    for (const PickMesh& mesh : request.meshes) {
+        for (MStlTriangle& triangle : mesh.mesh->Triangles())
+            triangle.Unmark();
+    }
 }
 
 // How many triangles a mark-through pick takes: what lies under the lasso, hidden or not.
 std::vector<std::size_t> CountUnderRegion(Picker& picker, PickRequest request) {
     request.markThrough = true;
     const PickResult through = RunPick(picker, request, "demo");
+    UnmarkAll(request);
     std::vector<std::size_t> counts;
-    for (std::size_t i = 0; i < request.meshes.size(); ++i) {
-        counts.push_back(through.marked[i].size());
-        for (MStlTriangle& triangle : request.meshes[i].mesh->Triangles())
-            triangle.Unmark();
-    }
+    for (const MeshPick& mesh : through.meshes)
+        counts.push_back(mesh.triangles.size());
     return counts;
+}
+
+// One line per picker: what it marked on the demo scene over all meshes, and how fast.
+void PrintPickerLine(const std::string& name, const PickResult& result, double milliseconds) {
+    std::size_t triangles = 0, edges = 0, markedEdges = 0;
+    for (const MeshPick& mesh : result.meshes) {
+        triangles += mesh.triangles.size();
+        if (mesh.edges) {
+            edges += mesh.edges->edgeCount;
+            markedEdges += mesh.edges->marked.size();
+        }
+    }
+    if (name == "graph")
+        std::printf("  %-9s %6zu of %zu feature edges marked   %8.1f ms\n", name.c_str(),
+                    markedEdges, edges, milliseconds);
+    else
+        std::printf("  %-9s %6zu triangles marked               %8.1f ms\n", name.c_str(),
+                    triangles, milliseconds);
 }
 
 int RunDemo(const Options& options) {
     DemoScene demo = MakeDemoScene();
-    const std::unique_ptr<Picker> picker = PickerFor(demo.scene, "demo");
     const PickRequest request = MakePickRequest(demo.scene, demo.meshes);
-    const std::vector<std::size_t> underLasso = CountUnderRegion(*picker, request);
+    const std::unique_ptr<Picker> defaultPicker = PickerFor(demo.scene, "demo");
+    const std::vector<std::size_t> underLasso = CountUnderRegion(*defaultPicker, request);
 
-    const Stopwatch pickClock;
-    PickResult result = RunPick(*picker, request, "demo");
-    PickReport report = MakeReport(demo.scene, demo.meshes, std::move(result));
-    report.pickMilliseconds = pickClock.Milliseconds();
-
-    WriteOutputs(options, demo.scene, demo.meshes, FormatReport(report));
-    PrintDemoSummary(report, underLasso);
+    std::optional<PickReport> pictured;
+    std::vector<std::pair<std::string, std::pair<PickResult, double>>> runs;
+    for (const std::string& name : PickerNames()) {
+        const Stopwatch pickClock;
+        PickResult result = RunPick(*MakePicker(name), request, "demo");
+        const double milliseconds = pickClock.Milliseconds();
+        if (name == demo.scene.picker) {
+            // The picture and the outputs show the default picker's marks.
+            PickReport report = MakeReport(demo.scene, demo.meshes, result);
+            report.pickMilliseconds = milliseconds;
+            WriteOutputs(options, demo.scene, demo.meshes, report);
+            pictured = std::move(report);
+        }
+        runs.push_back({name, {std::move(result), milliseconds}});
+        UnmarkAll(request);
+    }
+    PrintDemoSummary(*pictured, underLasso);
+    for (const auto& [name, run] : runs)
+        PrintPickerLine(name, run.first, run.second);
     if (!options.image.empty())
-        std::printf("  picture: %s\n", options.image.c_str());
+        std::printf("  picture: %s (%s picker)\n", options.image.c_str(),
+                    demo.scene.picker.c_str());
     return 0;
 }
 
@@ -258,7 +300,7 @@ void DefineOptions(CLI::App& app, Options& options) {
     app.add_option("--ply", options.ply, "Write the placed meshes, marked faces coloured, as PLY");
     app.add_flag("--demo", options.demo, "Run the built-in demo scene (no scene file)")
         ->excludes(scene);
-    app.footer(kSceneHelp);
+    app.footer(kSceneHelp + DescribePickers() + kExampleHelp);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "mark_polygon.h"
 #include "tools/picker.h"
 
@@ -9,7 +11,7 @@ namespace {
 /// candidates marked where they are within the depth tolerance of the front-most surface.
 class ZBufferPicker : public Picker {
   public:
-    std::optional<PickResult> Pick(const PickRequest& request) override {
+    PickResult Pick(const PickRequest& request) override {
         MStlBaseOperatorMarkPolygon op(request.pixelProportion, request.depthTolerance,
                                        request.skipHiddenSurfaces);
         for (const PickMesh& mesh : request.meshes) {
@@ -24,22 +26,32 @@ class ZBufferPicker : public Picker {
         op.SetMarkThrough(request.markThrough);
         op.SetUnmark(request.unmark);
         if (!op.operate())
-            return std::nullopt;
+            throw RasterTooLarge(request);
         return Collect(request);
     }
 
   private:
     static void SetRegion(MStlBaseOperatorMarkPolygon& op, const SelectionRegion& region) {
-        if (region.shape == SelectionRegion::Shape::kPolygon)
+        if (region.shape == SelectionRegion::Shape::kPolygon) {
             op.SetPolygon(region.points);
-        else
-            op.SetBrushPath(region.points, region.brushRadius);
+            return;
+        }
+        // Scenes give this picker whole radii; the clamp only keeps the conversion defined.
+        const double radius = std::min(region.brushRadius, 1.8e19);
+        op.SetBrushPath(region.points, static_cast<std::size_t>(radius));
+    }
+
+    static PickError RasterTooLarge(const PickRequest& request) {
+        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        return PickError("region", "the selection raster of " + std::to_string(box.width) + " x " +
+                                       std::to_string(box.height) +
+                                       " pixels is over the picker's limit of 2147483647 cells");
     }
 
     static PickResult Collect(const PickRequest& request) {
         PickResult result;
         for (const PickMesh& mesh : request.meshes)
-            result.marked.push_back(MarkedTriangles(*mesh.mesh));
+            result.meshes.push_back({MarkedTriangles(*mesh.mesh), std::nullopt});
         result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
         return result;
     }
