@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "internal_units.h"
@@ -70,8 +71,8 @@ void AddFace(MStlSurface& surface, const std::vector<std::int32_t>& units,
 }  // namespace
 
 template <class Coordinate, class Index>
-std::unique_ptr<MStlBase> BuildArrayMesh(const MeshArrays<Coordinate, Index>& arrays) {
-    const std::vector<std::int32_t> units = ToInternalUnits(arrays.vertices);
+ArrayMesh BuildArrayMesh(const MeshArrays<Coordinate, Index>& arrays) {
+    std::vector<std::int32_t> units = ToInternalUnits(arrays.vertices);
     CheckFaces(arrays.faces, arrays.vertices.rows);
 
     auto mesh = std::make_unique<MStlBase>();
@@ -81,11 +82,31 @@ std::unique_ptr<MStlBase> BuildArrayMesh(const MeshArrays<Coordinate, Index>& ar
         const bool mayMark = !arrays.markable || arrays.markable->At(f) != 0;
         AddFace(mayMark ? markable : *fixed, units, arrays.faces, f);
     }
-    return mesh;
+    return {std::move(mesh), std::move(units)};
+}
+
+FirstVertexIndex::FirstVertexIndex(const std::vector<std::int32_t>& units) {
+    m_first.reserve(units.size() / 3);
+    for (std::size_t v = 0; 3 * v + 2 < units.size(); ++v)
+        m_first.try_emplace({units[3 * v], units[3 * v + 1], units[3 * v + 2]}, v);
+}
+
+std::optional<std::size_t> FirstVertexIndex::Find(const Position& position) const {
+    const auto found = m_first.find(position);
+    if (found == m_first.end())
+        return std::nullopt;
+    return found->second;
+}
+
+std::size_t FirstVertexIndex::PositionHash::operator()(const Position& p) const {
+    std::uint64_t h = static_cast<std::uint32_t>(p[0]);
+    h = h * 0x9E3779B97F4A7C15ull ^ static_cast<std::uint32_t>(p[1]);
+    h = h * 0x9E3779B97F4A7C15ull ^ static_cast<std::uint32_t>(p[2]);
+    return static_cast<std::size_t>(h ^ (h >> 29));
 }
 
 #define VELPICK_BUILD_ARRAY_MESH(Coordinate, Index) \
-    template std::unique_ptr<MStlBase> BuildArrayMesh(const MeshArrays<Coordinate, Index>&);
+    template ArrayMesh BuildArrayMesh(const MeshArrays<Coordinate, Index>&);
 #define VELPICK_BUILD_ARRAY_MESH_FOR_INDICES(Coordinate) \
     VELPICK_BUILD_ARRAY_MESH(Coordinate, std::int8_t)    \
     VELPICK_BUILD_ARRAY_MESH(Coordinate, std::int16_t)   \

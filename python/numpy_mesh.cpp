@@ -58,9 +58,8 @@ StridedArray<T> View(const py::array& array) {
 }
 
 template <class Coordinate, class Index>
-std::function<std::unique_ptr<MStlBase>()> Builder(const py::array& vertices,
-                                                   const py::array& faces,
-                                                   const std::optional<py::array>& markable) {
+std::function<ArrayMesh()> Builder(const py::array& vertices, const py::array& faces,
+                                   const std::optional<py::array>& markable) {
     MeshArrays<Coordinate, Index> arrays{View<Coordinate>(vertices), View<Index>(faces), {}};
     if (markable)
         arrays.markable = View<std::uint8_t>(*markable);  // numpy bools are bytes
@@ -68,10 +67,9 @@ std::function<std::unique_ptr<MStlBase>()> Builder(const py::array& vertices,
 }
 
 template <class Coordinate>
-std::function<std::unique_ptr<MStlBase>()> Builder(const py::array& vertices,
-                                                   const py::array& faces,
-                                                   const std::optional<py::array>& markable,
-                                                   const std::string& facesName) {
+std::function<ArrayMesh()> Builder(const py::array& vertices, const py::array& faces,
+                                   const std::optional<py::array>& markable,
+                                   const std::string& facesName) {
     const bool isSigned = faces.dtype().kind() == 'i';
     switch (faces.dtype().itemsize()) {
         case 1:
@@ -132,7 +130,7 @@ NumpyMesh::NumpyMesh(const py::handle& vertices, const py::handle& faces,
                               DtypeText(m_vertices));
 }
 
-std::unique_ptr<MStlBase> NumpyMesh::Build() const {
+ArrayMesh NumpyMesh::Build() const {
     try {
         return m_build();
     } catch (const ArrayMeshError& error) {

@@ -23,6 +23,7 @@ const std::pair<const char*, const char*> kFieldToArgument[] = {
     {"region.brush.path", "region"},
     {"region.polygon", "region"},
     {"region.brush", "region"},
+    {"graph.", ""},
 };
 
 json ToJson(const py::handle& value, const std::string& name);
@@ -120,6 +121,10 @@ json RegionToJson(const PickArguments& arguments) {
 
 json SceneDocument(const PickArguments& arguments, const std::vector<py::object>& placements) {
     json scene = json::object();
+    const auto optional = [&](const char* name, const py::object& value) {
+        if (value && !value.is_none())
+            scene[name] = ToJson(value, name);
+    };
     scene["units_per_model_unit"] = ToJson(arguments.unitsPerModelUnit, "units_per_model_unit");
     json& meshes = scene["meshes"] = json::array();
     for (std::size_t i = 0; i < placements.size(); ++i) {
@@ -133,10 +138,13 @@ json SceneDocument(const PickArguments& arguments, const std::vector<py::object>
     if (!arguments.camera.is_none())
         scene["camera"] = ToJson(arguments.camera, "camera");
     scene["pixel_proportion"] = ToJson(arguments.pixelProportion, "pixel_proportion");
-    scene["depth_tolerance"] = ToJson(arguments.depthTolerance, "depth_tolerance");
-    scene["picker"] = ToJson(arguments.picker, "picker");
+    optional("depth_tolerance", arguments.depthTolerance);
+    optional("picker", arguments.picker);
     scene["mark_through"] = ToJson(arguments.markThrough, "mark_through");
     scene["back_face_culling"] = ToJson(arguments.backFaceCulling, "back_face_culling");
+    optional("lines_per_pixel", arguments.linesPerPixel);
+    optional("threads", arguments.threads);
+    optional("graph", arguments.graph);
     if (!arguments.clippingPlanes.is_none())
         scene["clipping_planes"] = ToJson(arguments.clippingPlanes, "clipping_planes");
     scene["region"] = RegionToJson(arguments);
@@ -148,17 +156,19 @@ std::string ArgumentMessage(std::string message) {
     const std::string prefix = std::string(kSource) + ": ";
     if (message.compare(0, prefix.size(), prefix) == 0)
         message.erase(0, prefix.size());
-    for (const auto& [field, argument] : kFieldToArgument) {
-        const std::string from = field;
-        if (message.compare(0, from.size(), from) == 0) {
-            message.replace(0, from.size(), argument);
-            break;
-        }
-    }
-    return message;
+    return ArgumentName(message);
 }
 
 }  // namespace
+
+std::string ArgumentName(const std::string& field) {
+    for (const auto& [path, argument] : kFieldToArgument) {
+        const std::string from = path;
+        if (field.compare(0, from.size(), from) == 0)
+            return argument + field.substr(from.size());
+    }
+    return field;
+}
 
 std::string MeshLabel(std::size_t index) {
     return "meshes[" + std::to_string(index) + "].";

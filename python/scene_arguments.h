@@ -9,11 +9,17 @@
 
 namespace velpick::python {
 
-/// The keyword arguments a pick takes besides the meshes, as Python passed them.
+/// The keyword arguments a pick takes besides the meshes, as Python passed them; None leaves a
+/// setting at the scene file's default.
 struct PickArguments {
     pybind11::object region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
-        picker, markThrough, backFaceCulling, clippingPlanes, brushRadius;
+        picker, markThrough, backFaceCulling, clippingPlanes, brushRadius, linesPerPixel, threads;
+    pybind11::object graph;  // None, or a dict of the scene's graph settings
 };
+
+/// The Python argument that a scene field path stands for: "region.brush.radius" is
+/// "brush_radius", "graph.thickness" is "thickness"; other paths name themselves.
+std::string ArgumentName(const std::string& field);
 
 /// How messages name the parts of mesh i of pick_meshes: "meshes[i].".
 std::string MeshLabel(std::size_t index);

@@ -2,6 +2,7 @@
 // validation, pickers and mesh building.
 
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -48,25 +49,40 @@ void MarkableToScene(const std::vector<NumpyMesh>& meshes, Scene& scene) {
     }
 }
 
+/// A pick's results with the input vertices of each mesh, to name merged vertices.
+struct BuiltPick {
+    PickResult result;
+    std::vector<std::vector<std::int32_t>> units;
+};
+
 // Builds the meshes and picks; makes no Python call, so it runs without the GIL.
-std::vector<std::vector<std::size_t>> BuildAndPick(const std::vector<NumpyMesh>& arrays,
-                                                   const Scene& scene, Picker& picker) {
+BuiltPick BuildAndPick(const std::vector<NumpyMesh>& arrays, const Scene& scene, Picker& picker) {
     const std::lock_guard<std::mutex> lock(g_pickMutex);
     VelSDK::Common::MInternalUnits::Set(scene.unitsPerModelUnit);
     std::vector<std::unique_ptr<MStlBase>> meshes;
-    for (const NumpyMesh& mesh : arrays)
-        meshes.push_back(mesh.Build());
-    const PickRequest request = MakePickRequest(scene, meshes);
-    PickResult result;
-    try {
-        result = picker.Pick(request);
-    } catch (const PickError& error) {
-        throw ArrayMeshError(error.Field() + ": " + error.what());
+    BuiltPick pick;
+    for (const NumpyMesh& mesh : arrays) {
+        ArrayMesh built = mesh.Build();
+        meshes.push_back(std::move(built.mesh));
+        pick.units.push_back(std::move(built.units));
     }
-    std::vector<std::vector<std::size_t>> marked;
-    for (MeshPick& mesh : result.meshes)
-        marked.push_back(std::move(mesh.triangles));
-    return marked;
+    pick.result = picker.Pick(MakePickRequest(scene, meshes));
+    return pick;
+}
+
+BuiltPick RunPick(const std::vector<NumpyMesh>& meshes, const std::vector<py::object>& placements,
+                  const PickArguments& arguments) {
+    Scene scene = ValidateScene(arguments, placements);
+    const std::unique_ptr<Picker> picker = PickerFor(scene);
+    MarkableToScene(meshes, scene);
+    try {
+        const py::gil_scoped_release release;
+        return BuildAndPick(meshes, scene, *picker);
+    } catch (const ArrayMeshError& error) {
+        throw py::value_error(error.what());
+    } catch (const PickError& error) {
+        throw py::value_error(ArgumentName(error.Field()) + ": " + error.what());
+    }
 }
 
 py::array_t<bool> FaceMask(std::size_t faceCount, const std::vector<std::size_t>& marked) {
@@ -78,47 +94,21 @@ py::array_t<bool> FaceMask(std::size_t faceCount, const std::vector<std::size_t>
     return mask;
 }
 
-void CheckScanlineSettings(const py::object& linesPerPixel, const py::object& threads) {
-    const bool positiveNumber =
-        (py::isinstance<py::float_>(linesPerPixel) || py::isinstance<py::int_>(linesPerPixel)) &&
-        !py::isinstance<py::bool_>(linesPerPixel) && std::isfinite(linesPerPixel.cast<double>()) &&
-        linesPerPixel.cast<double>() > 0.0;
-    if (!positiveNumber)
-        throw py::value_error("lines_per_pixel: expected a number > 0, got " +
-                              py::repr(linesPerPixel).cast<std::string>());
-    const bool positiveCount =
-        threads.is_none() || (py::isinstance<py::int_>(threads) &&
-                              !py::isinstance<py::bool_>(threads) && threads.cast<double>() >= 1);
-    if (!positiveCount)
-        throw py::value_error("threads: expected None or a whole number >= 1, got " +
-                              py::repr(threads).cast<std::string>());
-}
-
-std::vector<std::vector<std::size_t>> RunPick(const std::vector<NumpyMesh>& meshes,
-                                              const std::vector<py::object>& placements,
-                                              const PickArguments& arguments,
-                                              const py::object& linesPerPixel,
-                                              const py::object& threads) {
-    Scene scene = ValidateScene(arguments, placements);
-    CheckScanlineSettings(linesPerPixel, threads);
-    const std::unique_ptr<Picker> picker = PickerFor(scene);
-    MarkableToScene(meshes, scene);
-    try {
-        const py::gil_scoped_release release;
-        return BuildAndPick(meshes, scene, *picker);
-    } catch (const ArrayMeshError& error) {
-        throw py::value_error(error.what());
-    }
-}
-
-PickArguments Arguments(py::object region, py::object view, py::object camera,
-                        py::object pixelProportion, py::object depthTolerance,
-                        py::object unitsPerModelUnit, py::object picker, py::object markThrough,
-                        py::object backFaceCulling, py::object clippingPlanes,
-                        py::object brushRadius) {
-    return {
-        region, view,        camera,          pixelProportion, depthTolerance, unitsPerModelUnit,
-        picker, markThrough, backFaceCulling, clippingPlanes,  brushRadius};
+// The settings every pick function takes, in the order of their keyword arguments.
+PickArguments CommonArguments(py::object region, py::object view, py::object camera,
+                              py::object pixelProportion, py::object unitsPerModelUnit,
+                              py::object markThrough, py::object backFaceCulling,
+                              py::object clippingPlanes) {
+    PickArguments arguments;
+    arguments.region = std::move(region);
+    arguments.view = std::move(view);
+    arguments.camera = std::move(camera);
+    arguments.pixelProportion = std::move(pixelProportion);
+    arguments.unitsPerModelUnit = std::move(unitsPerModelUnit);
+    arguments.markThrough = std::move(markThrough);
+    arguments.backFaceCulling = std::move(backFaceCulling);
+    arguments.clippingPlanes = std::move(clippingPlanes);
+    return arguments;
 }
 
 py::array_t<bool> Pick(py::object vertices, py::object faces, py::object region, py::object view,
@@ -128,12 +118,16 @@ py::array_t<bool> Pick(py::object vertices, py::object faces, py::object region,
                        py::object brushRadius, py::object linesPerPixel, py::object threads) {
     std::vector<NumpyMesh> meshes;
     meshes.emplace_back(vertices, faces, markable, "");
-    const auto marked =
-        RunPick(meshes, {py::none()},
-                Arguments(region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
-                          picker, markThrough, backFaceCulling, clippingPlanes, brushRadius),
-                linesPerPixel, threads);
-    return FaceMask(meshes[0].FaceCount(), marked[0]);
+    PickArguments arguments =
+        CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
+                        backFaceCulling, clippingPlanes);
+    arguments.depthTolerance = depthTolerance;
+    arguments.picker = picker;
+    arguments.brushRadius = brushRadius;
+    arguments.linesPerPixel = linesPerPixel;
+    arguments.threads = threads;
+    const BuiltPick pick = RunPick(meshes, {py::none()}, arguments);
+    return FaceMask(meshes[0].FaceCount(), pick.result.meshes[0].triangles);
 }
 
 // (vertices, faces[, placement[, markable]]) of mesh i.
@@ -161,14 +155,18 @@ py::list PickMeshes(py::object meshEntries, py::object region, py::object view, 
     std::size_t i = 0;
     for (const py::handle entry : meshEntries)
         meshes.push_back(MeshEntry(entry, i++, placements));
-    const auto marked =
-        RunPick(meshes, placements,
-                Arguments(region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
-                          picker, markThrough, backFaceCulling, clippingPlanes, brushRadius),
-                linesPerPixel, threads);
+    PickArguments arguments =
+        CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
+                        backFaceCulling, clippingPlanes);
+    arguments.depthTolerance = depthTolerance;
+    arguments.picker = picker;
+    arguments.brushRadius = brushRadius;
+    arguments.linesPerPixel = linesPerPixel;
+    arguments.threads = threads;
+    const BuiltPick pick = RunPick(meshes, placements, arguments);
     py::list masks;
     for (std::size_t m = 0; m < meshes.size(); ++m)
-        masks.append(FaceMask(meshes[m].FaceCount(), marked[m]));
+        masks.append(FaceMask(meshes[m].FaceCount(), pick.result.meshes[m].triangles));
     return masks;
 }
 
@@ -182,7 +180,7 @@ std::size_t BuildOnly(py::object vertices, py::object faces, py::object unitsPer
         const py::gil_scoped_release release;
         const std::lock_guard<std::mutex> lock(g_pickMutex);
         VelSDK::Common::MInternalUnits::Set(units);
-        return mesh.Build()->GetNumberOfTriangles();
+        return mesh.Build().mesh->GetNumberOfTriangles();
     } catch (const ArrayMeshError& error) {
         throw py::value_error(error.what());
     }

@@ -184,8 +184,8 @@ BAD_ARGUMENTS = [
     ({"markable": np.ones(3, bool)}, "markable: expected shape (8,)"),
     ({"markable": np.ones(8, np.int8)}, "markable: expected a bool array"),
     ({"lines_per_pixel": 0}, "lines_per_pixel: expected a number > 0"),
-    ({"threads": 0}, "threads: expected None or a whole number >= 1"),
-    ({"threads": 1.5}, "threads: expected None or a whole number >= 1"),
+    ({"threads": 0}, "threads: expected between 1 and 4096 threads, got 0"),
+    ({"threads": 1.5}, "threads: expected a whole number of threads"),
 ]
 
 
