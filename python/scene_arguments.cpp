@@ -122,10 +122,10 @@ json RegionToJson(const PickArguments& arguments) {
 json SceneDocument(const PickArguments& arguments, const std::vector<py::object>& placements) {
     json scene = json::object();
     const auto optional = [&](const char* name, const py::object& value) {
-        if (value && !value.is_none())
+        if (!value.is_none())
             scene[name] = ToJson(value, name);
     };
-    scene["units_per_model_unit"] = ToJson(arguments.unitsPerModelUnit, "units_per_model_unit");
+    optional("units_per_model_unit", arguments.unitsPerModelUnit);
     json& meshes = scene["meshes"] = json::array();
     for (std::size_t i = 0; i < placements.size(); ++i) {
         json mesh = {{"file", "array"}};
@@ -135,18 +135,16 @@ json SceneDocument(const PickArguments& arguments, const std::vector<py::object>
     }
     if (!arguments.view.is_none())
         scene["view"] = MatrixToNumbers(arguments.view, "view");
-    if (!arguments.camera.is_none())
-        scene["camera"] = ToJson(arguments.camera, "camera");
-    scene["pixel_proportion"] = ToJson(arguments.pixelProportion, "pixel_proportion");
+    optional("camera", arguments.camera);
+    optional("pixel_proportion", arguments.pixelProportion);
     optional("depth_tolerance", arguments.depthTolerance);
     optional("picker", arguments.picker);
-    scene["mark_through"] = ToJson(arguments.markThrough, "mark_through");
-    scene["back_face_culling"] = ToJson(arguments.backFaceCulling, "back_face_culling");
+    optional("mark_through", arguments.markThrough);
+    optional("back_face_culling", arguments.backFaceCulling);
     optional("lines_per_pixel", arguments.linesPerPixel);
     optional("threads", arguments.threads);
     optional("graph", arguments.graph);
-    if (!arguments.clippingPlanes.is_none())
-        scene["clipping_planes"] = ToJson(arguments.clippingPlanes, "clipping_planes");
+    optional("clipping_planes", arguments.clippingPlanes);
     scene["region"] = RegionToJson(arguments);
     return scene;
 }

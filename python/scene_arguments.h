@@ -12,9 +12,13 @@ namespace velpick::python {
 /// The keyword arguments a pick takes besides the meshes, as Python passed them; None leaves a
 /// setting at the scene file's default.
 struct PickArguments {
-    pybind11::object region, view, camera, pixelProportion, depthTolerance, unitsPerModelUnit,
-        picker, markThrough, backFaceCulling, clippingPlanes, brushRadius, linesPerPixel, threads;
-    pybind11::object graph;  // None, or a dict of the scene's graph settings
+    pybind11::object region = pybind11::none(), view = pybind11::none(), camera = pybind11::none(),
+                     pixelProportion = pybind11::none(), depthTolerance = pybind11::none(),
+                     unitsPerModelUnit = pybind11::none(), picker = pybind11::none(),
+                     markThrough = pybind11::none(), backFaceCulling = pybind11::none(),
+                     clippingPlanes = pybind11::none(), brushRadius = pybind11::none(),
+                     linesPerPixel = pybind11::none(), threads = pybind11::none();
+    pybind11::object graph = pybind11::none();  // None, or a dict of the scene's graph settings
 };
 
 /// The Python argument that a scene field path stands for: "region.brush.radius" is

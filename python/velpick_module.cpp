@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -170,6 +172,52 @@ py::list PickMeshes(py::object meshEntries, py::object region, py::object view, 
     return masks;
 }
 
+// The marked edges of a graph pick as rows of input vertex indices, in the picker's order.
+py::array_t<std::int64_t> EdgeRows(const EdgePick& edges, const std::vector<std::int32_t>& units) {
+    const FirstVertexIndex vertexAt(units);
+    py::array_t<std::int64_t> rows(
+        std::vector<py::ssize_t>{static_cast<py::ssize_t>(edges.marked.size()), 2});
+    auto cells = rows.mutable_unchecked<2>();
+    for (std::size_t e = 0; e < edges.marked.size(); ++e) {
+        for (std::size_t end = 0; end < 2; ++end) {
+            // Every graph vertex is a mesh vertex, and every mesh vertex an input vertex.
+            const std::optional<std::size_t> vertex = vertexAt.Find(edges.marked[e][end]);
+            if (!vertex)
+                throw std::logic_error("a marked edge ends at no input vertex");
+            cells(static_cast<py::ssize_t>(e), static_cast<py::ssize_t>(end)) =
+                static_cast<std::int64_t>(*vertex);
+        }
+    }
+    return rows;
+}
+
+py::array_t<std::int64_t> PickEdges(py::object vertices, py::object faces, py::object region,
+                                    py::object view, py::object camera, py::object pixelProportion,
+                                    py::object unitsPerModelUnit, py::object markThrough,
+                                    py::object backFaceCulling, py::object clippingPlanes,
+                                    py::object sharpAngle, py::object thickness,
+                                    py::object markWholeCandidates, py::object linesPerPixel,
+                                    py::object threads) {
+    std::vector<NumpyMesh> meshes;
+    meshes.emplace_back(vertices, faces, py::none(), "");
+    PickArguments arguments =
+        CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
+                        backFaceCulling, clippingPlanes);
+    arguments.picker = py::str("graph");
+    arguments.linesPerPixel = linesPerPixel;
+    arguments.threads = threads;
+    py::dict graph;
+    graph["sharp_angle_deg"] = sharpAngle;
+    graph["thickness"] = thickness;
+    graph["mark_whole_candidates"] = markWholeCandidates;
+    arguments.graph = graph;
+    const BuiltPick pick = RunPick(meshes, {py::none()}, arguments);
+    const std::optional<EdgePick>& edges = pick.result.meshes[0].edges;
+    if (!edges)
+        return py::array_t<std::int64_t>(std::vector<py::ssize_t>{0, 2});
+    return EdgeRows(*edges, pick.units[0]);
+}
+
 // Builds the mesh pick() would build, for measuring the binding's own cost.
 std::size_t BuildOnly(py::object vertices, py::object faces, py::object unitsPerModelUnit) {
     const NumpyMesh mesh(vertices, faces, py::none(), "");
@@ -185,6 +233,15 @@ std::size_t BuildOnly(py::object vertices, py::object faces, py::object unitsPer
         throw py::value_error(error.what());
     }
 }
+
+constexpr const char* kPickEdgesDoc = R"(pick_edges(vertices, faces, region, *, view=None, ...)
+
+Runs the graph picker: builds the mesh's feature graph (edges whose faces meet at more than
+sharp_angle_deg degrees) and returns the graph edges under the polygon region as an int64 array
+(E, 2) of indices into vertices. Where several input vertices share a position (after rounding
+to internal units) an edge names the lowest of them. thickness (model units) widens edges into
+bars; mark_whole_candidates marks every edge that meets the region's pixel box. The other
+arguments mean what they mean for pick(); a brush is not accepted.)";
 
 constexpr const char* kModuleDoc = R"(Headless picking of mesh faces under a screen region.
 
@@ -247,6 +304,14 @@ PYBIND11_MODULE(velpick, module) {
                py::arg("mark_through") = false, py::arg("back_face_culling") = false,
                py::arg("clipping_planes") = py::none(), py::arg("brush_radius") = py::none(),
                py::arg("lines_per_pixel") = 5.0, py::arg("threads") = py::none());
+    module.def("pick_edges", &PickEdges, kPickEdgesDoc, py::arg("vertices"), py::arg("faces"),
+               py::arg("region"), py::kw_only(), py::arg("view") = py::none(),
+               py::arg("camera") = py::none(), py::arg("pixel_proportion") = 5.0,
+               py::arg("units_per_model_unit") = 1000.0, py::arg("mark_through") = false,
+               py::arg("back_face_culling") = false, py::arg("clipping_planes") = py::none(),
+               py::arg("sharp_angle_deg") = 30.0, py::arg("thickness") = 0.0,
+               py::arg("mark_whole_candidates") = false, py::arg("lines_per_pixel") = 5.0,
+               py::arg("threads") = py::none());
     module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
     module.def("_build_mesh", &BuildOnly,
                "Converts and builds the host mesh pick() would build and returns its triangle "
