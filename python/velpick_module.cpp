@@ -30,7 +30,12 @@ namespace py = pybind11;
 // read; picks from several Python threads therefore run one after another.
 std::mutex g_pickMutex;
 
-std::unique_ptr<Picker> PickerFor(const Scene& scene) {
+// The picker that marks edges; pick_edges runs it, the face picks refuse it.
+constexpr const char* kEdgePicker = "graph";
+
+std::unique_ptr<Picker> PickerFor(const Scene& scene, bool edges) {
+    if (scene.picker == kEdgePicker && !edges)
+        throw py::value_error("picker: the graph picker marks edges, not faces; use pick_edges");
     std::unique_ptr<Picker> picker = MakePicker(scene.picker);
     if (!picker) {
         std::string known;
@@ -73,9 +78,9 @@ BuiltPick BuildAndPick(const std::vector<NumpyMesh>& arrays, const Scene& scene,
 }
 
 BuiltPick RunPick(const std::vector<NumpyMesh>& meshes, const std::vector<py::object>& placements,
-                  const PickArguments& arguments) {
+                  const PickArguments& arguments, bool edges = false) {
     Scene scene = ValidateScene(arguments, placements);
-    const std::unique_ptr<Picker> picker = PickerFor(scene);
+    const std::unique_ptr<Picker> picker = PickerFor(scene, edges);
     MarkableToScene(meshes, scene);
     try {
         const py::gil_scoped_release release;
@@ -203,7 +208,7 @@ py::array_t<std::int64_t> PickEdges(py::object vertices, py::object faces, py::o
     PickArguments arguments =
         CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
                         backFaceCulling, clippingPlanes);
-    arguments.picker = py::str("graph");
+    arguments.picker = py::str(kEdgePicker);
     arguments.linesPerPixel = linesPerPixel;
     arguments.threads = threads;
     py::dict graph;
@@ -211,7 +216,7 @@ py::array_t<std::int64_t> PickEdges(py::object vertices, py::object faces, py::o
     graph["thickness"] = thickness;
     graph["mark_whole_candidates"] = markWholeCandidates;
     arguments.graph = graph;
-    const BuiltPick pick = RunPick(meshes, {py::none()}, arguments);
+    const BuiltPick pick = RunPick(meshes, {py::none()}, arguments, true);
     const std::optional<EdgePick>& edges = pick.result.meshes[0].edges;
     if (!edges)
         return py::array_t<std::int64_t>(std::vector<py::ssize_t>{0, 2});

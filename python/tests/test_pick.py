@@ -177,6 +177,7 @@ BAD_ARGUMENTS = [
     ({"units_per_model_unit": 0.0}, "units_per_model_unit: expected a number > 0"),
     ({"picker": "raytrace"}, 'picker: unknown picker "raytrace"'),
     ({"picker": 3}, "picker: expected a string"),
+    ({"picker": "graph"}, "picker: the graph picker marks edges, not faces; use pick_edges"),
     ({"mark_through": 1}, "mark_through: expected true or false"),
     ({"back_face_culling": "yes"}, "back_face_culling: expected true or false"),
     ({"clipping_planes": [[0, 0, 0, 1]]}, "clipping_planes[0]: the normal (a, b, c) is zero"),
