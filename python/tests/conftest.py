@@ -25,12 +25,10 @@ def grid(columns, rows, cell=1.0, origin=(0.0, 0.0), z=0.0):
         [origin[0] + cell * xs.ravel(), origin[1] + cell * ys.ravel(), np.full(xs.size, z)],
         axis=1,
     )
-    faces = []
-    for r in range(rows):
-        for c in range(columns):
-            a = r * (columns + 1) + c
-            faces += [[a, a + 1, a + columns + 2], [a, a + columns + 2, a + columns + 1]]
-    return vertices, np.array(faces, dtype=np.int64)
+    a = (np.arange(rows)[:, None] * (columns + 1) + np.arange(columns)[None, :]).ravel()
+    up = a + columns + 1  # the corner above a
+    faces = np.stack([a, a + 1, up + 1, a, up + 1, up], axis=1).reshape(-1, 3)
+    return vertices, faces.astype(np.int64)
 
 
 def top_view(scale=0.001):

@@ -1,6 +1,7 @@
 """velpick.pick and pick_meshes on their own: array layouts, types, errors and simple geometry."""
 
 import threading
+import time
 
 import numpy as np
 import pytest
@@ -135,6 +136,24 @@ def test_picks_from_several_threads_match_serial_picks(floor):
     for scale in scales:
         for mask in results[scale]:
             np.testing.assert_array_equal(mask, expected[scale])
+
+
+def test_the_gil_is_released_while_picking():
+    # While another thread picks a large mesh, this thread keeps running: the longest pause
+    # between its steps stays far below the pick's duration.
+    vertices, faces = grid(500, 500, cell=0.04, origin=(-10.0, -10.0))
+    picked = []
+    worker = threading.Thread(
+        target=lambda: picked.append(velpick.pick(vertices, faces, SQUARE, view=top_view())))
+    start = time.perf_counter()
+    last, longest_pause = start, 0.0
+    worker.start()
+    while worker.is_alive():
+        now = time.perf_counter()
+        longest_pause, last = max(longest_pause, now - last), now
+    duration = time.perf_counter() - start
+    assert picked and picked[0].any()
+    assert longest_pause < 0.5 * duration, (longest_pause, duration)
 
 
 V, F = grid(2, 2)
