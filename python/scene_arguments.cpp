@@ -77,7 +77,7 @@ json ToJson(const py::handle& value, const std::string& name) {
                           py::str(value.get_type().attr("__name__")).cast<std::string>());
 }
 
-// A (rows, columns) array of finite-or-not doubles as nested JSON arrays; `what` describes
+// A (rows, columns) array of numbers as nested JSON arrays; `what` describes
 // the expected shape in the message.
 json MatrixToJson(const py::handle& value, const std::string& name, py::ssize_t columns,
                   const char* what) {
