@@ -14,6 +14,10 @@ struct PickerEntry {
 constexpr PickerEntry kPickers[] = {
     {"zbuffer", "visible triangles from a depth buffer over the region's pixels (default)",
      &MakeZBufferPicker},
+    {"scanline", "visible triangles from parallel sample lines, lines_per_pixel per pixel row",
+     &MakeScanLinePicker},
+    {"graph", "feature edges (sharp and border edges) under a polygon; marks no triangle",
+     &MakeGraphPicker},
 };
 
 }  // namespace

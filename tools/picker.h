@@ -105,5 +105,7 @@ std::string DescribePickers();
 
 // One factory per picker file.
 std::unique_ptr<Picker> MakeZBufferPicker();
+std::unique_ptr<Picker> MakeScanLinePicker();
+std::unique_ptr<Picker> MakeGraphPicker();
 
 }  // namespace velpick
