@@ -6,11 +6,11 @@ SANITIZE_DIR  ?= build-sanitize
 JOBS          ?= $(shell nproc)
 PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
                  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev \
-                 libcli11-dev libpng-dev zlib1g-dev \
+                 libcli11-dev libpng-dev zlib1g-dev assimp-testmodels \
                  pybind11-dev python3-dev python3-numpy python3-pytest
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 
-.PHONY: all deps configure build demo python test test-sanitize bench format clean
+.PHONY: all deps configure build demo example python test test-sanitize bench format clean
 
 all: build
 
@@ -35,6 +35,12 @@ build: configure
 demo: build
 	$(BUILD_DIR)/tools/velpick --demo --image $(DEMO_IMAGE)
 	@echo "Picture of the pick: $(DEMO_IMAGE)"
+
+# A real mesh from Debian's assimp test models, cut by a clipping plane, through the graph picker.
+example: build
+	$(BUILD_DIR)/tools/velpick examples/spider_graph.json --image $(BUILD_DIR)/spider-graph.png \
+	  --output $(BUILD_DIR)/spider-graph.json
+	@echo "Marked feature edges: $(BUILD_DIR)/spider-graph.png and $(BUILD_DIR)/spider-graph.json"
 
 # The Python module velpick; use it with PYTHONPATH=$(BUILD_DIR)/python /usr/bin/python3.
 python: configure
