@@ -11,7 +11,7 @@ if "graph" not in velpick.pickers():
 UNITS = 1000.0
 CAMERA = {"eye": [30.0, -40.0, 50.0], "target": [0.0, 0.0, 0.0], "up": [0.0, 0.0, 1.0],
           "height": 30.0, "screen": [40.0, 30.0]}
-LASSO = [[8.0, 5.0], [30.0, 7.0], [28.0, 24.0], [12.0, 22.0]]
+LASSO = [[19.0, 4.0], [32.0, 6.0], [30.0, 26.0], [21.0, 24.0]]  # over part of the box
 
 
 def box(half=5.0, subdivisions=2):
