@@ -5,7 +5,7 @@ BUILD_DIR     ?= build
 SANITIZE_DIR  ?= build-sanitize
 JOBS          ?= $(shell nproc)
 PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
-                 libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev \
+                 libgtest-dev libbenchmark-dev nlohmann-json3-dev \
                  libcli11-dev libpng-dev zlib1g-dev assimp-testmodels \
                  pybind11-dev python3-dev python3-numpy python3-pytest
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
