@@ -13,7 +13,7 @@
 
 #include "mark_triangles.h"
 #include "stl_triangle.h"
-#include "visibility/line_decision.h"
+#include "visibility/chunk_sweep.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
 #include "visibility/sweep_events.h"
@@ -71,6 +71,15 @@ void MStlBaseOperatorVisibilityDetector::SetMarkableSurface(const MStlSurface& s
 namespace {
 
 using Triangle = MStlBaseOperatorVisibilityDetector::Triangle;
+using VelSDK::Math::point3d;
+
+bool LexicographicLess(const point3d& a, const point3d& b) {
+    if (a.x != b.x)
+        return a.x < b.x;
+    if (a.y != b.y)
+        return a.y < b.y;
+    return a.z < b.z;
+}
 
 // The sample lines split into chunks of about equal work, one chunk per task.
 struct Chunks {
@@ -151,41 +160,24 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
     return sets;
 }
 
-// A chunk's active pieces: insertion and removal by global index in constant time.
-class ActiveSet {
-  public:
-    // Forgets the previous chunk's pieces (touching only those) and starts from `initial`.
-    void Reset(std::size_t pieceCount, const std::vector<std::uint64_t>& initial) {
-        if (m_position.size() != pieceCount)
-            m_position.assign(pieceCount, kAbsent);
-        for (std::uint64_t index : m_pieces)
-            m_position[index] = kAbsent;
-        m_pieces.clear();
-        for (std::uint64_t index : initial)
-            Insert(index);
-    }
-    void Insert(std::uint64_t index) {
-        if (m_position[index] != kAbsent)
-            return;
-        m_position[index] = m_pieces.size();
-        m_pieces.push_back(index);
-    }
-    void Erase(std::uint64_t index) {
-        const std::size_t position = m_position[index];
-        if (position == kAbsent)
-            return;
-        m_pieces[position] = m_pieces.back();
-        m_position[m_pieces[position]] = position;
-        m_pieces.pop_back();
-        m_position[index] = kAbsent;
-    }
-    const std::vector<std::uint64_t>& Pieces() const { return m_pieces; }
-
-  private:
-    static constexpr std::size_t kAbsent = ~std::size_t(0);
-    std::vector<std::size_t> m_position;
-    std::vector<std::uint64_t> m_pieces;
-};
+// The sweep's view of every piece, built on the oneTBB scheduler.
+std::vector<SweepPiece> MakeSweepPieces(const std::vector<PieceRef>& refs) {
+    std::vector<SweepPiece> pieces(refs.size());
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, refs.size()),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              Triangle& t = *refs[i].piece;
+                              SweepPiece& piece = pieces[i];
+                              piece.corners[0] = t.p0;
+                              piece.corners[1] = t.p1;
+                              piece.corners[2] = t.p2;
+                              std::sort(piece.corners, piece.corners + 3, LexicographicLess);
+                              piece.piece = &t;
+                              piece.markable = t.markable;
+                          }
+                      });
+    return pieces;
+}
 
 // Sorts and de-duplicates when the list has grown well past its distinct entries.
 void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
@@ -244,26 +236,27 @@ void MStlBaseOperatorVisibilityDetector::Operate() {
     const std::size_t chunkCount = chunks.firstLine.size();
     chunkResults.resize(chunkCount);
 
-    tbb::enumerable_thread_specific<ActiveSet> activeSets;
+    const std::vector<SweepPiece> sweepPieces = MakeSweepPieces(refs);
+    tbb::enumerable_thread_specific<ChunkSweep> sweeps(
+        [&] { return ChunkSweep(sweepPieces, markThrough); });
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, chunkCount, 1),
                       [&](const tbb::blocked_range<std::size_t>& range) {
-                          ActiveSet& active = activeSets.local();
-                          LineDecision decision(refs, markThrough);
+                          ChunkSweep& sweep = sweeps.local();
                           for (std::size_t chunk = range.begin(); chunk != range.end(); ++chunk) {
                               std::vector<Triangle*>& found = chunkResults[chunk];
                               std::size_t compactSize = 0;
-                              active.Reset(refs.size(), initialSets[chunk]);
+                              sweep.Begin(initialSets[chunk]);
                               std::size_t line = chunks.firstLine[chunk];
                               for (std::size_t e = chunks.firstEvent[chunk];
                                    e < chunks.firstEvent[chunk + 1]; ++e) {
                                   const Point& event = events[e];
                                   if (event.kind == kPieceStart) {
-                                      active.Insert(event.index);
+                                      sweep.Insert(event.index);
                                   } else if (event.kind == kPieceEnd) {
-                                      active.Erase(event.index);
+                                      sweep.Erase(event.index);
                                   } else {
-                                      decision.Decide(event.y, active.Pieces(), regions.begin(line),
-                                                      regions.end(line), found);
+                                      sweep.Decide(event.y, regions.begin(line), regions.end(line),
+                                                   found);
                                       CompactWhenLarge(found, compactSize);
                                       ++line;
                                   }

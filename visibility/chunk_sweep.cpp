@@ -1,0 +1,253 @@
+#include "visibility/chunk_sweep.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "visibility/sweep_constants.h"
+
+using VelSDK::Math::point3d;
+
+namespace visibility {
+namespace {
+
+// Whether the edge a–b meets the line, its corners being da and db away from it (within
+// DBL_EPSILON counts as on it).
+bool Crosses(double da, double db) {
+    const bool bothAbove = da > kOnPlaneTolerance && db > kOnPlaneTolerance;
+    const bool bothBelow = da < -kOnPlaneTolerance && db < -kOnPlaneTolerance;
+    return !bothAbove && !bothBelow;
+}
+
+// Interpolated from the lexicographically smaller corner a. An edge lying on the line
+// (da = db) has no single crossing; its corner a stands for it.
+void CrossingPoint(const point3d& a, const point3d& b, double da, double db, double& x, double& z) {
+    if (da == db) {
+        x = a.x;
+        z = a.z;
+        return;
+    }
+    const double t = da / (da - db);
+    x = a.x + t * (b.x - a.x);
+    z = a.z + t * (b.z - a.z);
+}
+
+// x order of the sweep: by key, equal keys by global piece index.
+struct ByKeyThenPiece {
+    template <class Ordered>
+    bool operator()(const Ordered& a, const Ordered& b) const {
+        return a.x < b.x || (a.x == b.x && a.piece < b.piece);
+    }
+};
+
+}  // namespace
+
+void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
+    if (m_position.size() != m_pieces->size())
+        m_position.assign(m_pieces->size(), kAbsent);
+    for (std::uint64_t piece : m_active)
+        m_position[piece] = kAbsent;
+    m_active.clear();
+    m_fresh.clear();
+    m_byStart.clear();
+    m_byEnd.clear();
+    for (std::uint64_t piece : initial)
+        Insert(piece);
+}
+
+void ChunkSweep::Insert(std::uint64_t piece) {
+    if (m_position[piece] != kAbsent)
+        return;
+    m_position[piece] = static_cast<std::uint32_t>(m_active.size());
+    m_active.push_back(piece);
+    m_fresh.push_back(piece);
+}
+
+void ChunkSweep::Erase(std::uint64_t piece) {
+    const std::uint32_t position = m_position[piece];
+    if (position == kAbsent)
+        return;
+    const std::uint64_t moved = m_active.back();
+    m_active[position] = moved;
+    m_position[moved] = position;
+    m_active.pop_back();
+    m_position[piece] = kAbsent;
+}
+
+void ChunkSweep::Decide(double y, const Interval* first, const Interval* last,
+                        std::vector<Triangle*>& found) {
+    if (first == last || m_active.empty())
+        return;  // nothing can be seen on this line
+    CutActivePieces(y);
+    Reorder(m_byStart, true);
+    Reorder(m_byEnd, false);
+    m_fresh.clear();
+    Sweep(first, last, found);
+}
+
+void ChunkSweep::Cut(const SweepPiece& piece, double y, Segment& segment) {
+    const point3d* c = piece.corners;
+    const double d[3] = {c[0].y - y, c[1].y - y, c[2].y - y};
+    static constexpr int kEdges[3][2] = {{0, 1}, {1, 2}, {0, 2}};
+    bool any = false;
+    for (const auto& edge : kEdges) {
+        const int a = edge[0], b = edge[1];
+        if (!Crosses(d[a], d[b]))
+            continue;
+        double x, z;
+        CrossingPoint(c[a], c[b], d[a], d[b], x, z);
+        // The leftmost crossing starts the segment and the rightmost ends it; of crossings at
+        // equal x the first starts it and the last ends it.
+        if (!any) {
+            segment.x0 = segment.x1 = x;
+            segment.z0 = segment.z1 = z;
+            any = true;
+        } else if (x < segment.x0) {
+            segment.x0 = x;
+            segment.z0 = z;
+        } else if (x >= segment.x1) {
+            segment.x1 = x;
+            segment.z1 = z;
+        }
+    }
+    segment.valid = any && !std::isnan(segment.x0) && !std::isnan(segment.x1);
+}
+
+double ChunkSweep::DepthAt(const Segment& s, double x) {
+    if (s.x1 == s.x0)
+        return (s.z0 + s.z1) / 2.0;
+    return s.z0 + (s.z1 - s.z0) * ((x - s.x0) / (s.x1 - s.x0));
+}
+
+bool ChunkSweep::Nearer(const Segment& entering, const Segment& ahead) {
+    const double lo = std::max(entering.x0, ahead.x0);
+    const double hi = std::min(entering.x1, ahead.x1);
+    const double middle = (lo + hi) / 2.0;
+    return DepthAt(entering, middle) > DepthAt(ahead, middle);
+}
+
+void ChunkSweep::CutActivePieces(double y) {
+    m_segments.resize(m_active.size());
+    for (std::size_t position = 0; position < m_active.size(); ++position)
+        Cut((*m_pieces)[m_active[position]], y, m_segments[position]);
+}
+
+void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
+    const auto key = [&](std::uint32_t position) {
+        const Segment& s = m_segments[position];
+        return s.valid ? (byStart ? s.x0 : s.x1) : std::numeric_limits<double>::infinity();
+    };
+    // Refresh the keys of the pieces still active, in last line's order, and restore the
+    // order by insertion: segments move little from one line to the next.
+    std::size_t kept = 0;
+    for (const Ordered& entry : order) {
+        const std::uint32_t position = m_position[entry.piece];
+        if (position != kAbsent)
+            order[kept++] = {key(position), entry.piece};
+    }
+    order.resize(kept);
+    const ByKeyThenPiece less;
+    for (std::size_t i = 1; i < order.size(); ++i) {
+        const Ordered entry = order[i];
+        std::size_t j = i;
+        for (; j > 0 && less(entry, order[j - 1]); --j)
+            order[j] = order[j - 1];
+        order[j] = entry;
+    }
+    // Newly active pieces are sorted apart and merged in.
+    m_freshOrder.clear();
+    for (std::uint64_t piece : m_fresh) {
+        const std::uint32_t position = m_position[piece];
+        if (position != kAbsent)
+            m_freshOrder.push_back({key(position), piece});
+    }
+    if (m_freshOrder.empty())
+        return;
+    std::sort(m_freshOrder.begin(), m_freshOrder.end(), less);
+    const std::size_t old = order.size();
+    order.insert(order.end(), m_freshOrder.begin(), m_freshOrder.end());
+    std::inplace_merge(order.begin(), order.begin() + old, order.end(), less);
+}
+
+// The x sweep merges three streams, each already in x order: segment starts, segment ends and
+// the region's interval bounds. At equal x they are handled in the order starts, ends,
+// interval starts, interval ends; each run of equal x and kind forms one group.
+void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<Triangle*>& found) {
+    enum Kind { kSegmentStart, kSegmentEnd, kRegionStart, kRegionEnd };
+    constexpr double kNone = std::numeric_limits<double>::infinity();
+    const double regionEnd = (last - 1)->end;
+    const std::size_t regionEvents = 2 * static_cast<std::size_t>(last - first);
+    m_depthOrder.clear();
+    bool inside = false;
+    std::size_t s = 0, e = 0, r = 0;
+    // After the last interval closes nothing more can be seen; segments starting beyond it
+    // never matter.
+    while (r < regionEvents) {
+        const double startX =
+            s < m_byStart.size() && m_byStart[s].x <= regionEnd ? m_byStart[s].x : kNone;
+        const double endX = e < m_byEnd.size() ? m_byEnd[e].x : kNone;
+        const double regionX = r % 2 == 0 ? first[r / 2].start : first[r / 2].end;
+        Kind kind = r % 2 == 0 ? kRegionStart : kRegionEnd;
+        double x = regionX;
+        if (endX < x || (endX == x && kSegmentEnd < kind)) {
+            kind = kSegmentEnd;
+            x = endX;
+        }
+        if (startX < x || (startX == x && kSegmentStart < kind)) {
+            kind = kSegmentStart;
+            x = startX;
+        }
+        switch (kind) {
+            case kSegmentStart:
+                for (; s < m_byStart.size() && m_byStart[s].x == x; ++s)
+                    EnterSegment(m_position[m_byStart[s].piece], inside, found);
+                break;
+            case kSegmentEnd:
+                for (; e < m_byEnd.size() && m_byEnd[e].x == x; ++e) {
+                    const std::uint32_t slot = m_position[m_byEnd[e].piece];
+                    m_depthOrder.erase(std::find(m_depthOrder.begin(), m_depthOrder.end(), slot));
+                }
+                break;
+            case kRegionStart:
+                inside = true;
+                ++r;
+                if (m_markThrough) {
+                    for (std::uint32_t slot : m_depthOrder)
+                        Offer(slot, found);
+                } else if (!m_depthOrder.empty()) {
+                    Offer(m_depthOrder.front(), found);
+                }
+                break;
+            case kRegionEnd:
+                inside = false;
+                ++r;
+                break;
+        }
+        if (!m_markThrough && inside && !m_depthOrder.empty())
+            Offer(m_depthOrder.front(), found);
+    }
+}
+
+// A new segment joins the depth order at the back and moves ahead past every segment it is
+// nearer than, comparing each at the middle of their common x-range.
+void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found) {
+    m_depthOrder.push_back(slot);
+    if (m_markThrough) {
+        if (inside)
+            Offer(slot, found);
+        return;
+    }
+    for (std::size_t p = m_depthOrder.size() - 1;
+         p > 0 && Nearer(m_segments[slot], m_segments[m_depthOrder[p - 1]]); --p)
+        std::swap(m_depthOrder[p], m_depthOrder[p - 1]);
+}
+
+void ChunkSweep::Offer(std::uint32_t slot, std::vector<Triangle*>& found) {
+    const SweepPiece& piece = (*m_pieces)[m_active[slot]];
+    if (!piece.markable || piece.piece == m_lastOffered)
+        return;
+    m_lastOffered = piece.piece;
+    found.push_back(piece.piece);
+}
+
+}  // namespace visibility

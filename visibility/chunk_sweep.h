@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "point.h"
+#include "visibility/region_intervals.h"
+#include "visibility_detector.h"
+
+namespace visibility {
+
+/// What the sweep needs of one piece, by global index: its corners in lexicographic (x, y, z)
+/// order, so that two pieces sharing an edge cut it at exactly the same point, and where its
+/// mark goes.
+struct SweepPiece {
+    VelSDK::Math::point3d corners[3];
+    MStlBaseOperatorVisibilityDetector::Triangle* piece;
+    bool markable;
+};
+
+/// The sweep over one chunk of sample lines: the pieces active between lines, and the
+/// decision on each line of which markable pieces are seen inside the region.
+///
+/// One object serves many chunks in turn (Begin starts one); its working storage is reused
+/// from line to line and from chunk to chunk, and the marks found depend only on the lines and
+/// the active pieces, never on what the object did before.
+class ChunkSweep {
+  public:
+    using Triangle = MStlBaseOperatorVisibilityDetector::Triangle;
+
+    ChunkSweep(const std::vector<SweepPiece>& pieces, bool markThrough)
+        : m_pieces(&pieces), m_markThrough(markThrough) {}
+
+    /// Starts a chunk whose first line crosses the pieces `initial` (global indices).
+    void Begin(const std::vector<std::uint64_t>& initial);
+    /// A piece starts: it becomes active unless it already is.
+    void Insert(std::uint64_t piece);
+    /// A piece ends: it stops being active.
+    void Erase(std::uint64_t piece);
+
+    /// Decides the line at y: cuts every active piece into an x segment and appends to `found`
+    /// the markable pieces seen inside the region's intervals [first, last): the nearest one
+    /// (greatest z) everywhere, or with mark-through every one. A piece may be appended more
+    /// than once.
+    void Decide(double y, const Interval* first, const Interval* last,
+                std::vector<Triangle*>& found);
+
+  private:
+    static constexpr std::uint32_t kAbsent = ~std::uint32_t(0);
+
+    /// A piece's cut on the line, x0 ≤ x1; invalid when the cut has no x.
+    struct Segment {
+        double x0, z0, x1, z1;
+        bool valid;
+    };
+    /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut) and the
+    /// global index, which orders equal keys.
+    struct Ordered {
+        double x;
+        std::uint64_t piece;
+    };
+
+    static void Cut(const SweepPiece& piece, double y, Segment& segment);
+    static double DepthAt(const Segment& segment, double x);
+    static bool Nearer(const Segment& entering, const Segment& ahead);
+
+    void CutActivePieces(double y);
+    void Reorder(std::vector<Ordered>& order, bool byStart);
+    void Sweep(const Interval* first, const Interval* last, std::vector<Triangle*>& found);
+    void EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found);
+    void Offer(std::uint32_t slot, std::vector<Triangle*>& found);
+
+    const std::vector<SweepPiece>* m_pieces;
+    bool m_markThrough;
+    // Active pieces (global indices) and each piece's position among them.
+    std::vector<std::uint64_t> m_active;
+    std::vector<std::uint32_t> m_position;
+    // Pieces activated since the last decided line, not yet in the x orders.
+    std::vector<std::uint64_t> m_fresh;
+    // The active pieces by segment start and by segment end as of the last decided line: from
+    // one line to the next these orders barely change, so re-sorting them is cheap.
+    std::vector<Ordered> m_byStart, m_byEnd, m_freshOrder;
+    std::vector<Segment> m_segments;          // by active position
+    std::vector<std::uint32_t> m_depthOrder;  // active positions, front (greatest z) first
+    Triangle* m_lastOffered = nullptr;
+};
+
+}  // namespace visibility
