@@ -46,8 +46,10 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
     if (m_position.size() != m_pieces->size())
         m_position.assign(m_pieces->size(), kAbsent);
     for (std::uint64_t piece : m_active)
-        m_position[piece] = kAbsent;
+        if (piece != kFreeSlot)
+            m_position[piece] = kAbsent;
     m_active.clear();
+    m_freeSlots.clear();
     m_fresh.clear();
     m_byStart.clear();
     m_byEnd.clear();
@@ -58,25 +60,31 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
 void ChunkSweep::Insert(std::uint64_t piece) {
     if (m_position[piece] != kAbsent)
         return;
-    m_position[piece] = static_cast<std::uint32_t>(m_active.size());
-    m_active.push_back(piece);
-    m_fresh.push_back(piece);
+    std::uint32_t slot;
+    if (m_freeSlots.empty()) {
+        slot = static_cast<std::uint32_t>(m_active.size());
+        m_active.push_back(piece);
+    } else {
+        slot = m_freeSlots.back();
+        m_freeSlots.pop_back();
+        m_active[slot] = piece;
+    }
+    m_position[piece] = slot;
+    m_fresh.push_back({0.0, piece, slot});
 }
 
 void ChunkSweep::Erase(std::uint64_t piece) {
-    const std::uint32_t position = m_position[piece];
-    if (position == kAbsent)
+    const std::uint32_t slot = m_position[piece];
+    if (slot == kAbsent)
         return;
-    const std::uint64_t moved = m_active.back();
-    m_active[position] = moved;
-    m_position[moved] = position;
-    m_active.pop_back();
+    m_active[slot] = kFreeSlot;
+    m_freeSlots.push_back(slot);
     m_position[piece] = kAbsent;
 }
 
 void ChunkSweep::Decide(double y, const Interval* first, const Interval* last,
                         std::vector<Triangle*>& found) {
-    if (first == last || m_active.empty())
+    if (first == last || m_active.size() == m_freeSlots.size())
         return;  // nothing can be seen on this line
     CutActivePieces(y);
     Reorder(m_byStart, true);
@@ -128,23 +136,22 @@ bool ChunkSweep::Nearer(const Segment& entering, const Segment& ahead) {
 
 void ChunkSweep::CutActivePieces(double y) {
     m_segments.resize(m_active.size());
-    for (std::size_t position = 0; position < m_active.size(); ++position)
-        Cut((*m_pieces)[m_active[position]], y, m_segments[position]);
+    for (std::size_t slot = 0; slot < m_active.size(); ++slot)
+        if (m_active[slot] != kFreeSlot)
+            Cut((*m_pieces)[m_active[slot]], y, m_segments[slot]);
 }
 
 void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
-    const auto key = [&](std::uint32_t position) {
-        const Segment& s = m_segments[position];
+    const auto key = [&](std::uint32_t slot) {
+        const Segment& s = m_segments[slot];
         return s.valid ? (byStart ? s.x0 : s.x1) : std::numeric_limits<double>::infinity();
     };
     // Refresh the keys of the pieces still active, in last line's order, and restore the
     // order by insertion: segments move little from one line to the next.
     std::size_t kept = 0;
-    for (const Ordered& entry : order) {
-        const std::uint32_t position = m_position[entry.piece];
-        if (position != kAbsent)
-            order[kept++] = {key(position), entry.piece};
-    }
+    for (const Ordered& entry : order)
+        if (m_active[entry.slot] == entry.piece)
+            order[kept++] = {key(entry.slot), entry.piece, entry.slot};
     order.resize(kept);
     const ByKeyThenPiece less;
     for (std::size_t i = 1; i < order.size(); ++i) {
@@ -156,17 +163,16 @@ void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
     }
     // Newly active pieces are sorted apart and merged in.
     m_freshOrder.clear();
-    for (std::uint64_t piece : m_fresh) {
-        const std::uint32_t position = m_position[piece];
-        if (position != kAbsent)
-            m_freshOrder.push_back({key(position), piece});
-    }
+    for (const Ordered& entry : m_fresh)
+        if (m_active[entry.slot] == entry.piece)
+            m_freshOrder.push_back({key(entry.slot), entry.piece, entry.slot});
     if (m_freshOrder.empty())
         return;
     std::sort(m_freshOrder.begin(), m_freshOrder.end(), less);
-    const std::size_t old = order.size();
-    order.insert(order.end(), m_freshOrder.begin(), m_freshOrder.end());
-    std::inplace_merge(order.begin(), order.begin() + old, order.end(), less);
+    m_merged.resize(order.size() + m_freshOrder.size());
+    std::merge(order.begin(), order.end(), m_freshOrder.begin(), m_freshOrder.end(),
+               m_merged.begin(), less);
+    order.swap(m_merged);
 }
 
 // The x sweep merges three streams, each already in x order: segment starts, segment ends and
@@ -200,11 +206,11 @@ void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<
         switch (kind) {
             case kSegmentStart:
                 for (; s < m_byStart.size() && m_byStart[s].x == x; ++s)
-                    EnterSegment(m_position[m_byStart[s].piece], inside, found);
+                    EnterSegment(m_byStart[s].slot, inside, found);
                 break;
             case kSegmentEnd:
                 for (; e < m_byEnd.size() && m_byEnd[e].x == x; ++e) {
-                    const std::uint32_t slot = m_position[m_byEnd[e].piece];
+                    const std::uint32_t slot = m_byEnd[e].slot;
                     m_depthOrder.erase(std::find(m_depthOrder.begin(), m_depthOrder.end(), slot));
                 }
                 break;

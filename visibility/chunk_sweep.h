@@ -48,17 +48,20 @@ class ChunkSweep {
 
   private:
     static constexpr std::uint32_t kAbsent = ~std::uint32_t(0);
+    static constexpr std::uint64_t kFreeSlot = ~std::uint64_t(0);
 
     /// A piece's cut on the line, x0 ≤ x1; invalid when the cut has no x.
     struct Segment {
         double x0, z0, x1, z1;
         bool valid;
     };
-    /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut) and the
-    /// global index, which orders equal keys.
+    /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut), the global
+    /// index, which orders equal keys, and the piece's slot. An entry whose slot no longer
+    /// holds its piece is stale.
     struct Ordered {
         double x;
         std::uint64_t piece;
+        std::uint32_t slot;
     };
 
     static void Cut(const SweepPiece& piece, double y, Segment& segment);
@@ -73,16 +76,18 @@ class ChunkSweep {
 
     const std::vector<SweepPiece>* m_pieces;
     bool m_markThrough;
-    // Active pieces (global indices) and each piece's position among them.
+    // Active pieces (global indices) in slots that keep their place while the piece is active
+    // (kFreeSlot when empty), the free slots, and each piece's slot.
     std::vector<std::uint64_t> m_active;
+    std::vector<std::uint32_t> m_freeSlots;
     std::vector<std::uint32_t> m_position;
     // Pieces activated since the last decided line, not yet in the x orders.
-    std::vector<std::uint64_t> m_fresh;
+    std::vector<Ordered> m_fresh;
     // The active pieces by segment start and by segment end as of the last decided line: from
     // one line to the next these orders barely change, so re-sorting them is cheap.
-    std::vector<Ordered> m_byStart, m_byEnd, m_freshOrder;
-    std::vector<Segment> m_segments;          // by active position
-    std::vector<std::uint32_t> m_depthOrder;  // active positions, front (greatest z) first
+    std::vector<Ordered> m_byStart, m_byEnd, m_freshOrder, m_merged;
+    std::vector<Segment> m_segments;          // by slot
+    std::vector<std::uint32_t> m_depthOrder;  // slots, front (greatest z) first
     Triangle* m_lastOffered = nullptr;
 };
 

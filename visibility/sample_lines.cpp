@@ -19,8 +19,7 @@ void SortValues(std::vector<T>& values, Less less) {
         tbb::parallel_sort(values.begin(), values.end(), less);
 }
 
-template void SortValues(std::vector<Point>&, PointRangeComparator);
-template void SortValues(std::vector<Point>&, PointYComparator);
+template void SortValues(std::vector<Point>&, PointKeyComparator);
 template void SortValues(std::vector<double>&, std::less<double>);
 template void SortValues(std::vector<MStlBaseOperatorVisibilityDetector::Triangle*>&,
                          std::less<MStlBaseOperatorVisibilityDetector::Triangle*>);
@@ -33,8 +32,18 @@ void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& ev
         const double h = (ref.yMax - ref.yMin) * 0.01;
         const double lo = std::min(ref.yMin + h, ref.yMax);
         const double hi = std::max(ref.yMax - h, lo);
-        events.push_back({ref.yMin, lo, index, ref.mesh, kPieceStart});
-        events.push_back({ref.yMax, hi, index, ref.mesh, kPieceEnd});
+        events.push_back(Point::Make(lo, index, kPieceStart));
+        events.push_back(Point::Make(hi, index, kPieceEnd));
+    }
+}
+
+void AppendPieceYEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events) {
+    for (std::size_t index = 0; index < refs.size(); ++index) {
+        const PieceRef& ref = refs[index];
+        if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
+            continue;
+        events.push_back(Point::Make(ref.yMin, index, kPieceStart));
+        events.push_back(Point::Make(ref.yMax, index, kPieceEnd));
     }
 }
 
@@ -43,13 +52,13 @@ std::vector<double> StabbingLines(const std::vector<Point>& events, std::size_t 
     std::vector<bool> covered(pieceCount, false);
     std::vector<std::uint64_t> open;  // started, not yet covered
     for (const Point& event : events) {
-        if (event.kind == kPieceStart) {
-            open.push_back(event.index);
-        } else if (!covered[event.index]) {
+        if (event.Kind() == kPieceStart) {
+            open.push_back(event.Index());
+        } else if (!covered[event.Index()]) {
             for (std::uint64_t index : open)
                 covered[index] = true;
             open.clear();
-            lines.push_back(event.range);
+            lines.push_back(event.key);
         }
     }
     return lines;

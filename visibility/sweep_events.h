@@ -19,30 +19,32 @@ struct PieceRef {
 /// Event kinds; at equal keys ends come first, then sample lines, then starts.
 enum EventKind : std::uint8_t { kPieceEnd = 0, kSampleLine = 1, kPieceStart = 2 };
 
-constexpr std::uint64_t kNoIndex = ~std::uint64_t(0);
-
-/// One sweep event in y.
+/// One sweep event: a piece starting or ending, or a sample line, at `key`. The sweep sorts
+/// millions of these, so what an event concerns is packed into one word beside its key: the
+/// index (global piece index, or line index) times 4 plus the kind.
+///
+/// The choice of stabbing lines keys piece events by their shrunk y bounds (the range); the
+/// sweep over the lines keys them by their y bounds.
 struct Point {
-    double y;             // where the event happens
-    double range;         // the shrunk y bound of the piece; 0 for a sample line
-    std::uint64_t index;  // global piece index; kNoIndex for a sample line
-    std::uint64_t mesh;   // mesh index; kNoIndex for a sample line
-    std::uint8_t kind;    // EventKind
+    double key;
+    std::uint64_t code;
+
+    static Point Make(double key, std::uint64_t index, EventKind kind) {
+        return {key, index << 2 | kind};
+    }
+    EventKind Kind() const { return static_cast<EventKind>(code & 3); }
+    std::uint64_t Index() const { return code >> 2; }
 };
 
-/// Orders by shrunk bound: the order in which stabbing lines are chosen.
-struct PointRangeComparator {
+/// a before b when its key is smaller, or, with equal keys, its kind is: ends, then lines,
+/// then starts. Used both by range (PointRangeComparator) and by y (PointYComparator).
+struct PointKeyComparator {
     bool operator()(const Point& a, const Point& b) const {
-        return a.range < b.range || (a.range == b.range && a.kind < b.kind);
+        return a.key < b.key || (a.key == b.key && (a.code & 3) < (b.code & 3));
     }
 };
-
-/// Orders by y: the order of the sweep over the sample lines.
-struct PointYComparator {
-    bool operator()(const Point& a, const Point& b) const {
-        return a.y < b.y || (a.y == b.y && a.kind < b.kind);
-    }
-};
+using PointRangeComparator = PointKeyComparator;
+using PointYComparator = PointKeyComparator;
 
 /// Sorts with `less`, on the oneTBB scheduler from kParallelThreshold items on.
 template <class T, class Less>

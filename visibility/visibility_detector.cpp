@@ -89,6 +89,10 @@ struct Chunks {
 
 std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangles) {
     std::vector<PieceRef> refs;
+    std::size_t count = 0;
+    for (const std::vector<Triangle>& meshPieces : triangles)
+        count += meshPieces.size();
+    refs.reserve(count);
     for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
         for (Triangle& piece : triangles[mesh]) {
             const auto [lo, hi] = std::minmax({piece.p0.y, piece.p1.y, piece.p2.y});
@@ -104,9 +108,9 @@ std::vector<std::int32_t> ActiveCounts(const std::vector<Point>& events, std::si
     counts.reserve(lineCount);
     std::int32_t active = 0;
     for (const Point& event : events) {
-        if (event.kind == kSampleLine)
+        if (event.Kind() == kSampleLine)
             counts.push_back(active);
-        else if (event.kind == kPieceEnd)
+        else if (event.Kind() == kPieceEnd)
             --active;
         else
             ++active;
@@ -134,7 +138,7 @@ Chunks SplitIntoChunks(const std::vector<Point>& events, const std::vector<doubl
     }
     for (std::size_t line : chunks.firstLine) {
         // The line's own event: ends at its y are already behind it.
-        const Point probe{lines[line], 0.0, kNoIndex, kNoIndex, kSampleLine};
+        const Point probe = Point::Make(lines[line], line, kSampleLine);
         chunks.firstEvent.push_back(static_cast<std::size_t>(
             std::lower_bound(events.begin(), events.end(), probe, PointYComparator()) -
             events.begin()));
@@ -179,6 +183,15 @@ std::vector<SweepPiece> MakeSweepPieces(const std::vector<PieceRef>& refs) {
     return pieces;
 }
 
+// Greedy stabbing lines over the pieces' shrunk ranges.
+std::vector<double> ChooseStabbingLines(const std::vector<PieceRef>& refs) {
+    std::vector<Point> events;
+    events.reserve(2 * refs.size());
+    AppendPieceEvents(refs, events);
+    SortValues(events, PointRangeComparator());
+    return StabbingLines(events, refs.size());
+}
+
 // Sorts and de-duplicates when the list has grown well past its distinct entries.
 void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
     if (found.size() < 2 * compactSize + 1024)
@@ -186,6 +199,29 @@ void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
     compactSize = found.size();
+}
+
+// Walks the chunk's events [begin, end): pieces enter and leave the active set, and each
+// sample line is decided with that line's region intervals.
+void SweepChunk(ChunkSweep& sweep, const std::vector<Point>& events, std::size_t begin,
+                std::size_t end, const RegionIntervals& regions, std::vector<Triangle*>& found) {
+    std::size_t compactSize = 0;
+    for (std::size_t e = begin; e < end; ++e) {
+        const Point& event = events[e];
+        switch (event.Kind()) {
+            case kPieceStart:
+                sweep.Insert(event.Index());
+                break;
+            case kPieceEnd:
+                sweep.Erase(event.Index());
+                break;
+            case kSampleLine:
+                sweep.Decide(event.key, regions.begin(event.Index()), regions.end(event.Index()),
+                             found);
+                CompactWhenLarge(found, compactSize);
+                break;
+        }
+    }
 }
 
 }  // namespace
@@ -215,19 +251,18 @@ void MStlBaseOperatorVisibilityDetector::Operate() {
     _TransformModel();
 
     const std::vector<PieceRef> refs = MakePieceRefs(triangles);
-    std::vector<Point> events;
-    events.reserve(2 * refs.size());
-    AppendPieceEvents(refs, events);
-    SortValues(events, PointRangeComparator());
-    std::vector<double> lines = StabbingLines(events, refs.size());
+    std::vector<double> lines = ChooseStabbingLines(refs);
     if (lines.empty())
         return;
     CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
 
     const RegionIntervals regions =
         brush ? BrushIntervals(runPath, brushRadius, lines) : PolygonIntervals(runPath, lines);
-    for (double y : lines)
-        events.push_back({y, 0.0, kNoIndex, kNoIndex, kSampleLine});
+    std::vector<Point> events;
+    events.reserve(2 * refs.size() + lines.size());
+    AppendPieceYEvents(refs, events);
+    for (std::size_t line = 0; line < lines.size(); ++line)
+        events.push_back(Point::Make(lines[line], line, kSampleLine));
     SortValues(events, PointYComparator());
 
     const Chunks chunks = SplitIntoChunks(events, lines);
@@ -243,24 +278,10 @@ void MStlBaseOperatorVisibilityDetector::Operate() {
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           ChunkSweep& sweep = sweeps.local();
                           for (std::size_t chunk = range.begin(); chunk != range.end(); ++chunk) {
-                              std::vector<Triangle*>& found = chunkResults[chunk];
-                              std::size_t compactSize = 0;
                               sweep.Begin(initialSets[chunk]);
-                              std::size_t line = chunks.firstLine[chunk];
-                              for (std::size_t e = chunks.firstEvent[chunk];
-                                   e < chunks.firstEvent[chunk + 1]; ++e) {
-                                  const Point& event = events[e];
-                                  if (event.kind == kPieceStart) {
-                                      sweep.Insert(event.index);
-                                  } else if (event.kind == kPieceEnd) {
-                                      sweep.Erase(event.index);
-                                  } else {
-                                      sweep.Decide(event.y, regions.begin(line), regions.end(line),
-                                                   found);
-                                      CompactWhenLarge(found, compactSize);
-                                      ++line;
-                                  }
-                              }
+                              SweepChunk(sweep, events, chunks.firstEvent[chunk],
+                                         chunks.firstEvent[chunk + 1], regions,
+                                         chunkResults[chunk]);
                           }
                       });
 
