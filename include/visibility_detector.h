@@ -36,11 +36,18 @@ class MStlMarkTrianglesByMasks;
 /// - x sweep of a line: events at equal x are handled in the order segment starts, segment
 ///   ends, region-interval starts, region-interval ends, and within one kind by ascending piece
 ///   index (pieces counted over all meshes in registration order), so pieces entering at one x
-///   are inserted into the depth order in that order. A segment's depth at x is
-///   z0 + (z1 − z0)·((x − x0)/(x1 − x0)). A triangle edge is cut from its lexicographically
-///   smaller corner a towards b at t = d_a/(d_a − d_b); an edge lying on the line
-///   (d_a = d_b) gives corner a. The segment runs from the leftmost to the rightmost cut, the
-///   first in edge order (c0c1, c1c2, c0c2) winning ties.
+///   are inserted into the depth order in that order. Two segments are compared at
+///   m = (lo + hi)/2 of their common x-range [lo, hi], a segment's depth there being
+///   z0 + (z1 − z0)·((m − x0)/(x1 − x0)), or (z0 + z1)/2 when x0 = x1.
+/// - Cutting a piece on a line: its corners are taken in lexicographic (x, y, z) order c0, c1,
+///   c2 and its edges in the order c0c1, c1c2, c0c2; an edge is cut from its smaller corner a
+///   towards b at t = d_a/(d_a − d_b) (an edge lying on the line, d_a = d_b, gives corner a).
+///   The segment starts at the leftmost cut (the first one found, at equal x) and ends at the
+///   rightmost (the last one found, at equal x).
+/// - Containers: a chunk keeps its active pieces in stable slots with an index of each piece's
+///   slot, and its x orders from line to line; its results are a vector that may repeat a
+///   piece. Only the merged, sorted and de-duplicated list of pieces is marked, so the marks
+///   equal those of the ordered sets the algorithm names, whatever the number of threads.
 /// - A clipping plane with a zero normal is carried into model space with the origin as its
 ///   foot point; it then keeps everything.
 /// - The in-plane rotation turns about the origin, and is applied to a working copy of the
@@ -142,8 +149,8 @@ class MStlBaseOperatorVisibilityDetector {
     bool markFlippedTriangles = false;
     bool checkSurfaceVisibility = true;
     bool markThrough = false;
-    /// Per chunk of sample lines, the visible markable pieces it found, each once; emptied
-    /// (capacity kept) after every run.
+    /// Per chunk of sample lines, the visible markable pieces it found (a piece may be listed
+    /// more than once; the merge keeps one of each); emptied, capacity kept, after every run.
     std::vector<std::vector<Triangle*>> chunkResults;
     /// The path of the current run, rotated with the screen plane.
     std::vector<VelSDK::Math::point2d> runPath;
