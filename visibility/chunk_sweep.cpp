@@ -53,6 +53,7 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
     m_fresh.clear();
     m_byStart.clear();
     m_byEnd.clear();
+    m_lastOffered = nullptr;
     for (std::uint64_t piece : initial)
         Insert(piece);
 }
