@@ -265,17 +265,19 @@ vertices: float32 or float64 array (N, 3), model units. faces: integer array (M,
 into vertices. Arrays are read in place whatever their memory order; only the conversion to
 internal units copies them.
 region: (K, 2) array in screen units: a polygon (K >= 3, closed implicitly), or with
-brush_radius (a whole number of screen units) the path of a brush stroke (K >= 1).
+brush_radius (screen units; a whole number for "zbuffer") the path of a brush stroke (K >= 1).
 view: 4x4 affine matrix from scene internal units to screen units (x, y on the screen, z depth,
 larger nearer), or camera: a dict {"eye", "target", "up": [x, y, z] in model units, "height":
 model units across the screen's height, "screen": [width, height] in screen units}; exactly one.
 pixel_proportion: pixels per screen unit. depth_tolerance: model units; a face within it of the
 front surface counts as visible. units_per_model_unit: internal units per model unit.
-picker: the picking algorithm by name (velpick's registry). mark_through: mark hidden faces too.
+picker: "zbuffer" (a depth buffer over the region's pixels) or "scanline" (a parallel
+scan-line sweep); pickers() lists them. mark_through: mark hidden faces too.
 back_face_culling: never mark faces turned away. clipping_planes: (P, 4) planes (a, b, c, d) in
 scene internal units; the kept side is a x + b y + c z + d >= 0.
 markable: None, or a bool array (M,): only those faces may be marked; the others still hide
-what is behind them. lines_per_pixel, threads: settings of the scan-line picker.
+what is behind them. lines_per_pixel (sample lines per pixel) and threads (None: all cores):
+settings of the scan-line picker.
 
 Raises ValueError naming the argument for any bad input, with velpick's scene-file messages.
 The GIL is released while the mesh is built and picked.)";

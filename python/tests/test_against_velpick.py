@@ -110,3 +110,18 @@ def test_markable_faces_match_markable_surfaces(tmp_path, picker):
     np.testing.assert_array_equal(masks[0], expected[0])
     np.testing.assert_array_equal(masks[1], expected[1])
     assert not masks[0][~markable].any()
+
+
+@pytest.mark.skipif("scanline" not in PICKERS, reason="the scan-line picker is not built in")
+def test_scanline_brush_of_fractional_radius_matches_velpick(tmp_path):
+    write_ply(tmp_path / "soup.ply", soup_v, soup_f)
+    stroke = [[6.0, 6.0], [20.0, 20.0], [34.0, 8.0]]
+    settings = {"camera": tilted_camera(), "picker": "scanline", "brush_radius": 2.5}
+    expected = cli_masks(run_velpick(tmp_path, scene_json(["soup.ply"], stroke, **settings)))[0]
+
+    mask = velpick.pick(soup_v, soup_f, stroke, **settings)
+
+    np.testing.assert_array_equal(mask, expected)
+    assert mask.any()
+    with pytest.raises(ValueError, match="^brush_radius: expected a whole number"):
+        velpick.pick(soup_v, soup_f, stroke, **dict(settings, picker="zbuffer"))
