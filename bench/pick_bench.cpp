@@ -73,7 +73,7 @@ BENCHMARK_CAPTURE(BM_Pick, planes, kPlanes)->VELPICK_TORUS_SIZES;
 BENCHMARK_CAPTURE(BM_Pick, culling, kCulling)->VELPICK_TORUS_SIZES;
 BENCHMARK_CAPTURE(BM_Pick, brush, kBrush)->VELPICK_TORUS_SIZES;
 BENCHMARK(BM_Load)->Name("Mesh/load")->VELPICK_TORUS_SIZES;
-BENCHMARK(BM_Destroy)->Name("Mesh/destroy")->VELPICK_TORUS_SIZES;
+BENCHMARK(BM_Destroy)->Name("Mesh/destroy")->VELPICK_TORUS_SIZES->Iterations(8);
 BENCHMARK(BM_MeshBytes)
     ->Name("Mesh/bytes")
     ->Arg(1000000)

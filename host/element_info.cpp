@@ -17,7 +17,8 @@ void MStlBaseElementInfo::SetEdgeThickness(const MStlGraphEdge& edge,
 
 MStlBaseElementInfoStlDependency* MStlBaseElementInfoStlDependency::GetDependency(
     const MStlBase* stl, bool create) {
-    if (!stl) return nullptr;
+    if (!stl)
+        return nullptr;
     // The information belongs to the mesh but is not part of its geometry, so a const mesh
     // may still be given one.
     auto& info = const_cast<MStlBase*>(stl)->_ElementInfo();

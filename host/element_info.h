@@ -15,20 +15,20 @@ struct MStlGraphEdgeThickness {
 
 /// Optional per-mesh element information: the thickness of every graph edge, (0, 0) unless set.
 class MStlBaseElementInfo {
-public:
+  public:
     explicit MStlBaseElementInfo(MStlBase& stl);
     virtual ~MStlBaseElementInfo() = default;
 
     const MStlGraphEdgeThickness& GetEdgeThickness(const MStlGraphEdge& edge) const;
     void SetEdgeThickness(const MStlGraphEdge& edge, const MStlGraphEdgeThickness& thickness);
 
-private:
+  private:
     MDataMask<MStlGraphEdge, MStlGraphEdgeThickness> m_edgeThickness;
 };
 
 /// The element information that hangs off a mesh, one per mesh at most.
 class MStlBaseElementInfoStlDependency : public MStlBaseElementInfo {
-public:
+  public:
     using MStlBaseElementInfo::MStlBaseElementInfo;
 
     /// The element information of `stl`. When it has none: null, or, with `create` true, a

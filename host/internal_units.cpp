@@ -9,7 +9,9 @@ namespace {
 std::atomic<double> unitsPerModelUnit{1000.0};
 }
 
-double MInternalUnits::Get() { return unitsPerModelUnit.load(std::memory_order_relaxed); }
+double MInternalUnits::Get() {
+    return unitsPerModelUnit.load(std::memory_order_relaxed);
+}
 
 void MInternalUnits::Set(double value) {
     if (!std::isfinite(value) || value <= 0.0)

@@ -7,7 +7,7 @@ namespace VelSDK::Common {
 /// (micrometres for millimetre models). The scale is process-wide host state, set by the host
 /// application before it builds meshes; the picking library only reads it.
 class MInternalUnits {
-public:
+  public:
     static double Get();
     /// Throws std::invalid_argument unless unitsPerModelUnit is finite and positive.
     static void Set(double unitsPerModelUnit);

@@ -7,10 +7,18 @@ using VelSDK::Math::point2d;
 
 namespace {
 
-double cross(const point2d& a, const point2d& b) { return a.x * b.y - a.y * b.x; }
-point2d minus(const point2d& a, const point2d& b) { return {a.x - b.x, a.y - b.y}; }
-double dot(const point2d& a, const point2d& b) { return a.x * b.x + a.y * b.y; }
-int sign(double v) { return (v > 0.0) - (v < 0.0); }
+double cross(const point2d& a, const point2d& b) {
+    return a.x * b.y - a.y * b.x;
+}
+point2d minus(const point2d& a, const point2d& b) {
+    return {a.x - b.x, a.y - b.y};
+}
+double dot(const point2d& a, const point2d& b) {
+    return a.x * b.x + a.y * b.y;
+}
+int sign(double v) {
+    return (v > 0.0) - (v < 0.0);
+}
 
 point2d lerp(const point2d& a, const point2d& b, double t) {
     return {a.x + t * (b.x - a.x), a.y + t * (b.y - a.y)};
@@ -20,7 +28,8 @@ point2d lerp(const point2d& a, const point2d& b, double t) {
 point2d closestOnSegment(const point2d& p, const point2d& a, const point2d& b) {
     const point2d d = minus(b, a);
     const double lengthSq = dot(d, d);
-    if (lengthSq == 0.0) return a;
+    if (lengthSq == 0.0)
+        return a;
     return lerp(a, b, std::clamp(dot(minus(p, a), d) / lengthSq, 0.0, 1.0));
 }
 
@@ -32,14 +41,17 @@ bool collinearOverlap(const point2d& a, const point2d& b, const point2d& c, cons
     if (lengthSq == 0.0) {  // [a, b] is a point lying on the line of [c, d]
         const point2d cd = minus(d, c);
         const double t = dot(cd, cd) == 0.0 ? 0.0 : dot(minus(a, c), cd) / dot(cd, cd);
-        if ((cd.x != 0.0 || cd.y != 0.0 || a != c) && (t < 0.0 || t > 1.0)) return false;
+        if ((cd.x != 0.0 || cd.y != 0.0 || a != c) && (t < 0.0 || t > 1.0))
+            return false;
         out = a;
         return true;
     }
     double t0 = dot(minus(c, a), ab) / lengthSq, t1 = dot(minus(d, a), ab) / lengthSq;
-    if (t0 > t1) std::swap(t0, t1);
+    if (t0 > t1)
+        std::swap(t0, t1);
     const double start = std::max(t0, 0.0), end = std::min(t1, 1.0);
-    if (start > end) return false;
+    if (start > end)
+        return false;
     out = lerp(a, b, start);
     return true;
 }
@@ -57,7 +69,8 @@ bool MMLine2D::GetIntersectionSegmentSegment(point2d& out, const MMLine2D& other
     const int sideB = sign(cross(minus(d, c), minus(b, c)));
 
     if (sideC == 0 && sideD == 0 && sideA == 0 && sideB == 0) {
-        if (collinearOverlap(a, b, c, d, out)) return true;
+        if (collinearOverlap(a, b, c, d, out))
+            return true;
     } else if (sideC * sideD <= 0 && sideA * sideB <= 0) {
         const double denominator = cross(minus(b, a), minus(d, c));
         if (denominator != 0.0) {
@@ -81,7 +94,8 @@ bool MMLine2D::GetIntersectionSegmentSegment(point2d& out, const MMLine2D& other
             best = i;
         }
     }
-    if (!(bestDistance <= tolerance)) return false;
+    if (!(bestDistance <= tolerance))
+        return false;
     out = lerp(candidates[best][0], candidates[best][1], 0.5);
     return true;
 }

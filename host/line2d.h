@@ -4,7 +4,7 @@
 
 /// A 2D line through two points, also read as the segment between them.
 class MMLine2D {
-public:
+  public:
     MMLine2D(const VelSDK::Math::point2d& from, const VelSDK::Math::point2d& to);
 
     const VelSDK::Math::point2d& From() const { return m_from; }
@@ -18,6 +18,6 @@ public:
     bool GetIntersectionSegmentSegment(VelSDK::Math::point2d& out, const MMLine2D& other,
                                        double tolerance) const;
 
-private:
+  private:
     VelSDK::Math::point2d m_from, m_to;
 };

@@ -3,32 +3,35 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "element_store.h"
 #include "stl_base_masks.h"
 #include "stl_graph.h"
 #include "stl_iterators.h"
 #include "stl_point.h"
 #include "stl_surface.h"
 #include "stl_triangle.h"
+#include "vector_math.h"
 
 class MStlBaseElementInfoStlDependency;
 
-using MStlIteratorStlPoint = MStlSequenceIterator<std::deque<MStlPoint>, MStlPoint>;
-using MStlIteratorStlTriangle = MStlSequenceIterator<std::deque<MStlTriangle>, MStlTriangle>;
+using MStlIteratorStlPoint = MStlStoreIterator<MStlPoint>;
+using MStlIteratorStlTriangle = MStlStoreIterator<MStlTriangle>;
 
 /// A triangle mesh: vertices shared between triangles, triangles in creation order, a tree of
 /// surfaces, feature graphs, and the registry that keeps masks in step with all of them.
 ///
 /// Elements never move once created, so pointers to them stay valid for the mesh's life.
-/// Element i of a kind (in creation order) has mask index i.
+/// Element i of a kind (in creation order) has mask index i. Vertices and triangles are kept in
+/// large chunks (see MStlElementStore): releasing a mesh frees the chunks, not each element.
+/// Fewer than 2^32 vertices and 2^32 triangles fit in one mesh.
 class MStlBase {
-public:
+  public:
     MStlBase();
     ~MStlBase();
     MStlBase(const MStlBase&) = delete;
@@ -42,22 +45,38 @@ public:
 
     /// The vertex at these coordinates, created when the mesh has none there yet.
     MStlPoint* FindOrAddPoint(std::int32_t x, std::int32_t y, std::int32_t z);
-    /// The vertex at these coordinates, or null.
+    /// The vertex at these coordinates, or null. Safe to call from several threads at once
+    /// while nothing is added to the mesh.
     MStlPoint* FindPoint(std::int32_t x, std::int32_t y, std::int32_t z) const;
+    /// A new vertex for a caller that has already merged equal coordinates (an importer): the
+    /// mesh must not hold a vertex at these coordinates yet. Cheaper than FindOrAddPoint,
+    /// whose coordinate index is brought up to date only when next needed.
+    MStlPoint* AddDistinctPoint(std::int32_t x, std::int32_t y, std::int32_t z);
+    /// Room for this many vertices and triangles in all.
+    void Reserve(std::size_t points, std::size_t triangles);
 
-    std::size_t GetNumberOfPoints() const { return m_points.size(); }
-    std::size_t GetNumberOfTriangles() const { return m_triangles.size(); }
+    std::size_t GetNumberOfPoints() const { return m_points.Size(); }
+    std::size_t GetNumberOfTriangles() const { return m_triangles.Size(); }
     std::size_t GetNumberOfGraphEdges() const { return m_graphEdgeCount; }
+    /// Vertex i in creation order (its mask index is i).
+    MStlPoint& GetPoint(std::size_t i) const { return m_points[i]; }
     /// Triangle i in creation order.
     MStlTriangle& GetTriangle(std::size_t i) { return m_triangles[i]; }
     const MStlTriangle& GetTriangle(std::size_t i) const { return m_triangles[i]; }
+    /// Triangle i from a const mesh, for walks that hand out triangles to mark.
+    MStlTriangle& _Triangle(std::size_t i) const { return m_triangles[i]; }
+
+    /// The unit normals of all triangles, in triangle order, each equal to that triangle's
+    /// GetNormal(). Computed on first request and kept; triangles added later are computed on
+    /// the next request. The array stays valid while the returned pointer is held.
+    std::shared_ptr<const std::vector<VelSDK::Math::point3d>> GetTriangleNormals() const;
 
     MStlBaseMasks& GetMasks() { return m_masks; }
 
-    MStlIteratorStlPoint BeginPoint() { return {m_points.begin(), m_points.end()}; }
-    MStlIteratorStlTriangle BeginTriangle() { return {m_triangles.begin(), m_triangles.end()}; }
-    MStlRange<MStlIteratorStlPoint> Vertices() { return {BeginPoint()}; }
-    MStlRange<MStlIteratorStlTriangle> Triangles() { return {BeginTriangle()}; }
+    MStlIteratorStlPoint BeginPoint() const { return MStlIteratorStlPoint(m_points); }
+    MStlIteratorStlTriangle BeginTriangle() const { return MStlIteratorStlTriangle(m_triangles); }
+    MStlRange<MStlIteratorStlPoint> Vertices() const { return {BeginPoint()}; }
+    MStlRange<MStlIteratorStlTriangle> Triangles() const { return {BeginTriangle()}; }
     /// Every surface, sub-surfaces included, depth first.
     MStlRange<MStlIteratorFeatureSurface> Surfaces() const {
         return {MStlIteratorFeatureSurface::Begin(this)};
@@ -65,8 +84,14 @@ public:
     const std::vector<std::unique_ptr<MStlSurface>>& GetTopSurfaces() const { return m_surfaces; }
     const std::vector<std::unique_ptr<MStlGraph>>& GetGraphs() const { return m_graphs; }
 
+    /// The vertex and triangle stores, for callers that walk them chunk by chunk.
+    const MStlElementStore<MStlPoint>& _Points() const { return m_points; }
+    const MStlElementStore<MStlTriangle>& _Triangles() const { return m_triangles; }
+
     // Called by surfaces and graphs as they grow.
-    MStlTriangle* _AddTriangle(MStlSurface* surface, MStlPoint* a, MStlPoint* b, MStlPoint* c);
+    MStlTriangle* _AddTriangle(std::uint32_t surface, const MStlPoint& a, const MStlPoint& b,
+                               const MStlPoint& c);
+    MStlSurface* _SurfaceByNumber(std::uint32_t number) const { return m_surfacesByNumber[number]; }
     std::size_t _NextGraphEdgeIndex() { return m_graphEdgeCount; }
     void _GraphEdgeAdded(const MStlGraphEdge* edge);
 
@@ -75,20 +100,60 @@ public:
     std::unique_ptr<MStlBaseElementInfoStlDependency>& _ElementInfo() { return m_elementInfo; }
     std::map<std::wstring, const void*>& _NamedMasks() { return m_namedMasks; }
 
-private:
-    struct CoordinateHash {
-        std::size_t operator()(const std::array<std::int32_t, 3>& c) const;
+  private:
+    /// Open addressing over vertex indices, keyed by the vertices' coordinates.
+    class PointIndex {
+      public:
+        static constexpr std::uint32_t kEmpty = UINT32_MAX;
+        /// Adds the vertices created since the last call.
+        void CatchUp(const MStlElementStore<MStlPoint>& points);
+        /// The slot holding the vertex at (x, y, z), or the empty slot where it would go.
+        std::uint32_t& Slot(const MStlElementStore<MStlPoint>& points, std::int32_t x,
+                            std::int32_t y, std::int32_t z);
+        /// Makes room for `count` vertices and records that vertex count - 1 is indexed.
+        void Added(const MStlElementStore<MStlPoint>& points, std::size_t count);
+
+      private:
+        void Rebuild(const MStlElementStore<MStlPoint>& points, std::size_t capacity);
+
+        std::vector<std::uint32_t> m_slots;
+        std::size_t m_indexed = 0;
     };
 
     // Declared first so that it is destroyed last: masks owned by the members below
     // unregister from it.
     MStlBaseMasks m_masks;
-    std::deque<MStlPoint> m_points;
-    std::unordered_map<std::array<std::int32_t, 3>, MStlPoint*, CoordinateHash> m_pointIndex;
-    std::deque<MStlTriangle> m_triangles;
+    MStlElementStore<MStlPoint> m_points;
+    MStlElementStore<MStlTriangle> m_triangles;
+    mutable std::mutex m_cacheMutex;  // guards the index and the normals built on demand
+    mutable PointIndex m_pointIndex;
+    mutable std::shared_ptr<const std::vector<VelSDK::Math::point3d>> m_normals;
     std::vector<std::unique_ptr<MStlSurface>> m_surfaces;
+    std::vector<MStlSurface*> m_surfacesByNumber;
     std::vector<std::unique_ptr<MStlGraph>> m_graphs;
     std::size_t m_graphEdgeCount = 0;
     std::unique_ptr<MStlBaseElementInfoStlDependency> m_elementInfo;
     std::map<std::wstring, const void*> m_namedMasks;
 };
+
+inline MStlPoint* MStlTriangle::GetPoint(std::size_t i) const {
+    return &m_stl->GetPoint(m_points[i]);
+}
+
+inline VelSDK::Math::point3d MStlTriangle::GetVertex(const std::size_t& i) const {
+    const MStlPoint& p = m_stl->GetPoint(m_points[i]);
+    return {static_cast<double>(p[0]), static_cast<double>(p[1]), static_cast<double>(p[2])};
+}
+
+inline VelSDK::Math::point3d MStlTriangle::GetNormal() const {
+    return VelSDK::Math::UnitNormal(GetVertex(0), GetVertex(1), GetVertex(2));
+}
+
+inline MStlSurface* MStlTriangle::GetSurface() const {
+    return m_stl->_SurfaceByNumber(m_surface);
+}
+
+template <class Element>
+inline Element& MStlSurfaceTriangleWalk<Element>::operator*() const {
+    return m_stl->_Triangle(m_current);
+}

@@ -4,7 +4,7 @@ class MStlBase;
 
 /// A named feature of a mesh (a surface or a feature graph) with a visibility switch.
 class MStlFeatureItem {
-public:
+  public:
     explicit MStlFeatureItem(MStlBase* stl) : m_stl(stl) {}
     virtual ~MStlFeatureItem() = default;
     MStlFeatureItem(const MStlFeatureItem&) = delete;
@@ -15,7 +15,7 @@ public:
     /// The mesh that owns this feature.
     MStlBase* GetStl() const { return m_stl; }
 
-private:
+  private:
     MStlBase* m_stl;
     bool m_visible = true;
 };

@@ -4,8 +4,8 @@
 
 MStlGraphEdge* MStlGraph::AddEdge(MStlPoint* v0, MStlPoint* v1) {
     MStlBase& stl = *GetStl();
-    MStlGraphEdge& edge = m_edges.emplace_back(MStlElementKey(), stl._NextGraphEdgeIndex(), this,
-                                               v0, v1);
+    MStlGraphEdge& edge =
+        m_edges.emplace_back(MStlElementKey(), stl._NextGraphEdgeIndex(), this, v0, v1);
     stl._GraphEdgeAdded(&edge);
     return &edge;
 }

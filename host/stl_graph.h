@@ -15,7 +15,7 @@ class MStlIteratorGraphEdgeConst;
 
 /// An edge of a feature graph between two mesh vertices.
 class MStlGraphEdge : public MDataMaskIndex {
-public:
+  public:
     MStlGraphEdge(MStlElementKey, std::size_t maskIndex, MStlGraph* graph, MStlPoint* v0,
                   MStlPoint* v1)
         : MDataMaskIndex(maskIndex), m_graph(graph), m_vertices{v0, v1} {}
@@ -24,14 +24,14 @@ public:
     MStlPoint* GetVertex(int i) const { return m_vertices[i]; }
     MStlGraph* GetGraph() const { return m_graph; }
 
-private:
+  private:
     MStlGraph* m_graph;
     MStlPoint* m_vertices[2];
 };
 
 /// The feature graph of a mesh: edges between its vertices.
 class MStlGraph : public MStlFeatureItem {
-public:
+  public:
     MStlGraph(MStlElementKey, MStlBase* stl) : MStlFeatureItem(stl) {}
 
     /// Appends the edge v0–v1; both vertices must belong to this graph's mesh.
@@ -41,22 +41,23 @@ public:
     MStlRange<MStlIteratorGraphEdgeConst> GraphEdges() const;
     std::size_t GetNumberOfEdges() const { return m_edges.size(); }
 
-private:
+  private:
     friend class MStlIteratorGraphEdge;
     friend class MStlIteratorGraphEdgeConst;
 
     std::deque<MStlGraphEdge> m_edges;
 };
 
-class MStlIteratorGraphEdge : public MStlSequenceIterator<std::deque<MStlGraphEdge>, MStlGraphEdge> {
-public:
+class MStlIteratorGraphEdge
+    : public MStlSequenceIterator<std::deque<MStlGraphEdge>, MStlGraphEdge> {
+  public:
     using MStlSequenceIterator::MStlSequenceIterator;
     static MStlIteratorGraphEdge Begin(MStlGraph* graph);
 };
 
 class MStlIteratorGraphEdgeConst
     : public MStlSequenceIterator<const std::deque<MStlGraphEdge>, const MStlGraphEdge> {
-public:
+  public:
     using MStlSequenceIterator::MStlSequenceIterator;
     static MStlIteratorGraphEdgeConst Begin(const MStlGraph* graph);
 };

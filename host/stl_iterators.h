@@ -4,6 +4,7 @@
 // in range-for loops through the ranges that meshes, surfaces and graphs return.
 
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -21,7 +22,7 @@ struct MStlIteratorEnd {};
 /// containers of pointers are dereferenced once more.
 template <class Container, class Element>
 class MStlSequenceIterator {
-public:
+  public:
     using Iterator = decltype(std::declval<Container&>().begin());
 
     MStlSequenceIterator(Iterator current, Iterator end) : m_current(current), m_end(end) {}
@@ -34,7 +35,7 @@ public:
     }
     bool operator!=(MStlIteratorEnd) const { return m_current != m_end; }
 
-private:
+  private:
     template <class T>
     static Element& deref(T& value) {
         return value;
@@ -55,24 +56,58 @@ struct MStlRange {
     MStlIteratorEnd end() const { return {}; }
 };
 
-class MStlIteratorSurfaceTriangle
-    : public MStlSequenceIterator<const std::vector<MStlTriangle*>, MStlTriangle> {
-public:
-    using MStlSequenceIterator::MStlSequenceIterator;
+/// Consecutive mesh triangles [first, end) of a surface.
+struct MStlTriangleRun {
+    std::uint32_t first, end;
+};
+
+/// Walks a surface's triangles in list order, run by run.
+template <class Element>
+class MStlSurfaceTriangleWalk {
+  public:
+    MStlSurfaceTriangleWalk(const MStlBase* stl, const std::vector<MStlTriangleRun>& runs)
+        : m_stl(stl), m_run(runs.data()), m_runsEnd(runs.data() + runs.size()) {
+        SkipEmptyRuns();
+    }
+    explicit operator bool() const { return m_run != m_runsEnd; }
+    inline Element& operator*() const;
+    Element* operator->() const { return &**this; }
+    MStlSurfaceTriangleWalk& operator++() {
+        ++m_current;
+        SkipEmptyRuns();
+        return *this;
+    }
+    bool operator!=(MStlIteratorEnd) const { return m_run != m_runsEnd; }
+
+  private:
+    void SkipEmptyRuns() {
+        while (m_run != m_runsEnd && m_current >= m_run->end)
+            if (++m_run != m_runsEnd)
+                m_current = m_run->first;
+    }
+
+    const MStlBase* m_stl;
+    const MStlTriangleRun* m_run;
+    const MStlTriangleRun* m_runsEnd;
+    std::uint32_t m_current = m_run != m_runsEnd ? m_run->first : 0;
+};
+
+class MStlIteratorSurfaceTriangle : public MStlSurfaceTriangleWalk<MStlTriangle> {
+  public:
+    using MStlSurfaceTriangleWalk::MStlSurfaceTriangleWalk;
     static MStlIteratorSurfaceTriangle Begin(const MStlSurface* surface);
 };
 
-class MStlIteratorSurfaceTriangleConst
-    : public MStlSequenceIterator<const std::vector<MStlTriangle*>, const MStlTriangle> {
-public:
-    using MStlSequenceIterator::MStlSequenceIterator;
+class MStlIteratorSurfaceTriangleConst : public MStlSurfaceTriangleWalk<const MStlTriangle> {
+  public:
+    using MStlSurfaceTriangleWalk::MStlSurfaceTriangleWalk;
     static MStlIteratorSurfaceTriangleConst Begin(const MStlSurface* surface);
 };
 
 /// Every surface of a mesh, depth first: a surface, then its sub-surfaces, then its next
 /// sibling. `_GoToNextSubFeature` (or ++) advances.
 class MStlIteratorFeatureSurface {
-public:
+  public:
     static MStlIteratorFeatureSurface Begin(const MStlBase* stl);
     static MStlIteratorFeatureSurface End(const MStlBase* stl);
 
@@ -89,7 +124,7 @@ public:
         return *this;
     }
 
-private:
+  private:
     explicit MStlIteratorFeatureSurface(MStlSurface* first) : m_current(first) {}
 
     MStlSurface* m_current;

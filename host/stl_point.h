@@ -8,7 +8,7 @@
 
 /// Vertex coordinates: 32-bit signed integers in internal units (see MInternalUnits).
 class MStlPointBase {
-public:
+  public:
     MStlPointBase(std::int32_t x, std::int32_t y, std::int32_t z) : m_coordinates{x, y, z} {}
 
     /// 0 = x, 1 = y, 2 = z.
@@ -17,14 +17,13 @@ public:
     int GetY() const { return m_coordinates[1]; }
     int GetZ() const { return m_coordinates[2]; }
 
-private:
+  private:
     std::int32_t m_coordinates[3];
 };
 
 /// A mesh vertex, shared by the triangles that meet there.
 class MStlPoint : public MStlPointBase, public MDataMaskIndex {
-public:
-    MStlPoint(MStlElementKey, std::size_t maskIndex, std::int32_t x, std::int32_t y,
-              std::int32_t z)
+  public:
+    MStlPoint(MStlElementKey, std::size_t maskIndex, std::int32_t x, std::int32_t y, std::int32_t z)
         : MStlPointBase(x, y, z), MDataMaskIndex(maskIndex) {}
 };

@@ -5,20 +5,31 @@
 MStlTriangle* MStlSurface::AddTriangle(int x1, int y1, int z1, int x2, int y2, int z2, int x3,
                                        int y3, int z3) {
     MStlBase& stl = *GetStl();
-    MStlTriangle* triangle =
-        stl._AddTriangle(this, stl.FindOrAddPoint(x1, y1, z1), stl.FindOrAddPoint(x2, y2, z2),
-                         stl.FindOrAddPoint(x3, y3, z3));
-    m_triangles.push_back(triangle);
+    // One statement each, so that new vertices are numbered in corner order.
+    const MStlPoint& a = *stl.FindOrAddPoint(x1, y1, z1);
+    const MStlPoint& b = *stl.FindOrAddPoint(x2, y2, z2);
+    const MStlPoint& c = *stl.FindOrAddPoint(x3, y3, z3);
+    return AddTriangle(a, b, c);
+}
+
+MStlTriangle* MStlSurface::AddTriangle(const MStlPoint& a, const MStlPoint& b, const MStlPoint& c) {
+    MStlBase& stl = *GetStl();
+    const auto index = static_cast<std::uint32_t>(stl.GetNumberOfTriangles());
+    if (m_runs.empty() || m_runs.back().end != index)
+        m_runs.push_back({index, index});
+    MStlTriangle* triangle = stl._AddTriangle(m_number, a, b, c);
+    ++m_runs.back().end;
+    ++m_triangleCount;
     return triangle;
 }
 
 MStlIteratorSurfaceTriangle MStlIteratorSurfaceTriangle::Begin(const MStlSurface* surface) {
-    return {surface->m_triangles.begin(), surface->m_triangles.end()};
+    return MStlIteratorSurfaceTriangle(surface->GetStl(), surface->m_runs);
 }
 
 MStlIteratorSurfaceTriangleConst MStlIteratorSurfaceTriangleConst::Begin(
     const MStlSurface* surface) {
-    return {surface->m_triangles.begin(), surface->m_triangles.end()};
+    return MStlIteratorSurfaceTriangleConst(surface->GetStl(), surface->m_runs);
 }
 
 MStlIteratorFeatureSurface MStlIteratorFeatureSurface::Begin(const MStlBase* stl) {
@@ -37,14 +48,16 @@ MStlSurface* nextSibling(const MStlSurface* surface) {
     const auto& siblings = surface->GetParent() ? surface->GetParent()->GetSubSurfaces()
                                                 : surface->GetStl()->GetTopSurfaces();
     for (std::size_t i = 0; i + 1 < siblings.size(); ++i)
-        if (siblings[i].get() == surface) return siblings[i + 1].get();
+        if (siblings[i].get() == surface)
+            return siblings[i + 1].get();
     return nullptr;
 }
 
 }  // namespace
 
 void MStlIteratorFeatureSurface::_GoToNextSubFeature() {
-    if (!m_current) return;
+    if (!m_current)
+        return;
     if (!m_current->GetSubSurfaces().empty()) {
         m_current = m_current->GetSubSurfaces().front().get();
         return;

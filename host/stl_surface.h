@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -8,19 +9,26 @@
 #include "stl_feature_item.h"
 #include "stl_iterators.h"
 
+class MStlPoint;
 class MStlTriangle;
 
 /// A surface of a mesh: a list of triangles and a list of sub-surfaces.
+///
+/// The list is kept as runs of consecutive mesh triangles, so a surface whose triangles were
+/// added one after another (as an importer adds them) costs a few bytes, not one pointer each.
 class MStlSurface : public MStlFeatureItem {
-public:
-    MStlSurface(MStlElementKey, MStlBase* stl, MStlSurface* parent)
-        : MStlFeatureItem(stl), m_parent(parent) {}
+  public:
+    MStlSurface(MStlElementKey, MStlBase* stl, MStlSurface* parent, std::uint32_t number)
+        : MStlFeatureItem(stl), m_parent(parent), m_number(number) {}
 
     /// Appends a triangle given its vertices' coordinates in internal units, in the order
     /// x1, y1, z1, x2, y2, z2, x3, y3, z3. Vertices with equal coordinates are shared within
-    /// the mesh. The triangle is also appended to the mesh's triangle list.
+    /// the mesh; new vertices are created in corner order 1, 2, 3. The triangle is also
+    /// appended to the mesh's triangle list.
     MStlTriangle* AddTriangle(int x1, int y1, int z1, int x2, int y2, int z2, int x3, int y3,
                               int z3);
+    /// Appends the triangle a, b, c of existing vertices of this surface's mesh.
+    MStlTriangle* AddTriangle(const MStlPoint& a, const MStlPoint& b, const MStlPoint& c);
 
     MStlRange<MStlIteratorSurfaceTriangle> Triangles() {
         return {MStlIteratorSurfaceTriangle::Begin(this)};
@@ -28,19 +36,24 @@ public:
     MStlRange<MStlIteratorSurfaceTriangleConst> Triangles() const {
         return {MStlIteratorSurfaceTriangleConst::Begin(this)};
     }
-    std::size_t GetNumberOfTriangles() const { return m_triangles.size(); }
+    std::size_t GetNumberOfTriangles() const { return m_triangleCount; }
 
     MStlSurface* GetParent() const { return m_parent; }
     const std::vector<std::unique_ptr<MStlSurface>>& GetSubSurfaces() const {
         return m_subSurfaces;
     }
 
-private:
+  private:
     friend class MStlBase;
     friend class MStlIteratorSurfaceTriangle;
     friend class MStlIteratorSurfaceTriangleConst;
 
     MStlSurface* m_parent;
-    std::vector<MStlTriangle*> m_triangles;
+    std::uint32_t m_number;  // in the mesh, in order of creation
+    std::vector<MStlTriangleRun> m_runs;
+    std::size_t m_triangleCount = 0;
     std::vector<std::unique_ptr<MStlSurface>> m_subSurfaces;
 };
+
+// The inline members of the surface's triangle walk need the whole mesh class.
+#include "stl_base.h"

@@ -7,24 +7,31 @@
 #include "point.h"
 #include "stl_element_key.h"
 
+class MStlBase;
 class MStlPoint;
 class MStlSurface;
 
 /// A mesh triangle: three shared vertices in counter-clockwise order about its normal, a mark
 /// flag and a visibility flag.
+///
+/// The vertices are kept as their indices in the mesh (their mask indices), so a triangle
+/// takes 32 bytes; GetPoint and GetVertex resolve them through the mesh, inline.
 class MStlTriangle : public MDataMaskIndex {
-public:
-    MStlTriangle(MStlElementKey, std::size_t maskIndex, MStlPoint* a, MStlPoint* b, MStlPoint* c,
-                 MStlSurface* surface)
-        : MDataMaskIndex(maskIndex), m_points{a, b, c}, m_surface(surface) {}
+  public:
+    MStlTriangle(MStlElementKey, std::size_t maskIndex, MStlBase* stl, std::uint32_t a,
+                 std::uint32_t b, std::uint32_t c, std::uint32_t surface)
+        : MDataMaskIndex(maskIndex), m_points{a, b, c}, m_stl(stl), m_surface(surface) {}
 
     /// Vertex 0, 1 or 2.
-    MStlPoint* GetPoint(std::size_t i) const { return m_points[i]; }
+    inline MStlPoint* GetPoint(std::size_t i) const;
+    /// The mesh index (mask index) of vertex 0, 1 or 2.
+    std::uint32_t GetPointIndex(std::size_t i) const { return m_points[i]; }
     /// Model coordinates (internal units) of vertex 0, 1 or 2.
-    VelSDK::Math::point3d GetVertex(const std::size_t& i) const;
+    inline VelSDK::Math::point3d GetVertex(const std::size_t& i) const;
     /// Unit normal by the right-hand rule over vertices 0, 1, 2; (0, 0, 0) when degenerate.
-    VelSDK::Math::point3d GetNormal() const;
-    MStlSurface* GetSurface() const { return m_surface; }
+    inline VelSDK::Math::point3d GetNormal() const;
+    inline MStlSurface* GetSurface() const;
+    MStlBase* GetStl() const { return m_stl; }
 
     bool IsVisible() const { return !(m_flags & kHidden); }
     bool IsInvisible() const { return (m_flags & kHidden) != 0; }
@@ -34,11 +41,15 @@ public:
     void Mark() { m_flags |= kMarked; }
     void Unmark() { m_flags &= ~kMarked; }
 
-private:
+  private:
     static constexpr std::uint8_t kMarked = 1;
     static constexpr std::uint8_t kHidden = 2;
 
-    MStlPoint* m_points[3];
-    MStlSurface* m_surface;
+    std::uint32_t m_points[3];
+    MStlBase* m_stl;
+    std::uint32_t m_surface;  // the surface's number in its mesh
     std::uint8_t m_flags = 0;
 };
+
+// The inline members above need the whole mesh class.
+#include "stl_base.h"

@@ -100,9 +100,8 @@ class MStlBaseOperatorMarkPolygon {
         AU_MarkOperations::PolygonMarking::_TriangleRecord>;
     using ClippedRecords = AU_MarkOperations::PolygonMarking::_ChunkedRecords<
         AU_MarkOperations::PolygonMarking::_ClippedPieceRecord>;
-    using ScreenPointMask = MDataMask<MStlPoint, VelSDK::Math::point3f>;
-    using OutcodeMask = MDataMask<MStlPoint, std::uint32_t>;
-    using ClassMask = MDataMask<MStlTriangle, unsigned char>;
+    using ScreenPoints = std::vector<VelSDK::Math::point3f>;  // by vertex index
+    using TriangleClasses = std::vector<unsigned char>;       // by triangle index
 
     /// Pixel box of the selection region: inclusive corners.
     struct RegionBox {
@@ -115,18 +114,13 @@ class MStlBaseOperatorMarkPolygon {
     void _MapClippingPlanes();
     bool _BuildSelectionRaster();
     bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
-    void _ComputeOutcodes(std::size_t mesh, OutcodeMask& outcodes) const;
-    void _ClassifyTriangles(std::size_t mesh, const OutcodeMask& outcodes,
-                            ClassMask& classes) const;
-    bool _IsFrontFacing(std::size_t mesh, const MStlTriangle& triangle) const;
+    void _ClassifyTriangles(std::size_t mesh);
     PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
     void _ProjectPiece(std::size_t mesh,
                        AU_MarkOperations::PolygonMarking::_ClippedPieceRecord& piece) const;
     void _MarkThroughMesh(std::size_t mesh);
     bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
-    void _DrawMesh(std::size_t mesh, const ClassMask& classes, CandidateRecords& candidates);
-    void _DrawTriangle(std::size_t mesh, MStlTriangle& triangle, bool candidate,
-                       CandidateRecords& candidates);
+    void _DrawMesh(std::size_t mesh, CandidateRecords& candidates);
     void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
                      bool candidate);
     void _CloseDepthPass(CandidateRecords& candidates);
@@ -139,7 +133,7 @@ class MStlBaseOperatorMarkPolygon {
     double m_pixelProportion;      // pixels per screen unit
     std::vector<MStlBase*> m_meshes;
     std::unique_ptr<AU_MarkOperations::PolygonMarking::_DepthRaster> m_depthRaster;
-    std::vector<std::unique_ptr<ScreenPointMask>> m_screenPoints;  // per mesh, pixel space
+    std::vector<ScreenPoints> m_screenPoints;  // per mesh, pixel space
     RegionBox m_regionBox;
     std::unique_ptr<VelSDK::Math::point2d[]> m_regionPoints;  // pixels relative to the box
     std::size_t m_regionPointCount = 0;
@@ -163,4 +157,6 @@ class MStlBaseOperatorMarkPolygon {
     std::vector<std::vector<MMPlaneEq<double>>> m_meshClippingPlanes;  // appended; entry i read
     std::unique_ptr<ClippedRecords> m_clippedCandidates;
     std::unique_ptr<AU_MarkOperations::PolygonMarking::_ClipWorkLists> m_clipWork;
+    TriangleClasses m_classes;             // of the mesh being processed
+    std::vector<std::uint8_t> m_outcodes;  // of the mesh being processed, by vertex
 };

@@ -196,14 +196,8 @@ bool MStlBaseOperatorMarkPolygon::operate() {
     if (!m_clippingPlanes.empty())
         m_clippedCandidates->Append();
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
-        MStlBase& stl = *m_meshes[mesh];
-        ClassMask classes(stl.GetMasks(), kOccluder);
-        {
-            OutcodeMask outcodes(stl.GetMasks(), 0);
-            _ComputeOutcodes(mesh, outcodes);
-            _ClassifyTriangles(mesh, outcodes, classes);
-        }
-        _DrawMesh(mesh, classes, candidates);
+        _ClassifyTriangles(mesh);
+        _DrawMesh(mesh, candidates);
     }
     _CloseDepthPass(candidates);
     // Marks are applied only now, after every mesh is drawn, so that meshes hide each other.
@@ -218,8 +212,7 @@ void MStlBaseOperatorMarkPolygon::_PrepareScreenSpace() {
     m_viewDirections = std::make_unique<point3d[]>(m_meshes.size());
     const VelSDK::Math::point2i origin{m_regionBox.xmin, m_regionBox.ymin};
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
-        MStlBase& stl = *m_meshes[mesh];
-        auto screen = std::make_unique<ScreenPointMask>(stl.GetMasks(), point3f{});
+        const MStlElementStore<MStlPoint>& points = m_meshes[mesh]->_Points();
         MMTransformMatrix transform = m_modelView[mesh];
         transform.InverseTransform(m_viewDirections[mesh], point3d{0.0, 0.0, -1.0}, true);
         VelSDK::Math::Normalize(m_viewDirections[mesh]);
@@ -228,12 +221,19 @@ void MStlBaseOperatorMarkPolygon::_PrepareScreenSpace() {
         // Appended by every run; the clipping path reads entry `mesh`, so the first run's
         // matrices stay in force there.
         m_modelToScreen.push_back(transform);
-        for (MStlPoint& point : stl.Vertices()) {
-            point3f projected;
-            transform.Transform(projected, ToFloat(point), false);
-            screen->SetInfo(point, projected);
+        // Coordinates pass through float on the way in, as the float transform takes them.
+        ScreenPoints& screen = m_screenPoints.emplace_back(points.Size());
+        for (std::size_t chunk = 0, first = 0; chunk < points.ChunkCount(); ++chunk) {
+            const MStlPoint* point = points.Chunk(chunk);
+            const std::size_t length = points.ChunkLength(chunk);
+            for (std::size_t i = 0; i < length; ++i) {
+                const point3f p = ToFloat(point[i]);
+                const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
+                screen[first + i] = {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
+                                     static_cast<float>(mapped.z)};
+            }
+            first += length;
         }
-        m_screenPoints.push_back(std::move(screen));
     }
 }
 
@@ -298,48 +298,57 @@ bool MStlBaseOperatorMarkPolygon::_BrushPathFits(std::int64_t width, std::int64_
     return true;
 }
 
-void MStlBaseOperatorMarkPolygon::_ComputeOutcodes(std::size_t mesh, OutcodeMask& outcodes) const {
-    const ScreenPointMask& screen = *m_screenPoints[mesh];
+// Outcodes of every vertex, then the class of every triangle of the mesh.
+void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
+    MStlBase& stl = *m_meshes[mesh];
+    const ScreenPoints& screen = m_screenPoints[mesh];
     const auto right = static_cast<float>(std::int64_t{m_regionBox.xmax} - m_regionBox.xmin);
     const auto top = static_cast<float>(std::int64_t{m_regionBox.ymax} - m_regionBox.ymin);
-    for (MStlPoint& point : m_meshes[mesh]->Vertices()) {
-        const point3f& p = screen.GetInfo(point);
-        std::uint32_t code = 0;
-        if (p.x <= 0.0f)
-            code |= kOutcodeLeft;
-        if (p.x >= right)
-            code |= kOutcodeRight;
-        if (p.y <= 0.0f)
-            code |= kOutcodeAbove;
-        if (p.y >= top)
-            code |= kOutcodeBelow;
-        outcodes.SetInfo(point, code);
+    m_outcodes.resize(screen.size());
+    for (std::size_t v = 0; v < screen.size(); ++v) {
+        const point3f& p = screen[v];
+        m_outcodes[v] = static_cast<std::uint8_t>(
+            (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
+            (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
     }
-}
 
-void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh, const OutcodeMask& outcodes,
-                                                     ClassMask& classes) const {
-    MStlBase& stl = *m_meshes[mesh];
-    for (MStlTriangle& triangle : stl.Triangles()) {
-        const std::uint32_t sharedOutcode = outcodes.GetInfo(*triangle.GetPoint(0)) &
-                                            outcodes.GetInfo(*triangle.GetPoint(1)) &
-                                            outcodes.GetInfo(*triangle.GetPoint(2));
-        unsigned char triangleClass = kOccluder;
-        if (!triangle.IsVisible() || sharedOutcode != 0)
-            triangleClass = kIgnored;
-        else if (m_markWholeMesh[mesh] && (!m_backFaceCulling || _IsFrontFacing(mesh, triangle)))
-            triangleClass = kCandidate;
-        classes.SetInfo(triangle, triangleClass);
+    // Facing the viewer means a normal against the viewing direction; edge-on counts as back.
+    std::shared_ptr<const std::vector<point3d>> normals;
+    if (m_backFaceCulling)
+        normals = stl.GetTriangleNormals();
+    const point3d& view = m_viewDirections[mesh];
+    const auto frontFacing = [&](std::size_t t) { return Dot((*normals)[t], view) < 0.0; };
+
+    const MStlElementStore<MStlTriangle>& triangles = stl._Triangles();
+    m_classes.resize(triangles.Size());
+    const bool whole = m_markWholeMesh[mesh];
+    for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
+        const MStlTriangle* triangle = triangles.Chunk(chunk);
+        const std::size_t length = triangles.ChunkLength(chunk);
+        for (std::size_t i = 0; i < length; ++i) {
+            const MStlTriangle& t = triangle[i];
+            const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
+                                        m_outcodes[t.GetPointIndex(1)] &
+                                        m_outcodes[t.GetPointIndex(2)];
+            unsigned char triangleClass = kOccluder;
+            if (!t.IsVisible() || shared != 0)
+                triangleClass = kIgnored;
+            else if (whole && (!m_backFaceCulling || frontFacing(first + i)))
+                triangleClass = kCandidate;
+            m_classes[first + i] = triangleClass;
+        }
+        first += length;
     }
     for (MStlSurface* surface : m_markableSurfaces[mesh]) {
         if (surface->GetStl() != &stl)
             continue;  // a surface of another mesh marks nothing here
         for (MStlTriangle& triangle : surface->Triangles()) {
-            if (classes.GetInfo(triangle) == kIgnored)
+            const std::size_t t = triangle.GetMaskIndex();
+            if (m_classes[t] == kIgnored)
                 continue;
-            if (m_backFaceCulling && !_IsFrontFacing(mesh, triangle))
+            if (m_backFaceCulling && !frontFacing(t))
                 continue;
-            classes.SetInfo(triangle, kCandidate);
+            m_classes[t] = kCandidate;
         }
     }
     if (!m_skipHiddenSurfaces)
@@ -348,14 +357,8 @@ void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh, const Out
         if (surface.GetVisible())
             continue;
         for (MStlTriangle& triangle : surface.Triangles())
-            classes.SetInfo(triangle, kIgnored);
+            m_classes[triangle.GetMaskIndex()] = kIgnored;
     }
-}
-
-// Facing the viewer means a normal against the viewing direction; edge-on counts as back.
-bool MStlBaseOperatorMarkPolygon::_IsFrontFacing(std::size_t mesh,
-                                                 const MStlTriangle& triangle) const {
-    return Dot(triangle.GetNormal(), m_viewDirections[mesh]) < 0.0;
 }
 
 // The planes in order: a plane with all three values ≥ 0 keeps the triangle; one with a vertex
@@ -390,31 +393,26 @@ void MStlBaseOperatorMarkPolygon::_ProjectPiece(std::size_t mesh,
 
 void MStlBaseOperatorMarkPolygon::_MarkThroughMesh(std::size_t mesh) {
     MStlBase& stl = *m_meshes[mesh];
-    ClassMask classes(stl.GetMasks(), kOccluder);
-    {
-        OutcodeMask outcodes(stl.GetMasks(), 0);
-        _ComputeOutcodes(mesh, outcodes);
-        _ClassifyTriangles(mesh, outcodes, classes);
+    _ClassifyTriangles(mesh);
+    for (std::size_t t = 0; t < m_classes.size(); ++t) {
+        if (m_classes[t] == kCandidate && _TouchesRegion(mesh, stl._Triangle(t)))
+            m_classes[t] = kSelected;
     }
-    for (MStlTriangle& triangle : stl.Triangles()) {
-        if (classes.GetInfo(triangle) == kCandidate && _TouchesRegion(mesh, triangle))
-            classes.SetInfo(triangle, kSelected);
-    }
-    for (MStlTriangle& triangle : stl.Triangles()) {
-        if (classes.GetInfo(triangle) == kSelected)
-            _ApplyMark(mesh, triangle);
+    for (std::size_t t = 0; t < m_classes.size(); ++t) {
+        if (m_classes[t] == kSelected)
+            _ApplyMark(mesh, stl._Triangle(t));
     }
 }
 
 // Mark-through test of one triangle, or of what the clipping planes leave of it.
 bool MStlBaseOperatorMarkPolygon::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle) {
-    const ScreenPointMask& screen = *m_screenPoints[mesh];
+    const ScreenPoints& screen = m_screenPoints[mesh];
     const PlaneCut cut =
         m_clippingPlanes.empty() ? PlaneCut{PlaneCut::kWhole, 0} : _CutByPlanes(mesh, triangle);
     if (cut.verdict == PlaneCut::kWhole) {
-        return _TriangleTouchesRegion(*m_regionRaster, screen.GetInfo(*triangle.GetPoint(0)),
-                                      screen.GetInfo(*triangle.GetPoint(1)),
-                                      screen.GetInfo(*triangle.GetPoint(2)));
+        return _TriangleTouchesRegion(*m_regionRaster, screen[triangle.GetPointIndex(0)],
+                                      screen[triangle.GetPointIndex(1)],
+                                      screen[triangle.GetPointIndex(2)]);
     }
     if (cut.verdict == PlaneCut::kDropped)
         return false;
@@ -430,38 +428,42 @@ bool MStlBaseOperatorMarkPolygon::_TouchesRegion(std::size_t mesh, MStlTriangle&
     return false;
 }
 
-void MStlBaseOperatorMarkPolygon::_DrawMesh(std::size_t mesh, const ClassMask& classes,
-                                            CandidateRecords& candidates) {
-    for (MStlTriangle& triangle : m_meshes[mesh]->Triangles()) {
-        const unsigned char triangleClass = classes.GetInfo(triangle);
-        if (triangleClass == kIgnored)
-            continue;
-        const bool candidate = triangleClass == kCandidate;
-        const PlaneCut cut =
-            m_clippingPlanes.empty() ? PlaneCut{PlaneCut::kWhole, 0} : _CutByPlanes(mesh, triangle);
-        if (cut.verdict == PlaneCut::kWhole)
-            _DrawTriangle(mesh, triangle, candidate, candidates);
-        else if (cut.verdict == PlaneCut::kStraddles)
-            _DrawPieces(mesh, triangle, cut.firstPlane, candidate);
+void MStlBaseOperatorMarkPolygon::_DrawMesh(std::size_t mesh, CandidateRecords& candidates) {
+    const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+    const ScreenPoints& screen = m_screenPoints[mesh];
+    const bool planes = !m_clippingPlanes.empty();
+    for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
+        MStlTriangle* triangle = triangles.Chunk(chunk);
+        const std::size_t length = triangles.ChunkLength(chunk);
+        for (std::size_t i = 0; i < length; ++i) {
+            const unsigned char triangleClass = m_classes[first + i];
+            if (triangleClass == kIgnored)
+                continue;
+            MStlTriangle& t = triangle[i];
+            const bool candidate = triangleClass == kCandidate;
+            const PlaneCut cut = planes ? _CutByPlanes(mesh, t) : PlaneCut{PlaneCut::kWhole, 0};
+            if (cut.verdict == PlaneCut::kStraddles) {
+                _DrawPieces(mesh, t, cut.firstPlane, candidate);
+                continue;
+            }
+            if (cut.verdict == PlaneCut::kDropped)
+                continue;
+            const point3f& a = screen[t.GetPointIndex(0)];
+            const point3f& b = screen[t.GetPointIndex(1)];
+            const point3f& c = screen[t.GetPointIndex(2)];
+            if (!candidate) {
+                _RasterizeTriangleDepth(*m_depthRaster, a, b, c, nullptr);
+                continue;
+            }
+            _RasterizeTriangleDepth(*m_depthRaster, a, b, c, &candidates.Spare());
+            candidates.CommitSpareIfCovered(&t);
+        }
+        first += length;
     }
     // Mesh `mesh` owns the records from the previous mesh's end up to its current spare.
     m_candidateEnd[mesh] = candidates.Size() - 1;
-    if (!m_clippingPlanes.empty())
+    if (planes)
         m_clippedCandidateEnd[mesh] = m_clippedCandidates->Size() - 1;
-}
-
-void MStlBaseOperatorMarkPolygon::_DrawTriangle(std::size_t mesh, MStlTriangle& triangle,
-                                                bool candidate, CandidateRecords& candidates) {
-    const ScreenPointMask& screen = *m_screenPoints[mesh];
-    const point3f& a = screen.GetInfo(*triangle.GetPoint(0));
-    const point3f& b = screen.GetInfo(*triangle.GetPoint(1));
-    const point3f& c = screen.GetInfo(*triangle.GetPoint(2));
-    if (!candidate) {
-        _RasterizeTriangleDepth(*m_depthRaster, a, b, c, nullptr);
-        return;
-    }
-    _RasterizeTriangleDepth(*m_depthRaster, a, b, c, &candidates.Spare());
-    candidates.CommitSpareIfCovered(&triangle);
 }
 
 void MStlBaseOperatorMarkPolygon::_DrawPieces(std::size_t mesh, MStlTriangle& triangle,
@@ -496,13 +498,13 @@ void MStlBaseOperatorMarkPolygon::_ApplyMarks(CandidateRecords& candidates,
     std::size_t record = 0;
     std::size_t clippedRecord = clippedRunStart;
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
-        const ScreenPointMask& screen = *m_screenPoints[mesh];
+        const ScreenPoints& screen = m_screenPoints[mesh];
         for (; record < m_candidateEnd[mesh]; ++record) {
             _TriangleRecord& candidate = candidates[record];
             const MStlTriangle& triangle = *candidate.triangle;
-            const point3f corners[3] = {screen.GetInfo(*triangle.GetPoint(0)),
-                                        screen.GetInfo(*triangle.GetPoint(1)),
-                                        screen.GetInfo(*triangle.GetPoint(2))};
+            const point3f corners[3] = {screen[triangle.GetPointIndex(0)],
+                                        screen[triangle.GetPointIndex(1)],
+                                        screen[triangle.GetPointIndex(2)]};
             _ApplyRecord(mesh, candidate, corners);
         }
         if (m_clippingPlanes.empty())

@@ -140,6 +140,58 @@ TEST(MeshTest, EqualCoordinatesShareOneVertex) {
     EXPECT_EQ(&stl.GetTriangle(1), t1);
 }
 
+TEST(MeshTest, NewVerticesAreNumberedInCornerOrder) {
+    MStlBase stl;
+    MStlSurface& s = *stl.AddSurface(nullptr);
+    MStlTriangle* t0 = addTriangle(s, {0, 0, 0}, {5, 0, 0}, {0, 5, 0});
+    MStlTriangle* t1 = addTriangle(s, {7, 7, 7}, {0, 5, 0}, {8, 8, 8});
+    for (std::size_t k = 0; k < 3; ++k)
+        EXPECT_EQ(t0->GetPoint(k)->GetMaskIndex(), k);
+    EXPECT_EQ(t1->GetPoint(0)->GetMaskIndex(), 3u);
+    EXPECT_EQ(t1->GetPoint(2)->GetMaskIndex(), 4u);
+    EXPECT_EQ(t1->GetPointIndex(2), 4u);
+}
+
+TEST(MeshTest, ManyElementsKeepTheirPlaceOrderAndSurfaces) {
+    // Enough triangles to fill several storage chunks, alternating between two surfaces, with
+    // vertices added without the coordinate index and found through it afterwards.
+    MStlBase stl;
+    MStlSurface* surfaces[2] = {stl.AddSurface(nullptr), stl.AddSurface(nullptr)};
+    const int n = 40000;
+    std::vector<MStlPoint*> points;
+    for (int i = 0; i < n + 2; ++i)
+        points.push_back(stl.AddDistinctPoint(i, -i, 2 * i));
+    std::vector<MStlTriangle*> triangles;
+    for (int i = 0; i < n; ++i)
+        triangles.push_back(
+            surfaces[i % 3 == 0]->AddTriangle(*points[i], *points[i + 1], *points[i + 2]));
+    EXPECT_EQ(stl.FindOrAddPoint(n, -n, 2 * n), points[n]);
+    EXPECT_EQ(stl.FindPoint(1, -1, 2), points[1]);
+    EXPECT_EQ(stl.GetNumberOfPoints(), std::size_t(n + 2));
+
+    std::size_t i = 0;
+    for (MStlTriangle& t : stl.Triangles()) {
+        ASSERT_EQ(&t, triangles[i]);
+        EXPECT_EQ(t.GetMaskIndex(), i);
+        EXPECT_EQ(t.GetPoint(2), points[i + 2]);
+        EXPECT_EQ(t.GetSurface(), surfaces[i % 3 == 0]);
+        ++i;
+    }
+    EXPECT_EQ(i, std::size_t(n));
+    std::size_t previous = 0, count = 0;
+    for (const MStlTriangle& t : std::as_const(*surfaces[1]).Triangles()) {
+        EXPECT_EQ(t.GetMaskIndex() % 3, 0u);
+        EXPECT_TRUE(count == 0 || t.GetMaskIndex() > previous);
+        previous = t.GetMaskIndex(), ++count;
+    }
+    EXPECT_EQ(count, surfaces[1]->GetNumberOfTriangles());
+    EXPECT_EQ(count, std::size_t((n + 2) / 3));
+
+    const auto normals = stl.GetTriangleNormals();
+    ASSERT_EQ(normals->size(), std::size_t(n));
+    EXPECT_EQ((*normals)[n - 1], triangles[n - 1]->GetNormal());
+}
+
 TEST(MeshTest, SurfaceIteratorVisitsTreeDepthFirstOnce) {
     MStlBase stl;
     MStlSurface* a = stl.AddSurface(nullptr);

@@ -182,6 +182,34 @@ TEST_F(MeshImportTest, OffFansPolygonsInPlace) {
     EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);  // file vertices 0 and 5 are one mesh vertex
 }
 
+TEST_F(MeshImportTest, VerticesAreNumberedInOrderOfFirstUseByEveryFormat) {
+    // The faces (z, x, o) and (o, x, xy, y), the quad fanned from o: first uses are z, x, o,
+    // then xy, y, whatever order the file lists its vertices in.
+    const std::string files[][2] = {
+        {"v.off",
+         "OFF\n6 2 0\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n0 0 0\n"
+         "3 4 3 2\n4 5 3 1 0\n"},
+        {"v.ply",
+         "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\n"
+         "property float z\nelement face 2\nproperty list uchar int vertex_indices\n"
+         "end_header\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n3 4 3 2\n4 2 3 1 0\n"},
+        {"v.obj", "v 0 1 0\nv 1 1 0\nv 0 0 0\nv 1 0 0\nv 0 0 1\nf 5 4 3\nf 3 4 2 1\n"},
+        {"v.stl", binaryStl({{0, 0, 1, 1, 0, 0, 0, 0, 0},
+                             {0, 0, 0, 1, 0, 0, 1, 1, 0},
+                             {0, 0, 0, 1, 1, 0, 0, 1, 0}})},
+    };
+    for (const auto& [name, bytes] : files) {
+        const auto mesh = ImportMesh(write(name, bytes));
+        expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
+        const Corner expected[] = {z, x, o, xy, y};
+        ASSERT_EQ(mesh->GetNumberOfPoints(), 5u) << name;
+        for (std::size_t i = 0; i < 5; ++i) {
+            const MStlPoint& p = mesh->GetPoint(i);
+            EXPECT_EQ((Corner{p[0], p[1], p[2]}), expected[i]) << name << ", vertex " << i;
+        }
+    }
+}
+
 TEST_F(MeshImportTest, CoordinatesAreScaledByInternalUnitsAndRounded) {
     VelSDK::Common::MInternalUnits::Set(1000.0);
     const auto mesh = ImportMesh(write("s.off",

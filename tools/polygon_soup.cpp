@@ -1,7 +1,9 @@
 #include "polygon_soup.h"
 
 #include <cmath>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "internal_units.h"
 
@@ -40,12 +42,67 @@ void checkFace(const PolygonSoup& soup, std::size_t face) {
                                 std::to_string(soup.VertexCount()) + " vertices");
 }
 
-void addTriangle(MStlSurface& surface, const std::int32_t* units, std::uint32_t a, std::uint32_t b,
-                 std::uint32_t c) {
-    const std::int32_t *p = units + 3 * std::size_t{a}, *q = units + 3 * std::size_t{b},
-                       *r = units + 3 * std::size_t{c};
-    surface.AddTriangle(p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
+// Hash of a vertex's integer coordinates for the merge table.
+std::size_t coordinateHash(const std::int32_t* c) {
+    const std::uint64_t h = static_cast<std::uint32_t>(c[0]) * 0x9E3779B97F4A7C15ull ^
+                            static_cast<std::uint32_t>(c[1]) * 0xC2B2AE3D27D4EB4Full ^
+                            static_cast<std::uint32_t>(c[2]) * 0x165667B19E3779F9ull;
+    return static_cast<std::size_t>(h ^ (h >> 29));
 }
+
+constexpr std::uint32_t kNone = UINT32_MAX;
+
+// For every file vertex, the first file vertex with the same integer coordinates: an
+// open-addressing table over the file's vertices, at most half full.
+std::vector<std::uint32_t> firstOfEqualVertices(const std::vector<std::int32_t>& units) {
+    const std::size_t count = units.size() / 3;
+    std::size_t capacity = 16;
+    while (capacity < 2 * count)
+        capacity *= 2;
+    std::vector<std::uint32_t> table(capacity, kNone);
+    std::vector<std::uint32_t> first(count);
+    for (std::size_t v = 0; v < count; ++v) {
+        const std::int32_t* c = units.data() + 3 * v;
+        for (std::size_t s = coordinateHash(c) & (capacity - 1);; s = (s + 1) & (capacity - 1)) {
+            if (table[s] == kNone) {
+                table[s] = first[v] = static_cast<std::uint32_t>(v);
+                break;
+            }
+            const std::int32_t* other = units.data() + 3 * std::size_t{table[s]};
+            if (other[0] == c[0] && other[1] == c[1] && other[2] == c[2]) {
+                first[v] = table[s];
+                break;
+            }
+        }
+    }
+    return first;
+}
+
+/// Mesh vertices made on first use, numbered in order of first appearance.
+class VertexNumbering {
+  public:
+    VertexNumbering(MStlBase& mesh, const std::vector<std::int32_t>& units)
+        : m_mesh(mesh),
+          m_units(units),
+          m_first(firstOfEqualVertices(units)),
+          m_meshVertex(m_first.size(), kNone) {}
+
+    const MStlPoint& Vertex(std::uint32_t fileVertex) {
+        std::uint32_t& number = m_meshVertex[m_first[fileVertex]];
+        if (number == kNone) {
+            const std::int32_t* c = m_units.data() + 3 * std::size_t{m_first[fileVertex]};
+            number = static_cast<std::uint32_t>(
+                m_mesh.AddDistinctPoint(c[0], c[1], c[2])->GetMaskIndex());
+        }
+        return m_mesh.GetPoint(number);
+    }
+
+  private:
+    MStlBase& m_mesh;
+    const std::vector<std::int32_t>& m_units;
+    std::vector<std::uint32_t> m_first;
+    std::vector<std::uint32_t> m_meshVertex;
+};
 
 }  // namespace
 
@@ -56,17 +113,29 @@ std::unique_ptr<MStlBase> BuildMesh(const PolygonSoup& soup) {
     for (std::size_t face = 0; face < soup.FaceCount(); ++face)
         checkFace(soup, face);
 
+    std::size_t triangles = 0;
+    for (std::size_t face = 0; face < soup.FaceCount(); ++face)
+        triangles += soup.faceStarts[face + 1] - soup.faceStarts[face] - 2;
+
     auto mesh = std::make_unique<MStlBase>();
+    mesh->Reserve(soup.VertexCount(), triangles);
     std::vector<MStlSurface*> surfaces;
     for (std::size_t s = 0; s < soup.surfaceCount; ++s)
         surfaces.push_back(mesh->AddSurface(nullptr));
+    // Vertices are created in order of first appearance: faces in order, and within each
+    // triangle its corners 0, 1, 2.
+    VertexNumbering vertices(*mesh, units);
     for (std::size_t face = 0; face < soup.FaceCount(); ++face) {
         MStlSurface& surface = *surfaces[soup.faceSurfaces.empty() ? 0 : soup.faceSurfaces[face]];
         const std::uint32_t* corner = soup.corners.data() + soup.faceStarts[face];
         const std::uint32_t count = soup.faceStarts[face + 1] - soup.faceStarts[face];
         // Fan from the first corner: (v0, v1, v2), (v0, v2, v3), ...
-        for (std::uint32_t k = 1; k + 1 < count; ++k)
-            addTriangle(surface, units.data(), corner[0], corner[k], corner[k + 1]);
+        for (std::uint32_t k = 1; k + 1 < count; ++k) {
+            const MStlPoint& a = vertices.Vertex(corner[0]);
+            const MStlPoint& b = vertices.Vertex(corner[k]);
+            const MStlPoint& c = vertices.Vertex(corner[k + 1]);
+            surface.AddTriangle(a, b, c);
+        }
     }
     return mesh;
 }
