@@ -93,6 +93,13 @@ class MStlBaseOperatorMarkPolygon {
     /// selection raster cannot be built (more than 2 147 483 647 pixels, or a brush path whose
     /// points or radius do not fit the 32-bit pixel range); true otherwise, also when no mesh
     /// is registered or the region has no points.
+    ///
+    /// Memory: the rasters cover the region's pixel box, about 17 bytes a pixel (a 16-byte
+    /// depth cell and a region byte) plus 16 bytes a row; in mark-through mode one byte a
+    /// pixel plus 8 a row. A box under the cell limit may still be too large for the machine
+    /// (46 000 × 46 000 pixels need 36 GB): the allocation failure propagates as
+    /// std::bad_alloc, before anything is marked, and the operator may be set up and run
+    /// again. Callers that want a message instead estimate the bytes from the box first.
     bool operate();
 
   private:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <png.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -321,7 +322,25 @@ const ErrorCase kErrorCases[] = {
     {"CameraUpAlongView",
      R"({"view": null, "camera": {"eye": [0, 0, 1], "target": [0, 0, 0], "up": [0, 0, 2],
                                   "height": 1, "screen": [1, 1]}})",
-     "camera: eye and target coincide, or up is parallel"},
+     "camera.up: zero or parallel to the viewing direction"},
+    {"CameraEyeBeyondDoubleRange",
+     R"({"view": null, "camera": {"eye": [1e308, 0, 0], "target": [-1e308, 0, 0],
+                                  "up": [0, 1, 0], "height": 1, "screen": [1, 1]}})",
+     "camera.eye: too far from the target"},
+    {"CameraScaleOverflows",
+     R"({"view": null, "camera": {"eye": [0, 0, 1], "target": [0, 0, 0], "up": [0, 1, 0],
+                                  "height": 1e-300, "screen": [1e300, 1e300]}})",
+     "camera: the view matrix leaves the double range"},
+    // Control characters are echoed escaped, and a NUL does not cut a key short.
+    {"KeyWithNul", R"({"meshes\u0000x": 1})", "meshes\\0x: unknown field"},
+    {"KeyWithLineBreak", R"({"mark\nthrough": true})", "mark\\nthrough: unknown field"},
+    {"PickerNameWithLineBreak", R"({"picker": "z\rbuffer\u0001"})",
+     "picker: unknown picker \"z\\rbuffer\\x01\""},
+    {"MeshFileWithNul", R"({"meshes": [{"file": "plate.obj\u0000.stl"}]})",
+     "meshes[0].file: the file name \"plate.obj\\0.stl\" holds a NUL"},
+    // Scaled by 1e306 the meshes' screen bounds overflow: the pick runs, the picture cannot.
+    {"ViewOverflowsThePicture", R"({"view": [1e306,0,0,0, 0,1e306,0,0, 0,0,1e306,0, 0,0,0,1]})",
+     "view: the picture cannot frame the scene"},
     {"LinesPerPixelZero", R"({"picker": "scanline", "lines_per_pixel": 0})",
      "lines_per_pixel: expected a number > 0"},
     {"ThreadsZero", R"({"picker": "scanline", "threads": 0})",
@@ -378,6 +397,39 @@ TEST_F(VelpickErrors, MalformedOrMissingSceneFile) {
     Write("scene.json", R"({"depth_tolerance": 1e999})");
     ExpectCleanFailure("'" + scene + "'", scene + ": malformed JSON");
     ExpectCleanFailure("'" + Path("none.json").string() + "'", "none.json: no such file");
+}
+
+TEST_F(VelpickErrors, RasterBeyondTheMachinesMemoryNamesTheRegion) {
+    // 46 000 × 46 000 pixels are under the cell limit, but their depth buffer needs 36 GB.
+    const double bytes = 46000.0 * 46000.0 * 17;
+    if (bytes <= double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)))
+        GTEST_SKIP() << "this machine could allocate the raster";
+    Write("plate.obj", Grid{0, 0, 1, 10, 10, 0}.Obj(/*groups=*/true));
+    json scene = ValidScene();
+    scene["pixel_proportion"] = 1;
+    scene["region"] = {{"polygon", {{0, 0}, {45999, 0}, {0, 45999}}}};
+    Write("scene.json", scene.dump());
+    const std::string file = Path("scene.json").string();
+    ExpectCleanFailure("'" + file + "'",
+                       file + ": region: the selection raster of 46000 x 46000 pixels needs");
+}
+
+TEST_F(VelpickErrors, NoOutputIsCommittedUntilEveryOneIsWritten) {
+    Write("plate.obj", Grid{0, 0, 1, 10, 10, 0}.Obj(/*groups=*/true));
+    Write("scene.json", ValidScene().dump());
+    fs::create_directory(Path("picture"));
+    const RunResult run =
+        Run("'" + Path("scene.json").string() + "'" + Option("--output", "out.json") +
+            Option("--image", "picture") + Option("--ply", "out.ply"));
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.err.find(Path("picture").string() + ": cannot replace"), std::string::npos)
+        << run.err;
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(m_dir))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left,
+              (std::vector<std::string>{"picture", "plate.obj", "scene.json", "stderr", "stdout"}));
 }
 
 // ---- picture and mesh outputs ----

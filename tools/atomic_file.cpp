@@ -13,6 +13,12 @@ namespace velpick {
 namespace fs = std::filesystem;
 
 AtomicFile::AtomicFile(fs::path target) : m_target(std::move(target)) {
+    // Checked first, since renaming onto a folder would fail only at the commit.
+    std::error_code ignored;
+    if (fs::is_directory(m_target, ignored)) {
+        errno = EISDIR;
+        Fail("cannot replace");
+    }
     // A hidden sibling, so that the rename stays within one file system.
     const fs::path folder = m_target.has_parent_path() ? m_target.parent_path() : fs::path(".");
     const std::string pattern =
@@ -41,12 +47,28 @@ AtomicFile::~AtomicFile() {
     }
 }
 
-void AtomicFile::Commit() {
+void AtomicFile::Close() {
+    if (!m_stream)
+        return;
     const bool written = std::fflush(m_stream) == 0 && !std::ferror(m_stream);
     const int closed = std::fclose(m_stream);
     m_stream = nullptr;
-    if (!written || closed != 0)
+    if (!written || closed != 0) {
+        const int error = errno;
+        std::error_code ignored;
+        fs::remove(m_temporary, ignored);
+        m_temporary.clear();  // nothing left to commit
+        errno = error;
         Fail("cannot write");
+    }
+}
+
+void AtomicFile::Commit() {
+    Close();
+    if (m_temporary.empty()) {
+        errno = EIO;
+        Fail("cannot write");
+    }
     // mkstemp creates the file readable by its owner only; give it the usual permissions.
     const mode_t mask = ::umask(0);
     ::umask(mask);

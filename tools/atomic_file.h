@@ -16,7 +16,8 @@ class OutputError : public std::runtime_error {
 /// uncommitted file removes the temporary.
 class AtomicFile {
   public:
-    /// Creates the temporary file; throws OutputError when the folder is not writable.
+    /// Creates the temporary file; throws OutputError, creating nothing, when the target is a
+    /// folder or its folder is not writable.
     explicit AtomicFile(std::filesystem::path target);
     ~AtomicFile();
     AtomicFile(const AtomicFile&) = delete;
@@ -25,8 +26,12 @@ class AtomicFile {
     const std::filesystem::path& Target() const { return m_target; }
     /// The open temporary file to write into.
     std::FILE* Stream() const { return m_stream; }
-    /// Flushes, closes and renames the temporary onto the target. Throws OutputError on any
-    /// write error, leaving the target untouched.
+    /// Flushes and closes the temporary. Throws OutputError on any write error, leaving the
+    /// target untouched. Several files are all closed before any is committed, so that a
+    /// late write error leaves every target as it was.
+    void Close();
+    /// Closes the temporary if still open, then renames it onto the target. Throws
+    /// OutputError on any error, leaving the target untouched.
     void Commit();
 
   private:

@@ -1,5 +1,6 @@
 #include "tools/camera.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -22,8 +23,25 @@ point3d Cross(const point3d& a, const point3d& b) {
 double Dot(const point3d& a, const point3d& b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
+// The plain length, unless its squares overflow or underflow; then the length scaled by the
+// largest component, which stays finite for every finite vector.
 double Length(const point3d& a) {
-    return std::sqrt(Dot(a, a));
+    const double plain = std::sqrt(Dot(a, a));
+    if (std::isfinite(plain) && (plain > 0.0 || (a.x == 0.0 && a.y == 0.0 && a.z == 0.0)))
+        return plain;
+    const double m = std::max({std::abs(a.x), std::abs(a.y), std::abs(a.z)});
+    if (!std::isfinite(m))
+        return m;
+    const double x = a.x / m, y = a.y / m, z = a.z / m;
+    return m * std::sqrt(x * x + y * y + z * z);
+}
+bool IsFinite(const point3d& a) {
+    return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z);
+}
+std::optional<MMTransformMatrix> Failed(CameraFault reason, CameraFault* fault) {
+    if (fault)
+        *fault = reason;
+    return std::nullopt;
 }
 point3d Scaled(const point3d& a, double s) {
     return {a.x * s, a.y * s, a.z * s};
@@ -31,16 +49,22 @@ point3d Scaled(const point3d& a, double s) {
 
 }  // namespace
 
-std::optional<MMTransformMatrix> CameraView(const OrthoCamera& camera, double unitsPerModelUnit) {
+std::optional<MMTransformMatrix> CameraView(const OrthoCamera& camera, double unitsPerModelUnit,
+                                            CameraFault* fault) {
     const point3d forward = Minus(camera.target, camera.eye);
+    if (!IsFinite(forward))
+        return Failed(CameraFault::kDistanceOverflows, fault);
     const double distance = Length(forward);
     if (!(distance > 0.0))
-        return std::nullopt;
+        return Failed(CameraFault::kEyeOnTarget, fault);
     const point3d ahead = Scaled(forward, 1.0 / distance);
-    const point3d side = Cross(ahead, camera.up);
+    // An up so long that its squares overflow is measured as a unit vector.
     const double upLength = Length(camera.up);
-    if (!(upLength > 0.0) || !(Length(side) > kMinUpSine * upLength))
-        return std::nullopt;
+    const point3d up =
+        std::isinf(Dot(camera.up, camera.up)) ? Scaled(camera.up, 1.0 / upLength) : camera.up;
+    const point3d side = Cross(ahead, up);
+    if (!(upLength > 0.0) || !(Length(side) > kMinUpSine * Length(up)))
+        return Failed(CameraFault::kUpAlongView, fault);
 
     // Screen axes: right, up and towards the eye (a right-handed frame, so nothing mirrors).
     const point3d right = Scaled(side, 1.0 / Length(side));
@@ -60,7 +84,14 @@ std::optional<MMTransformMatrix> CameraView(const OrthoCamera& camera, double un
         m[row * 4 + 3] = centre[row] - scale * Dot(axis, camera.target);
     }
     m[15] = 1.0;
-    return MMTransformMatrix(m);
+    MMTransformMatrix view(m);
+    MMTransformMatrix inverse(view);
+    if (!std::all_of(m.begin(), m.end(), [](double v) { return std::isfinite(v); }) ||
+        !inverse.Invert())
+        return Failed(CameraFault::kViewOutOfRange, fault);
+    if (fault)
+        *fault = CameraFault::kNone;
+    return view;
 }
 
 }  // namespace velpick

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "tools/message_text.h"
 #include "tools/scene.h"
 
 namespace velpick {
@@ -41,8 +42,11 @@ void JsonField::ExpectObject(std::initializer_list<const char*> known) const {
     for (const auto& member : m_value.items()) {
         const bool isKnown = std::any_of(known.begin(), known.end(),
                                          [&](const char* name) { return member.key() == name; });
+        // The whole key, escaped: a key with a NUL or a line break must not shorten into a
+        // valid field's name or split the message.
         if (!isKnown)
-            Member(member.key().c_str()).Fail("unknown field");
+            JsonField(member.value(), ChildPath(Printable(member.key())), m_source)
+                .Fail("unknown field");
     }
 }
 
@@ -50,8 +54,12 @@ bool JsonField::Has(const char* name) const {
     return m_value.is_object() && m_value.contains(name);
 }
 
+std::string JsonField::ChildPath(const std::string& name) const {
+    return m_path.empty() ? name : m_path + "." + name;
+}
+
 JsonField JsonField::Member(const char* name) const {
-    const std::string path = m_path.empty() ? std::string(name) : m_path + "." + name;
+    const std::string path = ChildPath(name);
     if (!Has(name))
         JsonField(m_value, path, m_source).Fail("missing");
     return JsonField(m_value.at(name), path, m_source);

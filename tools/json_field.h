@@ -11,7 +11,9 @@ namespace velpick {
 
 /// A JSON value together with where it sits in its file ("meshes[0].placement"), so that every
 /// complaint about it names the file and the field. Each accessor checks the value's type and
-/// range and throws SceneError("<file>: <field>: <reason>") when it does not fit.
+/// range and throws SceneError("<file>: <field>: <reason>") when it does not fit. Keys and
+/// strings from the file are echoed with their control characters escaped (Printable), so a
+/// message stays on one line.
 class JsonField {
   public:
     JsonField(const nlohmann::json& value, std::string path, const std::string& source);
@@ -45,6 +47,7 @@ class JsonField {
 
   private:
     [[noreturn]] void FailType(const char* expected) const;
+    std::string ChildPath(const std::string& name) const;
 
     const nlohmann::json& m_value;
     std::string m_path;

@@ -90,6 +90,12 @@ class Picker {
     virtual ~Picker() = default;
     /// Throws PickError, with the meshes left unchanged, when the request cannot be picked.
     virtual PickResult Pick(const PickRequest& request) = 0;
+    /// About how many bytes Pick() allocates for its rasters, so that a caller can refuse a
+    /// region too large for the machine before the run; 0 when the picker does not say.
+    virtual std::uint64_t RasterBytes(const PickRequest& request) const {
+        static_cast<void>(request);
+        return 0;
+    }
 };
 
 /// The picker registered under `name`, or null for an unknown name.

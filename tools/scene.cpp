@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "tools/json_field.h"
+#include "tools/message_text.h"
 
 namespace velpick {
 
@@ -54,8 +55,8 @@ std::vector<std::size_t> ParseSurfaceList(const JsonField& field) {
 void ParseMarkable(const JsonField& field, SceneMesh& mesh) {
     if (field.IsString()) {
         if (field.String() != "all")
-            field.Fail("expected \"all\" or a list of surface indices, got \"" + field.String() +
-                       "\"");
+            field.Fail("expected \"all\" or a list of surface indices, got \"" +
+                       Printable(field.String()) + "\"");
         mesh.markWholeMesh = true;
         return;
     }
@@ -69,6 +70,10 @@ SceneMesh ParseMesh(const JsonField& field, const fs::path& folder) {
     mesh.file = field.Member("file").String();
     if (mesh.file.empty())
         field.Member("file").Fail("expected a file name, got an empty string");
+    // The file system would read the name only up to its first NUL: another file.
+    if (mesh.file.find('\0') != std::string::npos)
+        field.Member("file").Fail("the file name \"" + Printable(mesh.file) +
+                                  "\" holds a NUL character");
     mesh.path = folder / fs::u8path(mesh.file);
     if (field.Has("placement"))
         mesh.placement = ParseMatrix(field.Member("placement"));
@@ -178,10 +183,23 @@ void ParseView(const JsonField& root, Scene& scene) {
     }
     const JsonField field = root.Member("camera");
     scene.camera = ParseCamera(field);
+    CameraFault fault = CameraFault::kNone;
     const std::optional<MMTransformMatrix> view =
-        CameraView(*scene.camera, scene.unitsPerModelUnit);
-    if (!view)
-        field.Fail("eye and target coincide, or up is parallel to the viewing direction");
+        CameraView(*scene.camera, scene.unitsPerModelUnit, &fault);
+    switch (fault) {
+        case CameraFault::kNone:
+            break;
+        case CameraFault::kEyeOnTarget:
+            field.Fail("eye and target coincide");
+        case CameraFault::kDistanceOverflows:
+            field.Member("eye").Fail("too far from the target: their distance overflows");
+        case CameraFault::kUpAlongView:
+            field.Member("up").Fail("zero or parallel to the viewing direction");
+        case CameraFault::kViewOutOfRange:
+            field.Fail(
+                "the view matrix leaves the double range (target too far out, or the "
+                "ratio of screen to height too large or too small)");
+    }
     scene.view = *view;
 }
 

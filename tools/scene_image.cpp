@@ -14,10 +14,29 @@ namespace {
 // Even a surface seen edge-on keeps this much of its colour, so that it stays visible.
 constexpr double kAmbientShade = 0.25;
 
-// Pixel bounds of a span, clamped to [0, limit − 1] before any conversion to int, since a
-// triangle or region may reach far beyond the picture.
+// A double clamped to [low, high] before its conversion to int, since a triangle or region
+// may reach far beyond the picture; NaN, from a view that overflowed, gives low.
+int ClampedToInt(double value, int low, int high) {
+    if (!(value > low))
+        return low;
+    return value < high ? static_cast<int>(value) : high;
+}
+
+// Pixel bounds of a span, in [0, limit − 1].
 int ClampedPixel(double position, int limit) {
-    return static_cast<int>(std::clamp(std::floor(position), 0.0, static_cast<double>(limit - 1)));
+    return ClampedToInt(std::floor(position), 0, limit - 1);
+}
+
+// A frame the renderer can convert with: finite corner and scale, a scale above zero.
+std::optional<ImageFrame> Checked(const ImageFrame& frame) {
+    const bool usable = std::isfinite(frame.xmin) && std::isfinite(frame.ymin) &&
+                        std::isfinite(frame.pixelsPerUnit) && frame.pixelsPerUnit > 0.0;
+    return usable ? std::optional<ImageFrame>(frame) : std::nullopt;
+}
+
+bool IsFinite(const ScreenBox& box) {
+    return std::isfinite(box.xmin) && std::isfinite(box.ymin) && std::isfinite(box.xmax) &&
+           std::isfinite(box.ymax);
 }
 
 bool IsDrawn(const MStlTriangle& triangle) {
@@ -43,7 +62,8 @@ double FaceShade(const point3d (&p)[3]) {
     const point3d v{p[2].x - p[0].x, p[2].y - p[0].y, p[2].z - p[0].z};
     const point3d n{u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x};
     const double length = std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
-    const double facing = length > 0.0 ? std::abs(n.z) / length : 0.0;
+    // Overflowing corners give an infinite or NaN normal: shade such a face as edge-on.
+    const double facing = length > 0.0 && std::isfinite(length) ? std::abs(n.z) / length : 0.0;
     return kAmbientShade + (1.0 - kAmbientShade) * facing;
 }
 
@@ -137,11 +157,8 @@ void FillPolygonMask(const std::vector<point2d>& polygon, const ImageFrame& fram
         std::uint8_t* row = mask.data() + static_cast<std::size_t>(y) * frame.width;
         for (std::size_t k = 0; k + 1 < crossings.size(); k += 2) {
             // Centres x + 0.5 in [left, right): x from ceil(left − 0.5) to ceil(right − 0.5).
-            const double width = frame.width;
-            const auto from =
-                static_cast<int>(std::clamp(std::ceil(crossings[k] - 0.5), 0.0, width));
-            const auto to =
-                static_cast<int>(std::clamp(std::ceil(crossings[k + 1] - 0.5), 0.0, width));
+            const int from = ClampedToInt(std::ceil(crossings[k] - 0.5), 0, frame.width);
+            const int to = ClampedToInt(std::ceil(crossings[k + 1] - 0.5), 0, frame.width);
             std::fill(row + from, row + std::max(from, to), std::uint8_t{1});
         }
     }
@@ -233,7 +250,10 @@ ImageFrame FrameAt(const ScreenBox& box, double pixelsPerUnit, int width, int he
 
 }  // namespace
 
-ImageFrame NaturalFrame(const ScreenBox& box, double pixelsPerUnit) {
+std::optional<ImageFrame> NaturalFrame(const ScreenBox& box, double pixelsPerUnit) {
+    if (!IsFinite(box) || !std::isfinite((box.xmax - box.xmin) * pixelsPerUnit) ||
+        !std::isfinite((box.ymax - box.ymin) * pixelsPerUnit))
+        return std::nullopt;
     const double width = std::max((box.xmax - box.xmin) * pixelsPerUnit, 1.0);
     const double height = std::max((box.ymax - box.ymin) * pixelsPerUnit, 1.0);
     const double shrink = std::min(1.0, kMaxDefaultImageSide / std::max(width, height));
@@ -245,14 +265,17 @@ ImageFrame NaturalFrame(const ScreenBox& box, double pixelsPerUnit) {
         frame.xmin = box.xmin;
         frame.ymin = box.ymin;
     }
-    return frame;
+    return Checked(frame);
 }
 
-ImageFrame FittedFrame(const ScreenBox& box, int width, int height) {
+std::optional<ImageFrame> FittedFrame(const ScreenBox& box, int width, int height) {
+    if (!IsFinite(box) || !std::isfinite(box.xmax - box.xmin) ||
+        !std::isfinite(box.ymax - box.ymin))
+        return std::nullopt;
     const double boxWidth = std::max(box.xmax - box.xmin, std::numeric_limits<double>::min());
     const double boxHeight = std::max(box.ymax - box.ymin, std::numeric_limits<double>::min());
     const double scale = std::min(width / boxWidth, height / boxHeight);
-    return FrameAt(box, scale, width, height);
+    return Checked(FrameAt(box, scale, width, height));
 }
 
 ScreenBox ProjectedBounds(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,

@@ -22,10 +22,12 @@ struct ImageFrame {
 constexpr int kMaxDefaultImageSide = 4096;
 
 /// The screen rectangle `box` at `pixelsPerUnit`, rounded up to whole pixels (at least one)
-/// and scaled down when a side would exceed kMaxDefaultImageSide.
-ImageFrame NaturalFrame(const ScreenBox& box, double pixelsPerUnit);
+/// and scaled down when a side would exceed kMaxDefaultImageSide. Nothing when the box, its
+/// extent in pixels or the resulting frame is not finite (a view whose numbers overflowed).
+std::optional<ImageFrame> NaturalFrame(const ScreenBox& box, double pixelsPerUnit);
 /// The screen rectangle `box` scaled uniformly to fit a `width` × `height` picture, centred.
-ImageFrame FittedFrame(const ScreenBox& box, int width, int height);
+/// Nothing when the box or the resulting frame is not finite.
+std::optional<ImageFrame> FittedFrame(const ScreenBox& box, int width, int height);
 
 /// The screen bounds of the meshes' visible triangles seen through `view`, united with `box`.
 ScreenBox ProjectedBounds(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,
@@ -33,7 +35,8 @@ ScreenBox ProjectedBounds(const std::vector<PlacedMesh>& meshes, const MMTransfo
 
 /// The view as a person would see it: visible triangles flat-shaded by how squarely they face
 /// the viewer, marked ones in the highlight colour, nearest surface in front, and the region's
-/// outline on top.
+/// outline on top. Every picture position is clamped before it becomes a pixel index, so
+/// triangles or region points that overflow to infinity or NaN are clipped or left out.
 RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,
                      const SelectionRegion& region, const ImageFrame& frame);
 

@@ -1,7 +1,10 @@
 // velpick: reads a scene (meshes, placements, camera, region, switches), runs a picker and
 // writes what was picked as JSON, as a picture and as a coloured mesh.
 
+#include <unistd.h>
+
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -13,13 +16,13 @@
 
 #include "tools/atomic_file.h"
 #include "tools/demo_scene.h"
+#include "tools/message_text.h"
 #include "tools/picker.h"
-#include "tools/ply_writer.h"
-#include "tools/png_writer.h"
 #include "tools/report_json.h"
 #include "tools/scene.h"
 #include "tools/scene_image.h"
 #include "tools/scene_loader.h"
+#include "tools/scene_outputs.h"
 
 namespace {
 
@@ -99,62 +102,47 @@ std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
     return placed;
 }
 
-ImageFrame PictureFrame(const Options& options, const Scene& scene,
-                        const std::vector<PlacedMesh>& meshes) {
-    // A camera shows its screen; a bare view shows whatever the meshes and region cover.
-    const ScreenBox box =
-        scene.camera ? ScreenBox{0.0, 0.0, scene.camera->screenWidth, scene.camera->screenHeight}
-                     : ProjectedBounds(meshes, scene.view, RegionScreenBounds(scene.region));
-    if (options.imageSize.empty())
-        return NaturalFrame(box, scene.pixelProportion);
-    return FittedFrame(box, options.imageSize[0], options.imageSize[1]);
+// The picture of the pick, framed as the options ask; a view whose numbers overflow the
+// frame is refused before anything is drawn.
+RgbImage RenderPicture(const Options& options, const Scene& scene,
+                       const std::vector<PlacedMesh>& meshes, const std::string& sourceName) {
+    const std::optional<ImageFrame> frame = PictureFrame(scene, meshes, options.imageSize);
+    if (!frame)
+        throw SceneError(sourceName + ": " + (scene.camera ? "camera" : "view") +
+                         ": the picture cannot frame the scene: its screen bounds overflow");
+    return RenderScene(meshes, scene.view, scene.region, *frame);
 }
 
-void WriteImage(AtomicFile& file, const Options& options, const Scene& scene,
-                const std::vector<PlacedMesh>& meshes) {
-    const RgbImage image =
-        RenderScene(meshes, scene.view, scene.region, PictureFrame(options, scene, meshes));
+// Encoders report failures without the file's name.
+template <class Encode>
+std::string Encoded(const std::string& target, Encode&& encode) {
     try {
-        WritePng(file.Stream(), image);
+        return encode();
     } catch (const std::runtime_error& error) {
-        throw OutputError(file.Target().string() + ": " + error.what());
+        throw OutputError(target + ": " + error.what());
     }
 }
 
-void WriteMesh(AtomicFile& file, const Scene& scene, const std::vector<PlacedMesh>& meshes) {
-    try {
-        WritePly(file.Stream(), meshes, scene.unitsPerModelUnit);
-    } catch (const std::runtime_error& error) {
-        throw OutputError(file.Target().string() + ": " + error.what());
-    }
-}
-
-void WriteText(AtomicFile& file, const std::string& text) {
-    if (std::fwrite(text.data(), 1, text.size(), file.Stream()) != text.size())
-        throw OutputError(file.Target().string() + ": cannot write");
-}
-
-/// Writes every requested file under a temporary name and renames them only once all are
-/// complete, so that a failure leaves no output behind.
+/// Makes every requested output in memory first, then writes them all under temporary names
+/// and renames them only once all are complete, so that a failure leaves no output behind.
 void WriteOutputs(const Options& options, const Scene& scene,
-                  const std::vector<std::unique_ptr<MStlBase>>& meshes, const PickReport& report) {
-    const std::string json = FormatReport(report);
+                  const std::vector<std::unique_ptr<MStlBase>>& meshes, const PickReport& report,
+                  const std::string& sourceName) {
     const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes, report);
-    std::vector<std::unique_ptr<AtomicFile>> files;
-    if (!options.output.empty()) {
-        files.push_back(std::make_unique<AtomicFile>(options.output));
-        WriteText(*files.back(), json);
-    }
+    std::vector<OutputFile> outputs;
+    if (!options.output.empty())
+        outputs.push_back({options.output, FormatReport(report)});
     if (!options.image.empty()) {
-        files.push_back(std::make_unique<AtomicFile>(options.image));
-        WriteImage(*files.back(), options, scene, placed);
+        const RgbImage picture = RenderPicture(options, scene, placed, sourceName);
+        outputs.push_back(
+            {options.image, Encoded(options.image, [&] { return PngBytes(picture); })});
     }
     if (!options.ply.empty()) {
-        files.push_back(std::make_unique<AtomicFile>(options.ply));
-        WriteMesh(*files.back(), scene, placed);
+        outputs.push_back({options.ply, Encoded(options.ply, [&] {
+                               return PlyBytes(placed, scene.unitsPerModelUnit);
+                           })});
     }
-    for (const auto& file : files)
-        file->Commit();
+    CommitOutputs(outputs);
 }
 
 PickReport MakeReport(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
@@ -176,17 +164,39 @@ std::unique_ptr<Picker> PickerFor(const Scene& scene, const std::string& sourceN
         std::string known;
         for (const std::string& name : PickerNames())
             known += (known.empty() ? "" : ", ") + name;
-        throw SceneError(sourceName + ": picker: unknown picker \"" + scene.picker +
+        throw SceneError(sourceName + ": picker: unknown picker \"" + Printable(scene.picker) +
                          "\" (known: " + known + ")");
     }
     return picker;
 }
 
+std::uint64_t PhysicalMemoryBytes() {
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGE_SIZE);
+    return pages > 0 && pageSize > 0 ? std::uint64_t(pages) * std::uint64_t(pageSize) : 0;
+}
+
+std::string Megabytes(std::uint64_t bytes) {
+    return std::to_string((bytes + (1u << 20) - 1) >> 20) + " MB";
+}
+
 PickResult RunPick(Picker& picker, const PickRequest& request, const std::string& sourceName) {
+    const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+    const std::string raster = sourceName + ": region: the selection raster of " +
+                               std::to_string(box.width) + " x " + std::to_string(box.height) +
+                               " pixels";
+    // Refused before the run: an allocation the machine cannot back would otherwise end as a
+    // bare std::bad_alloc, or as the process killed while the buffer is filled.
+    const std::uint64_t bytes = picker.RasterBytes(request), memory = PhysicalMemoryBytes();
+    if (memory > 0 && bytes > memory)
+        throw SceneError(raster + " needs about " + Megabytes(bytes) + ", more than the " +
+                         Megabytes(memory) +
+                         " of memory here (lower pixel_proportion or shrink the region)");
     try {
         return picker.Pick(request);
     } catch (const PickError& error) {
         throw SceneError(sourceName + ": " + error.Field() + ": " + error.what());
+    } catch (const std::bad_alloc&) {
+        throw SceneError(raster + " does not fit in memory (about " + Megabytes(bytes) + ")");
     }
 }
 
@@ -205,7 +215,7 @@ int RunScene(const Options& options) {
     report.loadMilliseconds = loadMilliseconds;
     report.pickMilliseconds = pickClock.Milliseconds();
 
-    WriteOutputs(options, scene, meshes, report);
+    WriteOutputs(options, scene, meshes, report, options.scene);
     if (options.output.empty())
         std::cout << FormatReport(report) << std::flush;
     return 0;
@@ -272,7 +282,7 @@ int RunDemo(const Options& options) {
             // The picture and the outputs show the default picker's marks.
             PickReport report = MakeReport(demo.scene, demo.meshes, result);
             report.pickMilliseconds = milliseconds;
-            WriteOutputs(options, demo.scene, demo.meshes, report);
+            WriteOutputs(options, demo.scene, demo.meshes, report, "demo");
             pictured = std::move(report);
         }
         runs.push_back({name, {std::move(result), milliseconds}});
@@ -314,13 +324,14 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForHelp& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
-        std::cerr << "velpick: " << error.what() << " (see --help)\n";
+        std::cerr << "velpick: " << Printable(error.what()) << " (see --help)\n";
         return kExitError;
     }
     try {
         return options.demo ? RunDemo(options) : RunScene(options);
     } catch (const std::exception& error) {
-        std::cerr << error.what() << "\n";
+        // File names and fields are the user's text: keep the message on one line.
+        std::cerr << Printable(error.what()) << "\n";
         return kExitError;
     }
 }

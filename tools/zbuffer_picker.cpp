@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdint>
 
 #include "mark_polygon.h"
 #include "tools/picker.h"
@@ -28,6 +29,22 @@ class ZBufferPicker : public Picker {
         if (!op.operate())
             throw RasterTooLarge(request);
         return Collect(request);
+    }
+
+    // The operator's published cost: per pixel of the region box a 16-byte depth cell and a
+    // region byte (mark-through: the region byte only), per row one span record.
+    std::uint64_t RasterBytes(const PickRequest& request) const override {
+        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        constexpr std::uint64_t kMaxCells = 2147483647;  // larger rasters are refused unbuilt
+        if (box.width <= 0 || box.height <= 0)
+            return 0;
+        const auto width = static_cast<std::uint64_t>(box.width);
+        const auto height = static_cast<std::uint64_t>(box.height);
+        if (width > kMaxCells / height)
+            return 0;
+        const std::uint64_t perCell = request.markThrough ? 1 : 1 + 16;
+        const std::uint64_t perRow = request.markThrough ? 8 : 16;
+        return width * height * perCell + height * perRow;
     }
 
   private:
