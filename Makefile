@@ -7,10 +7,14 @@ JOBS          ?= $(shell nproc)
 PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
                  libgtest-dev libbenchmark-dev nlohmann-json3-dev \
                  libcli11-dev libpng-dev zlib1g-dev assimp-testmodels \
-                 pybind11-dev python3-dev python3-numpy python3-pytest
+                 pybind11-dev python3-dev python3-numpy python3-pytest clang libclang-rt-14-dev
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
+FUZZ_DIR      ?= build-fuzz
+FUZZ_SECONDS  ?= 60
+FUZZ_TARGETS  := fuzz_import_ply fuzz_import_off fuzz_import_stl fuzz_import_obj \
+                 fuzz_scene fuzz_pixel_grid fuzz_mark_polygon
 
-.PHONY: all deps configure build demo example python test test-sanitize bench format clean
+.PHONY: all deps configure build demo example python test test-sanitize fuzz bench format clean
 
 all: build
 
@@ -56,6 +60,14 @@ test-sanitize: deps
 	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
 
+# libFuzzer targets with ASan and UBSan, each run FUZZ_SECONDS on its seed corpus (fuzz/run).
+fuzz: deps
+	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
+	  -DVELPICK_SANITIZE=ON -DVELPICK_FUZZ=ON -DVELPICK_BUILD_TESTS=OFF \
+	  -DVELPICK_BUILD_BENCHMARKS=OFF >/dev/null
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target $(FUZZ_TARGETS)
+	fuzz/run $(FUZZ_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
 bench: build
 	$(BUILD_DIR)/bench/velpick_bench
 
@@ -63,4 +75,4 @@ format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(FUZZ_DIR)

@@ -149,6 +149,9 @@ bool PixelGrid::Intersect(const std::vector<point2d>& polygon) {
 
 namespace {
 
+// Cells a segment's walk may visit beside the grid's rows and columns once skipped to it.
+constexpr std::int64_t kWalkSlack = 8;
+
 // A grid walk of the unit cells a segment crosses. The walk runs in three dimensions with a
 // single layer (cells 1 × 1 × 5, both ends at depth 2) over the segment's box widened by one
 // cell on every side, its origin centred on that box in truncating integer arithmetic.
@@ -330,6 +333,10 @@ bool PixelGrid::Intersect(std::array<point2d, 2> segment) const {
     SegmentCellWalk walk(segment[0], segment[1]);
     if (!startCellOnly && !walk.SkipToWindow(m_width))
         return false;
+    // Past the skip the walk crosses each row and column of the grid at most once, give or
+    // take a cell at its edges. Only coordinates beyond the 32-bit range, whose boundaries
+    // all share one t so that the skip cannot count them, would walk longer: the cap ends them.
+    std::int64_t stepsLeft = std::int64_t{m_width} + m_height + kWalkSlack;
     do {
         const std::int64_t column = walk.Column();
         const std::int64_t row = walk.Row();
@@ -338,7 +345,7 @@ bool PixelGrid::Intersect(std::array<point2d, 2> segment) const {
             return true;
         if (walk.PastWindow(m_width, m_height))
             return false;
-    } while (!startCellOnly && walk.Advance());
+    } while (!startCellOnly && --stepsLeft > 0 && walk.Advance());
     return false;
 }
 

@@ -268,12 +268,14 @@ TEST_F(SegmentIntersectTest, SegmentsBeyondTheIntegerRangeEndAtTheGrid) {
     grid.At(7, 0) = grid.At(7, kSize - 1) = true;
     const double huge = std::numeric_limits<double>::max();
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (const auto& [p, q] :
-         std::vector<std::pair<point2d, point2d>>{{{-huge, 7.5}, {huge, 7.5}},
-                                                  {{-1e308, -1e308}, {1e308, 1e308}},
-                                                  {{0.5, -huge}, {0.5, huge}},
-                                                  {{nan, 7.5}, {3.5, 7.5}},
-                                                  {{INFINITY, 7.5}, {-INFINITY, 7.5}}}) {
+    for (const auto& [p, q] : std::vector<std::pair<point2d, point2d>>{
+             {{-huge, 7.5}, {huge, 7.5}},
+             {{-1e308, -1e308}, {1e308, 1e308}},
+             {{0.5, -huge}, {0.5, huge}},
+             {{nan, 7.5}, {3.5, 7.5}},
+             {{INFINITY, 7.5}, {-INFINITY, 7.5}},
+             // Found by fuzzing: every boundary of the far end's frame has t = 1.
+             {{36.75, 36.75}, {-1.3636493946405294e308, -7.8687196289458854e307}}}) {
         grid.Intersect(Segment(p, q));  // must end; the answer for such coordinates is free
     }
     EXPECT_TRUE(grid.Intersect(Segment({-2e9, 7.5}, {2e9, 7.5})));
