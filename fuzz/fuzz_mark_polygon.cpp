@@ -51,7 +51,7 @@ struct FuzzMesh {
     std::vector<MStlSurface*> surfaces;
     std::unique_ptr<MStlMarkTrianglesByMasks> sink;
     bool markWholeMesh = true;
-    std::set<const MStlSurface*> markable;
+    std::set<MStlSurface*> markable;
 };
 
 FuzzMesh MakeMesh(FuzzedDataProvider& input) {

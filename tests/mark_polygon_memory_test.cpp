@@ -15,14 +15,32 @@ namespace {
 constexpr std::size_t kAllocationLimit = std::size_t{1} << 30;
 }  // namespace
 
+// The replacement deletes free what the replacement new took from malloc; GCC cannot see
+// that they pair once it inlines them.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return size <= kAllocationLimit ? std::malloc(size ? size : 1) : nullptr;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
 void* operator new(std::size_t size) {
-    void* memory = size <= kAllocationLimit ? std::malloc(size ? size : 1) : nullptr;
+    void* memory = operator new(size, std::nothrow);
     if (!memory)
         throw std::bad_alloc();
     return memory;
 }
 void* operator new[](std::size_t size) {
     return operator new(size);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
