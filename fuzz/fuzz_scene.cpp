@@ -68,10 +68,14 @@ std::vector<std::unique_ptr<MStlBase>> SceneMeshes(const Scene& scene) {
     return meshes;
 }
 
-void DrawAndWrite(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes) {
+void DrawAndWrite(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                  const PickReport& report) {
     std::vector<PlacedMesh> placed;
-    for (std::size_t i = 0; i < meshes.size(); ++i)
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
         placed.push_back({meshes[i].get(), scene.meshes[i].placement});
+        if (report.meshes[i].edges)
+            placed.back().markedEdges = report.meshes[i].edges->marked;
+    }
     for (const std::vector<int>& size : {std::vector<int>{}, std::vector<int>{64, 48}}) {
         const std::optional<ImageFrame> frame = PictureFrame(scene, placed, size);
         if (!frame || long(frame->width) * frame->height > kMaxNaturalPicturePixels)
@@ -98,18 +102,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const PickRequest request = MakePickRequest(scene, meshes);
     if (picker->RasterBytes(request) > kMaxRasterBytes)
         return 0;
-    std::optional<PickResult> result = picker->Pick(request);
-    if (!result)
+    PickResult result;
+    try {
+        result = picker->Pick(request);
+    } catch (const PickError&) {
         return 0;
+    }
 
     PickReport report;
     report.picker = scene.picker;
     for (std::size_t i = 0; i < meshes.size(); ++i)
-        report.meshes.push_back(
-            {scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(), result->marked[i]});
-    report.region = result->region;
+        report.meshes.push_back({scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(),
+                                 result.meshes[i].triangles, result.meshes[i].edges});
+    report.region = result.region;
     // The report must be valid JSON whatever the file names hold.
     static_cast<void>(nlohmann::json::parse(FormatReport(report)));
-    DrawAndWrite(scene, meshes);
+    DrawAndWrite(scene, meshes, report);
     return 0;
 }
