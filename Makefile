@@ -6,7 +6,7 @@ SANITIZE_DIR  ?= build-sanitize
 JOBS          ?= $(shell nproc)
 PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
                  libgtest-dev libbenchmark-dev nlohmann-json3-dev \
-                 libcli11-dev libpng-dev zlib1g-dev assimp-testmodels \
+                 libcli11-dev libpng-dev zlib1g-dev libembree-dev assimp-testmodels \
                  pybind11-dev python3-dev python3-numpy python3-pytest clang libclang-rt-14-dev
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 FUZZ_DIR      ?= build-fuzz

@@ -113,6 +113,7 @@ inline std::vector<MMPlaneEq<double>> Planes() {
 
 struct PickOptions {
     bool markThrough = false, culling = false, planes = false, brush = false;
+    double discRadius = kDiscRadiusPixels;
 };
 
 /// One pick on `mesh` as a user's drag would run it.
@@ -123,7 +124,7 @@ inline bool Pick(MStlBase& mesh, const PickOptions& o) {
     if (o.brush)
         picker.SetBrushPath(Stroke(), kBrushRadiusUnits);
     else
-        picker.SetPolygon(Disc());
+        picker.SetPolygon(Disc(o.discRadius));
     picker.SetMarkThrough(o.markThrough);
     picker.SetBackFaceCulling(o.culling);
     if (o.planes)

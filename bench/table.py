@@ -1,0 +1,89 @@
+"""Prints the benchmark table of bench/run from Google Benchmark's JSON output."""
+
+import json
+import math
+import sys
+
+
+def load(path):
+    with open(path) as f:
+        runs = json.load(f)["benchmarks"]
+    return {run["name"]: run for run in runs if run.get("run_type", "iteration") == "iteration"}
+
+
+def ms(run):
+    """Milliseconds: wall time for the multi-threaded Embree runs, otherwise CPU time, which a
+    machine shared with other work disturbs less (the benchmarks report milliseconds)."""
+    return run["real_time"] if run["name"].endswith("real_time") else run["cpu_time"]
+
+
+def fit_exponent(points):
+    """Least-squares slope of log(time) against log(size)."""
+    xs = [math.log(x) for x, _ in points]
+    ys = [math.log(y) for _, y in points]
+    mx, my = sum(xs) / len(xs), sum(ys) / len(ys)
+    return sum((x - mx) * (y - my) for x, y in zip(xs, ys)) / sum((x - mx) ** 2 for x in xs)
+
+
+def main(path):
+    runs = load(path)
+    rows = []
+
+    def row(label, name, note=""):
+        if name in runs:
+            rows.append((label, f"{ms(runs[name]):10.2f}", note))
+
+    for size, label in ((100000, "100k"), (1000000, "1M"), (4000000, "4M")):
+        row(f"load binary PLY, {label}", f"Mesh/load/{size}")
+        row(f"destroy mesh, {label}", f"Mesh/destroy/{size}/iterations:8")
+        for kind in ("visible", "through", "planes", "culling", "brush"):
+            row(f"z-buffer {kind}, {label}", f"BM_Pick/{kind}/{size}")
+        row(f"streaming floor, {label}", f"Floor/stream/{size}")
+        row(f"Embree build (all threads), {label}", f"Embree/build/{size}/real_time")
+    row("Embree cast, 1M, 1 thread", "Embree/cast/1000000/1/real_time")
+    row("Embree cast, 1M, 2 threads", "Embree/cast/1000000/2/real_time")
+
+    print(f"{'measure':44s} {'ms':>10s}  (CPU time; Embree rows wall time)")
+    print("-" * 56)
+    for label, value, note in rows:
+        print(f"{label:44s} {value} {note}")
+
+    def get(name):
+        return ms(runs[name]) if name in runs else None
+
+    pick = get("BM_Pick/visible/1000000")
+    build = get("Embree/build/1000000/real_time")
+    cast1 = get("Embree/cast/1000000/1/real_time")
+    floor = get("Floor/stream/1000000")
+    print("-" * 56)
+    print("ratios on the 1M torus (visible pick)")
+    if pick and build and cast1:
+        print(f"  pick / (Embree build + cast, 1 thread)   {pick / (build + cast1):6.2f}")
+    if pick and cast1:
+        print(f"  pick / Embree cast (1 thread)            {pick / cast1:6.2f}")
+    if pick and floor:
+        print(f"  pick / streaming floor                   {pick / floor:6.2f}")
+    culling = get("BM_Pick/culling/1000000")
+    if pick and culling:
+        print(f"  culling - visible (ms)                   {culling - pick:6.2f}")
+
+    scale = [r for n, r in runs.items() if n.startswith("Scale/pick/")]
+    by_triangles = [(r["triangles"], ms(r)) for r in scale if r["region_pixels"] > 4e5]
+    by_pixels = [(r["region_pixels"], ms(r)) for r in scale if r["triangles"] == 1e6]
+    if len(by_triangles) > 1:
+        print(f"  exponent of time against triangles      {fit_exponent(by_triangles):6.2f}")
+    if len(by_pixels) > 1:
+        print(f"  exponent of time against region pixels   {fit_exponent(by_pixels):6.2f}")
+    print("-" * 56)
+    print("memory")
+    for name, r in sorted(runs.items()):
+        if name.startswith("Mesh/bytes"):
+            print(f"  mesh bytes per triangle (1M)             {r['bytes_per_triangle']:6.1f}")
+    for r in scale:
+        print(f"  pick peak extra heap, {int(r['triangles'] / 1000)}k triangles, "
+              f"{int(r['region_pixels'])} px: {r['peak_bytes'] / 1e6:7.1f} MB "
+              f"(bound {r['model_bytes'] / 1e6:7.1f} MB)")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1])
