@@ -15,11 +15,14 @@ namespace {
 
 constexpr double kInt32Min = -2147483648.0;
 constexpr double kInt32Max = 2147483647.0;
+constexpr std::uint32_t kNoVertex = UINT32_MAX;  // vertex numbers are 32-bit
 const char* const kAxisNames[3] = {"x", "y", "z"};
 
 // The importer's rule: scale, round half away from zero, refuse what leaves 32 bits.
 template <class Coordinate>
 std::vector<std::int32_t> ToInternalUnits(const StridedArray<Coordinate>& vertices) {
+    if (vertices.rows >= kNoVertex)
+        throw ArrayMeshError("vertices: more than 4294967294 rows");
     const double unitsPerModelUnit = VelSDK::Common::MInternalUnits::Get();
     std::vector<std::int32_t> units(3 * vertices.rows);
     for (std::size_t v = 0; v < vertices.rows; ++v) {
@@ -59,14 +62,65 @@ void CheckFaces(const StridedArray<Index>& faces, std::size_t vertexCount) {
     }
 }
 
-template <class Index>
-void AddFace(MStlSurface& surface, const std::vector<std::int32_t>& units,
-             const StridedArray<Index>& faces, std::size_t f) {
-    const std::int32_t* p = units.data() + 3 * static_cast<std::size_t>(faces.At(f, 0));
-    const std::int32_t* q = units.data() + 3 * static_cast<std::size_t>(faces.At(f, 1));
-    const std::int32_t* r = units.data() + 3 * static_cast<std::size_t>(faces.At(f, 2));
-    surface.AddTriangle(p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
+std::size_t PositionHash(const std::int32_t* c) {
+    const std::uint64_t h = static_cast<std::uint32_t>(c[0]) * 0x9E3779B97F4A7C15ull ^
+                            static_cast<std::uint32_t>(c[1]) * 0xC2B2AE3D27D4EB4Full ^
+                            static_cast<std::uint32_t>(c[2]) * 0x165667B19E3779F9ull;
+    return static_cast<std::size_t>(h ^ (h >> 29));
 }
+
+// For every input vertex, the first input vertex at the same internal-unit position: an
+// open-addressing table at most half full. Cheaper than asking the mesh for each corner.
+std::vector<std::uint32_t> FirstOfEqualVertices(const std::vector<std::int32_t>& units) {
+    const std::size_t count = units.size() / 3;
+    std::size_t capacity = 16;
+    while (capacity < 2 * count)
+        capacity *= 2;
+    std::vector<std::uint32_t> table(capacity, kNoVertex);
+    std::vector<std::uint32_t> first(count);
+    for (std::size_t v = 0; v < count; ++v) {
+        const std::int32_t* c = units.data() + 3 * v;
+        for (std::size_t s = PositionHash(c) & (capacity - 1);; s = (s + 1) & (capacity - 1)) {
+            if (table[s] == kNoVertex) {
+                table[s] = first[v] = static_cast<std::uint32_t>(v);
+                break;
+            }
+            const std::int32_t* other = units.data() + 3 * std::size_t{table[s]};
+            if (other[0] == c[0] && other[1] == c[1] && other[2] == c[2]) {
+                first[v] = table[s];
+                break;
+            }
+        }
+    }
+    return first;
+}
+
+// Mesh vertices made on first use, so that they are numbered in order of first appearance
+// (faces in order, corners 0, 1, 2), as the importer numbers them.
+class MeshVertices {
+  public:
+    MeshVertices(MStlBase& mesh, const std::vector<std::int32_t>& units)
+        : m_mesh(mesh),
+          m_units(units),
+          m_first(FirstOfEqualVertices(units)),
+          m_meshVertex(m_first.size(), kNoVertex) {}
+
+    const MStlPoint& Of(std::size_t inputVertex) {
+        std::uint32_t& number = m_meshVertex[m_first[inputVertex]];
+        if (number == kNoVertex) {
+            const std::int32_t* c = m_units.data() + 3 * std::size_t{m_first[inputVertex]};
+            number = static_cast<std::uint32_t>(
+                m_mesh.AddDistinctPoint(c[0], c[1], c[2])->GetMaskIndex());
+        }
+        return m_mesh.GetPoint(number);
+    }
+
+  private:
+    MStlBase& m_mesh;
+    const std::vector<std::int32_t>& m_units;
+    std::vector<std::uint32_t> m_first;
+    std::vector<std::uint32_t> m_meshVertex;
+};
 
 }  // namespace
 
@@ -76,11 +130,16 @@ ArrayMesh BuildArrayMesh(const MeshArrays<Coordinate, Index>& arrays) {
     CheckFaces(arrays.faces, arrays.vertices.rows);
 
     auto mesh = std::make_unique<MStlBase>();
+    mesh->Reserve(arrays.vertices.rows, arrays.faces.rows);
     MStlSurface& markable = *mesh->AddSurface(nullptr);
     MStlSurface* fixed = arrays.markable ? mesh->AddSurface(nullptr) : &markable;
+    MeshVertices vertices(*mesh, units);
     for (std::size_t f = 0; f < arrays.faces.rows; ++f) {
         const bool mayMark = !arrays.markable || arrays.markable->At(f) != 0;
-        AddFace(mayMark ? markable : *fixed, units, arrays.faces, f);
+        const MStlPoint& a = vertices.Of(static_cast<std::size_t>(arrays.faces.At(f, 0)));
+        const MStlPoint& b = vertices.Of(static_cast<std::size_t>(arrays.faces.At(f, 1)));
+        const MStlPoint& c = vertices.Of(static_cast<std::size_t>(arrays.faces.At(f, 2)));
+        (mayMark ? markable : *fixed).AddTriangle(a, b, c);
     }
     return {std::move(mesh), std::move(units)};
 }
