@@ -2,13 +2,16 @@
 
 import json
 import math
+import re
 import sys
 
 
 def load(path):
     with open(path) as f:
         runs = json.load(f)["benchmarks"]
-    return {run["name"]: run for run in runs if run.get("run_type", "iteration") == "iteration"}
+    # Settings that Google Benchmark appends to a name (a warm-up time) are not part of it here.
+    return {re.sub(r"/min_warmup_time:[^/]*", "", run["name"]): run
+            for run in runs if run.get("run_type", "iteration") == "iteration"}
 
 
 def ms(run):
