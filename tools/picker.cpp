@@ -53,4 +53,12 @@ std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh) {
     return marked;
 }
 
+PickResult CollectMarkedTriangles(const PickRequest& request) {
+    PickResult result;
+    for (const PickMesh& mesh : request.meshes)
+        result.meshes.push_back({MarkedTriangles(*mesh.mesh), std::nullopt});
+    result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
+    return result;
+}
+
 }  // namespace velpick

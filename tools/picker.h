@@ -105,6 +105,8 @@ std::vector<std::string> PickerNames();
 
 /// Sorted indices of the marked triangles of `mesh` (index i is triangle i).
 std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh);
+/// The result of a triangle picker: the marked triangles of every mesh, and the region's box.
+PickResult CollectMarkedTriangles(const PickRequest& request);
 
 /// A one-line description of every registered picker, for help texts.
 std::string DescribePickers();

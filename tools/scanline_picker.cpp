@@ -33,7 +33,7 @@ class ScanLinePicker : public Picker {
 
         tbb::task_arena arena(request.threads ? *request.threads : tbb::task_arena::automatic);
         arena.execute([&] { detector.Operate(); });
-        return Collect(request);
+        return CollectMarkedTriangles(request);
     }
 
   private:
@@ -69,14 +69,6 @@ class ScanLinePicker : public Picker {
         } else {
             detector.SetMode(MStlBaseOperatorVisibilityDetector::Mode::Polygon);
         }
-    }
-
-    static PickResult Collect(const PickRequest& request) {
-        PickResult result;
-        for (const PickMesh& mesh : request.meshes)
-            result.meshes.push_back({MarkedTriangles(*mesh.mesh), std::nullopt});
-        result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
-        return result;
     }
 };
 

@@ -28,7 +28,7 @@ class ZBufferPicker : public Picker {
         op.SetUnmark(request.unmark);
         if (!op.operate())
             throw RasterTooLarge(request);
-        return Collect(request);
+        return CollectMarkedTriangles(request);
     }
 
     // The operator's published cost: per pixel of the region box a 16-byte depth cell and a
@@ -63,14 +63,6 @@ class ZBufferPicker : public Picker {
         return PickError("region", "the selection raster of " + std::to_string(box.width) + " x " +
                                        std::to_string(box.height) +
                                        " pixels is over the picker's limit of 2147483647 cells");
-    }
-
-    static PickResult Collect(const PickRequest& request) {
-        PickResult result;
-        for (const PickMesh& mesh : request.meshes)
-            result.meshes.push_back({MarkedTriangles(*mesh.mesh), std::nullopt});
-        result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
-        return result;
     }
 };
 
