@@ -96,6 +96,12 @@ MMTransformMatrix Transform(FuzzedDataProvider& input, double scale) {
     return MMTransformMatrix(m);
 }
 
+// The region keeps its radius as a double; a drawn radius near SIZE_MAX rounds up to 2^64 there,
+// which does not convert back, so the largest double below 2^64 stands in for it.
+std::size_t WholeRadius(double radius) {
+    return static_cast<std::size_t>(std::min(radius, 18446744073709549568.0));
+}
+
 velpick::SelectionRegion Region(FuzzedDataProvider& input) {
     velpick::SelectionRegion region;
     if (input.ConsumeBool()) {
@@ -225,7 +231,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             picker.AddClippingPlane({Number(input, 1.0), Number(input, 1.0), Number(input, 1.0),
                                      Number(input, 3000.0)});
         if (region.shape == velpick::SelectionRegion::Shape::kBrush)
-            picker.SetBrushPath(region.points, region.brushRadius);
+            picker.SetBrushPath(region.points, WholeRadius(region.brushRadius));
         else
             picker.SetPolygon(region.points);
         picker.SetBackFaceCulling(input.ConsumeBool());
