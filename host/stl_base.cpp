@@ -10,6 +10,7 @@ MStlSurface* MStlBase::AddSurface(const MStlSurface* parent) {
     auto& siblings = parent ? const_cast<MStlSurface*>(parent)->m_subSurfaces : m_surfaces;
     siblings.push_back(
         std::make_unique<MStlSurface>(MStlElementKey(), this, const_cast<MStlSurface*>(parent)));
+    siblings.back()->m_siblingIndex = siblings.size() - 1;
     return siblings.back().get();
 }
 

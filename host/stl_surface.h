@@ -31,6 +31,8 @@ public:
     std::size_t GetNumberOfTriangles() const { return m_triangles.size(); }
 
     MStlSurface* GetParent() const { return m_parent; }
+    /// Position among the parent's sub-surfaces (or the mesh's top surfaces).
+    std::size_t _GetSiblingIndex() const { return m_siblingIndex; }
     const std::vector<std::unique_ptr<MStlSurface>>& GetSubSurfaces() const {
         return m_subSurfaces;
     }
@@ -41,6 +43,7 @@ private:
     friend class MStlIteratorSurfaceTriangleConst;
 
     MStlSurface* m_parent;
+    std::size_t m_siblingIndex = 0;
     std::vector<MStlTriangle*> m_triangles;
     std::vector<std::unique_ptr<MStlSurface>> m_subSurfaces;
 };
