@@ -32,6 +32,7 @@ MStlSurface* MStlBase::AddSurface(const MStlSurface* parent) {
     siblings.push_back(std::make_unique<MStlSurface>(MStlElementKey(), this,
                                                      const_cast<MStlSurface*>(parent), number));
     m_surfacesByNumber.push_back(siblings.back().get());
+    siblings.back()->m_siblingIndex = siblings.size() - 1;
     return siblings.back().get();
 }
 

@@ -47,10 +47,9 @@ namespace {
 MStlSurface* nextSibling(const MStlSurface* surface) {
     const auto& siblings = surface->GetParent() ? surface->GetParent()->GetSubSurfaces()
                                                 : surface->GetStl()->GetTopSurfaces();
-    for (std::size_t i = 0; i + 1 < siblings.size(); ++i)
-        if (siblings[i].get() == surface)
-            return siblings[i + 1].get();
-    return nullptr;
+    // Surfaces are never removed, so the index stays right; no search through long lists.
+    const std::size_t next = surface->_GetSiblingIndex() + 1;
+    return next < siblings.size() ? siblings[next].get() : nullptr;
 }
 
 }  // namespace

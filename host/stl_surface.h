@@ -39,6 +39,8 @@ class MStlSurface : public MStlFeatureItem {
     std::size_t GetNumberOfTriangles() const { return m_triangleCount; }
 
     MStlSurface* GetParent() const { return m_parent; }
+    /// Position among the parent's sub-surfaces (or the mesh's top surfaces).
+    std::size_t _GetSiblingIndex() const { return m_siblingIndex; }
     const std::vector<std::unique_ptr<MStlSurface>>& GetSubSurfaces() const {
         return m_subSurfaces;
     }
@@ -50,6 +52,7 @@ class MStlSurface : public MStlFeatureItem {
 
     MStlSurface* m_parent;
     std::uint32_t m_number;  // in the mesh, in order of creation
+    std::size_t m_siblingIndex = 0;
     std::vector<MStlTriangleRun> m_runs;
     std::size_t m_triangleCount = 0;
     std::vector<std::unique_ptr<MStlSurface>> m_subSurfaces;
