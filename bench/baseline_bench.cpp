@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "camera_view.h"
-#include "pixel_grid.h"
+#include <velpick/camera_view.h>
+#include <velpick/pixel_grid.h>
 #include "torus_scene.h"
 
 #ifdef VELPICK_BENCH_EMBREE

@@ -9,12 +9,12 @@
 #include <random>
 #include <vector>
 
-#include "element_info.h"
-#include "feature_graphs.h"
-#include "graph_filter_by_clipping_planes.h"
-#include "graph_mark_polygon.h"
-#include "named_mask.h"
-#include "stl_base.h"
+#include <velpick/graph_filter_by_clipping_planes.h>
+#include <velpick/graph_mark_polygon.h>
+#include <velpick/host/element_info.h>
+#include <velpick/host/feature_graphs.h>
+#include <velpick/host/named_mask.h>
+#include <velpick/host/stl_base.h>
 
 namespace {
 

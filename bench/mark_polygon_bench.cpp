@@ -7,10 +7,10 @@
 #include <memory>
 #include <vector>
 
-#include "mark_polygon.h"
-#include "stl_base.h"
-#include "stl_surface.h"
-#include "transform_matrix.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_surface.h>
+#include <velpick/host/transform_matrix.h>
+#include <velpick/mark_polygon.h>
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 #include "polygon_soup.h"
 
 namespace {

@@ -15,12 +15,12 @@
 #include <string>
 #include <vector>
 
-#include "mark_polygon.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/transform_matrix.h>
+#include <velpick/mark_polygon.h>
 #include "mesh_import.h"
-#include "plane_eq.h"
-#include "stl_base.h"
 #include "tests/support/noisy_torus.h"
-#include "transform_matrix.h"
 
 namespace bench {
 

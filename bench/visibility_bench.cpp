@@ -12,14 +12,14 @@
 #include <memory>
 #include <vector>
 
-#include "mark_polygon.h"
-#include "mark_triangles.h"
-#include "stl_base.h"
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/transform_matrix.h>
+#include <velpick/mark_polygon.h>
+#include <velpick/visibility_detector.h>
 #include "tests/support/noisy_torus.h"
 #include "tools/mesh_import.h"
-#include "transform_matrix.h"
 #include "visibility/sample_lines.h"
-#include "visibility_detector.h"
 
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;

@@ -16,10 +16,10 @@
 #include <set>
 #include <vector>
 
-#include "camera_view.h"
-#include "mark_polygon.h"
-#include "mark_triangles.h"
-#include "stl_base.h"
+#include <velpick/camera_view.h>
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/mark_polygon.h>
 #include "tools/selection_region.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string>
 
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 #include "tools/mesh_import.h"
 
 namespace {

@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <vector>
 
-#include "camera_view.h"
-#include "pixel_grid.h"
-#include "transform_matrix.h"
+#include <velpick/camera_view.h>
+#include <velpick/host/transform_matrix.h>
+#include <velpick/pixel_grid.h>
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 #include "support/scene_builders.h"
 #include "tools/picker.h"
 #include "tools/report_json.h"

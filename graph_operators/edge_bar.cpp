@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-#include "stl_point.h"
+#include <velpick/host/stl_point.h>
 
 using VelSDK::Math::point3d;
 

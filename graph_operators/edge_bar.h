@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "point.h"
+#include <velpick/host/point.h>
 
 class MStlPointBase;
 

@@ -1,11 +1,11 @@
-#include "graph_filter_by_clipping_planes.h"
+#include <velpick/graph_filter_by_clipping_planes.h>
 
-#include "element_info.h"
+#include <velpick/host/element_info.h>
+#include <velpick/host/named_mask.h>
+#include <velpick/host/point.h>
+#include <velpick/host/stl_graph.h>
+#include <velpick/host/stl_point.h>
 #include "graph_operators/edge_bar.h"
-#include "named_mask.h"
-#include "point.h"
-#include "stl_graph.h"
-#include "stl_point.h"
 
 using MarkGraphPolygonUtils::detail::ToDouble;
 using VelSDK::Math::point3d;

@@ -1,4 +1,4 @@
-#include "graph_mark_polygon.h"
+#include <velpick/graph_mark_polygon.h>
 
 #include <array>
 #include <cmath>
@@ -6,16 +6,16 @@
 #include <memory>
 #include <utility>
 
-#include "camera_view.h"
-#include "element_info.h"
-#include "graph_filter_by_clipping_planes.h"
+#include <velpick/camera_view.h>
+#include <velpick/graph_filter_by_clipping_planes.h>
+#include <velpick/host/element_info.h>
+#include <velpick/host/named_mask.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/mark_graph_polygon_utils.h>
+#include <velpick/pixel_grid.h>
+#include <velpick/visibility_detector.h>
 #include "graph_operators/edge_bar.h"
-#include "mark_graph_polygon_utils.h"
-#include "named_mask.h"
-#include "pixel_grid.h"
 #include "polygon_marking/int32_truncation.h"
-#include "stl_base.h"
-#include "visibility_detector.h"
 
 using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
 using AU_MarkOperations::PolygonMarking::FindPolygonBBoxInPixelsDimention;

@@ -1,4 +1,4 @@
-#include "mark_graph_polygon_utils.h"
+#include <velpick/mark_graph_polygon_utils.h>
 
 #include <algorithm>
 #include <cfloat>
@@ -10,10 +10,10 @@
 #include <boost/geometry/geometries/polygon.hpp>
 #include <boost/geometry/strategies/strategies.hpp>
 
-#include "element_info.h"
+#include <velpick/host/element_info.h>
+#include <velpick/host/line2d.h>
+#include <velpick/host/stl_point.h>
 #include "graph_operators/edge_bar.h"
-#include "line2d.h"
-#include "stl_point.h"
 
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;

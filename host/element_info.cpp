@@ -1,6 +1,6 @@
-#include "element_info.h"
+#include <velpick/host/element_info.h>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 MStlBaseElementInfo::MStlBaseElementInfo(MStlBase& stl)
     : m_edgeThickness(stl.GetMasks(), MStlGraphEdgeThickness{}) {}

@@ -1,4 +1,4 @@
-#include "feature_graphs.h"
+#include <velpick/host/feature_graphs.h>
 
 #include <cmath>
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 namespace {
 

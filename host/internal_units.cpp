@@ -1,4 +1,4 @@
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 
 #include <atomic>
 #include <cmath>

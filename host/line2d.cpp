@@ -1,4 +1,4 @@
-#include "line2d.h"
+#include <velpick/host/line2d.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
-#include "mark_triangles.h"
+#include <velpick/host/mark_triangles.h>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 MStlMarkTrianglesByMasks::MStlMarkTrianglesByMasks(MStlBase& stl) : m_marks(stl.GetMasks(), 0) {}
 

@@ -1,8 +1,8 @@
-#include "named_mask.h"
+#include <velpick/host/named_mask.h>
 
 #include <memory>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 MStlScalarMaskGraphEdges::MStlScalarMaskGraphEdges(MStlBase& stl, float defaultValue)
     : MDataMask<MStlGraphEdge, float>(stl.GetMasks(), defaultValue), m_stl(&stl) {}

@@ -1,6 +1,6 @@
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
-#include "element_info.h"
+#include <velpick/host/element_info.h>
 
 static_assert(sizeof(MStlPoint) == 16, "a vertex takes 16 bytes");
 static_assert(sizeof(MStlTriangle) == 32, "a triangle takes 32 bytes");

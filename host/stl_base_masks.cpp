@@ -1,4 +1,4 @@
-#include "stl_base_masks.h"
+#include <velpick/host/stl_base_masks.h>
 
 #include <algorithm>
 

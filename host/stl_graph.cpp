@@ -1,6 +1,6 @@
-#include "stl_graph.h"
+#include <velpick/host/stl_graph.h>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 MStlGraphEdge* MStlGraph::AddEdge(MStlPoint* v0, MStlPoint* v1) {
     MStlBase& stl = *GetStl();

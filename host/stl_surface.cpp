@@ -1,6 +1,6 @@
-#include "stl_surface.h"
+#include <velpick/host/stl_surface.h>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 MStlTriangle* MStlSurface::AddTriangle(int x1, int y1, int z1, int x2, int y2, int z2, int x3,
                                        int y3, int z3) {

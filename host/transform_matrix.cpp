@@ -1,9 +1,9 @@
-#include "transform_matrix.h"
+#include <velpick/host/transform_matrix.h>
 
 #include <cmath>
 #include <utility>
 
-#include "vector_math.h"
+#include <velpick/host/vector_math.h>
 
 using VelSDK::Math::point3d;
 using VelSDK::Math::point3f;

@@ -7,7 +7,7 @@
 // Vertices are in grid pixels relative to the region's lower-left pixel (pixel centres on
 // half-integers), z is depth in model length units, larger z nearer to the viewer.
 
-#include "point.h"
+#include <velpick/host/point.h>
 #include "polygon_marking/selection_raster.h"
 
 namespace AU_MarkOperations::PolygonMarking {

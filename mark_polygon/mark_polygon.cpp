@@ -1,20 +1,20 @@
-#include "mark_polygon.h"
+#include <velpick/mark_polygon.h>
 
 #include <cmath>
 #include <cstdint>
 #include <utility>
 
-#include "camera_view.h"
-#include "internal_units.h"
+#include <velpick/camera_view.h>
+#include <velpick/host/internal_units.h>
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/vector_math.h>
 #include "mark_polygon/chunked_records.h"
 #include "mark_polygon/depth_rasterizer.h"
 #include "mark_polygon/region_test.h"
 #include "mark_polygon/triangle_clipper.h"
 #include "mark_polygon/triangle_setup.h"
-#include "mark_triangles.h"
 #include "polygon_marking/selection_raster.h"
-#include "stl_base.h"
-#include "vector_math.h"
 
 using namespace AU_MarkOperations::PolygonMarking;
 using VelSDK::Math::point2d;

@@ -3,7 +3,7 @@
 // The mark-through test of the polygon-marking operator: no depth, only whether a pixel-space
 // triangle covers any pixel of the selection region.
 
-#include "point.h"
+#include <velpick/host/point.h>
 #include "polygon_marking/selection_raster.h"
 
 namespace AU_MarkOperations::PolygonMarking {

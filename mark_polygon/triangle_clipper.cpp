@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "stl_point.h"
-#include "stl_triangle.h"
-#include "vector_math.h"
+#include <velpick/host/stl_point.h>
+#include <velpick/host/stl_triangle.h>
+#include <velpick/host/vector_math.h>
 
 namespace AU_MarkOperations::PolygonMarking {
 

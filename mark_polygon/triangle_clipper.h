@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "plane_eq.h"
-#include "point.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
 #include "polygon_marking/selection_raster.h"
 
 class MStlTriangle;

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "point.h"
+#include <velpick/host/point.h>
 #include "polygon_marking/int32_truncation.h"
 #include "polygon_marking/selection_raster.h"
 

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "pixel_grid.h"
-#include "point.h"
+#include <velpick/host/point.h>
+#include <velpick/pixel_grid.h>
 
 namespace AU_MarkOperations::PolygonMarking {
 

@@ -1,4 +1,4 @@
-#include "pixel_grid.h"
+#include <velpick/pixel_grid.h>
 
 #include <algorithm>
 #include <cfloat>

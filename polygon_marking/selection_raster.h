@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "pixel_grid.h"
-#include "point.h"
+#include <velpick/host/point.h>
+#include <velpick/pixel_grid.h>
 
 class MStlTriangle;
 

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "internal_units.h"
-#include "stl_surface.h"
+#include <velpick/host/internal_units.h>
+#include <velpick/host/stl_surface.h>
 
 namespace velpick::python {
 namespace {

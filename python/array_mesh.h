@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 namespace velpick::python {
 

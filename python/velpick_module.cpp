@@ -14,8 +14,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <velpick/host/internal_units.h>
 #include "array_mesh.h"
-#include "internal_units.h"
 #include "numpy_mesh.h"
 #include "scene_arguments.h"
 #include "tools/picker.h"

@@ -1,4 +1,4 @@
-#include "camera_view.h"
+#include <velpick/camera_view.h>
 
 #include <gtest/gtest.h>
 

@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
+#include <velpick/pixel_grid.h>
 #include "mark_polygon/region_test.h"
-#include "pixel_grid.h"
 
 using namespace AU_MarkOperations::PolygonMarking;
 using VelSDK::Math::point3f;

@@ -5,8 +5,8 @@
 #include <random>
 #include <vector>
 
-#include "graph_filter_by_clipping_planes.h"
-#include "named_mask.h"
+#include <velpick/graph_filter_by_clipping_planes.h>
+#include <velpick/host/named_mask.h>
 #include "support/graph_builders.h"
 
 namespace {

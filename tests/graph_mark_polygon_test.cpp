@@ -1,4 +1,4 @@
-#include "graph_mark_polygon.h"
+#include <velpick/graph_mark_polygon.h>
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "feature_graphs.h"
+#include <velpick/host/feature_graphs.h>
+#include <velpick/host/named_mask.h>
 #include "mesh_import.h"
-#include "named_mask.h"
 #include "support/graph_builders.h"
 
 namespace {

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "line2d.h"
-#include "mark_graph_polygon_utils.h"
-#include "pixel_grid.h"
+#include <velpick/host/line2d.h>
+#include <velpick/mark_graph_polygon_utils.h>
+#include <velpick/pixel_grid.h>
 #include "support/graph_builders.h"
 
 namespace {

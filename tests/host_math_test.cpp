@@ -5,8 +5,8 @@
 #include <cmath>
 #include <random>
 
-#include "line2d.h"
-#include "transform_matrix.h"
+#include <velpick/host/line2d.h>
+#include <velpick/host/transform_matrix.h>
 
 namespace {
 

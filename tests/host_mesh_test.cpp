@@ -8,11 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "element_info.h"
-#include "feature_graphs.h"
-#include "mark_triangles.h"
-#include "named_mask.h"
-#include "stl_base.h"
+#include <velpick/host/element_info.h>
+#include <velpick/host/feature_graphs.h>
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/named_mask.h>
+#include <velpick/host/stl_base.h>
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <new>
 #include <vector>
 
-#include "mark_polygon.h"
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/mark_polygon.h>
 #include "support/scene_builders.h"
 
 namespace {

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "mark_polygon.h"
-#include "mark_triangles.h"
-#include "stl_base.h"
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/mark_polygon.h>
 #include "support/noisy_torus.h"
 #include "support/scene_builders.h"
 

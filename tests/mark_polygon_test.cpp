@@ -1,4 +1,4 @@
-#include "mark_polygon.h"
+#include <velpick/mark_polygon.h>
 
 #include <gtest/gtest.h>
 
@@ -9,9 +9,9 @@
 #include <set>
 #include <vector>
 
-#include "camera_view.h"
-#include "mark_triangles.h"
-#include "stl_base.h"
+#include <velpick/camera_view.h>
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
 #include "support/ray_cast_oracle.h"
 #include "support/scene_builders.h"
 

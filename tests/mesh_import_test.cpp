@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 
 namespace {
 

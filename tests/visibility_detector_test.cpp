@@ -1,4 +1,4 @@
-#include "visibility_detector.h"
+#include <velpick/visibility_detector.h>
 
 #include <gtest/gtest.h>
 #include <tbb/task_arena.h>
@@ -10,8 +10,8 @@
 #include <set>
 #include <vector>
 
-#include "mark_triangles.h"
-#include "stl_base.h"
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
 #include "support/scene_builders.h"
 #include "support/visibility_oracle.h"
 

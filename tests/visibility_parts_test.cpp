@@ -11,15 +11,15 @@
 #include <memory>
 #include <vector>
 
-#include "mark_triangles.h"
-#include "stl_base.h"
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/visibility_detector.h>
 #include "support/noisy_torus.h"
 #include "support/ray_cast_oracle.h"
 #include "support/scene_builders.h"
 #include "visibility/piece_clipper.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
-#include "visibility_detector.h"
 
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/visibility_detector.h>
 #include "support/noisy_torus.h"
 #include "support/scene_builders.h"
-#include "visibility_detector.h"
 
 using VelSDK::Math::point2d;
 using Detector = MStlBaseOperatorVisibilityDetector;

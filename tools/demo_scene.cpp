@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 
 namespace velpick {
 

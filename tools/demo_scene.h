@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 #include "tools/scene.h"
 
 namespace velpick {

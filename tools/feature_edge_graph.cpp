@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 namespace velpick {
 

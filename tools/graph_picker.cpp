@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include "element_info.h"
-#include "graph_mark_polygon.h"
-#include "named_mask.h"
-#include "stl_base.h"
-#include "stl_graph.h"
-#include "stl_point.h"
+#include <velpick/graph_mark_polygon.h>
+#include <velpick/host/element_info.h>
+#include <velpick/host/named_mask.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_graph.h>
+#include <velpick/host/stl_point.h>
 #include "tools/feature_edge_graph.h"
 #include "tools/picker.h"
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 
 namespace velpick {
 

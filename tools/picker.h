@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "plane_eq.h"
-#include "stl_base.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/transform_matrix.h>
 #include "tools/pick_defaults.h"
 #include "tools/selection_region.h"
-#include "transform_matrix.h"
 
 namespace velpick {
 

@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/host/transform_matrix.h>
 #include "tools/picker.h"
-#include "transform_matrix.h"
 
 namespace velpick {
 

@@ -1,7 +1,7 @@
 #include <tbb/task_arena.h>
 
+#include <velpick/visibility_detector.h>
 #include "tools/picker.h"
-#include "visibility_detector.h"
 
 namespace velpick {
 

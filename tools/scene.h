@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "plane_eq.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/transform_matrix.h>
 #include "tools/camera.h"
 #include "tools/pick_defaults.h"
 #include "tools/picker.h"
 #include "tools/selection_region.h"
-#include "transform_matrix.h"
 
 namespace velpick {
 

@@ -3,10 +3,10 @@
 #include <optional>
 #include <vector>
 
+#include <velpick/host/transform_matrix.h>
 #include "tools/placed_mesh.h"
 #include "tools/rgb_image.h"
 #include "tools/selection_region.h"
-#include "transform_matrix.h"
 
 namespace velpick {
 

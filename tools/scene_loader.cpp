@@ -1,6 +1,6 @@
 #include "tools/scene_loader.h"
 
-#include "internal_units.h"
+#include <velpick/host/internal_units.h>
 #include "tools/mesh_import.h"
 
 namespace velpick {

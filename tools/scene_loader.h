@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>
 #include "tools/picker.h"
 #include "tools/scene.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "camera_view.h"
+#include <velpick/camera_view.h>
 
 namespace velpick {
 

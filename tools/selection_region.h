@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "point.h"
+#include <velpick/host/point.h>
 
 namespace velpick {
 

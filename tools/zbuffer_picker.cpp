@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "mark_polygon.h"
+#include <velpick/mark_polygon.h>
 #include "tools/picker.h"
 
 namespace velpick {

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "point.h"
+#include <velpick/host/point.h>
+#include <velpick/visibility_detector.h>
 #include "visibility/region_intervals.h"
-#include "visibility_detector.h"
 
 namespace visibility {
 

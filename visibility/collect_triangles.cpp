@@ -1,12 +1,12 @@
 #include <algorithm>
 
-#include "stl_base.h"
-#include "stl_iterators.h"
-#include "stl_surface.h"
-#include "stl_triangle.h"
-#include "vector_math.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_iterators.h>
+#include <velpick/host/stl_surface.h>
+#include <velpick/host/stl_triangle.h>
+#include <velpick/host/vector_math.h>
+#include <velpick/visibility_detector.h>
 #include "visibility/piece_clipper.h"
-#include "visibility_detector.h"
 
 using VelSDK::Math::matrix4x4;
 using VelSDK::Math::point2d;

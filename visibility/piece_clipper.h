@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "plane_eq.h"
-#include "point.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
 
 namespace visibility {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "point.h"
+#include <velpick/host/point.h>
 
 namespace visibility {
 

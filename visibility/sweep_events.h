@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "visibility_detector.h"
+#include <velpick/visibility_detector.h>
 
 namespace visibility {
 

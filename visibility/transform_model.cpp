@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "vector_math.h"
+#include <velpick/host/vector_math.h>
+#include <velpick/visibility_detector.h>
 #include "visibility/sweep_constants.h"
-#include "visibility_detector.h"
 
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;

@@ -1,4 +1,4 @@
-#include "visibility_detector.h"
+#include <velpick/visibility_detector.h>
 
 #include <tbb/blocked_range.h>
 #include <tbb/enumerable_thread_specific.h>
@@ -11,8 +11,8 @@
 #include <functional>
 #include <utility>
 
-#include "mark_triangles.h"
-#include "stl_triangle.h"
+#include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_triangle.h>
 #include "visibility/chunk_sweep.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"

@@ -5,9 +5,9 @@
 #include <array>
 #include <cstdint>
 
-#include "element_info.h"
-#include "stl_base.h"
-#include "stl_graph.h"
+#include <velpick/host/element_info.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_graph.h>
 
 namespace graphs {
 

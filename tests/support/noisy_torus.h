@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "stl_base.h"
-#include "stl_surface.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_surface.h>
 
 namespace scene {
 

@@ -14,11 +14,11 @@
 #include <tuple>
 #include <vector>
 
-#include "plane_eq.h"
-#include "point.h"
-#include "stl_base.h"
-#include "stl_triangle.h"
-#include "transform_matrix.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_triangle.h>
+#include <velpick/host/transform_matrix.h>
 
 namespace oracle {
 

@@ -9,9 +9,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "stl_base.h"
-#include "stl_surface.h"
-#include "stl_triangle.h"
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_surface.h>
+#include <velpick/host/stl_triangle.h>
 
 namespace scene {
 

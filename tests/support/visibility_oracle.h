@@ -14,11 +14,11 @@
 #include <set>
 #include <vector>
 
-#include "point.h"
-#include "stl_base.h"
-#include "stl_triangle.h"
+#include <velpick/host/point.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_triangle.h>
+#include <velpick/host/transform_matrix.h>
 #include "support/ray_cast_oracle.h"
-#include "transform_matrix.h"
 
 namespace oracle {
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "plane_eq.h"
+#include <velpick/host/plane_eq.h>
 
 class MStlGraph;
 class MStlScalarMaskGraphEdges;

@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <deque>
 
-#include "data_mask.h"
-#include "stl_element_key.h"
-#include "stl_feature_item.h"
-#include "stl_iterators.h"
+#include <velpick/host/data_mask.h>
+#include <velpick/host/stl_element_key.h>
+#include <velpick/host/stl_feature_item.h>
+#include <velpick/host/stl_iterators.h>
 
 class MStlPoint;
 class MStlGraph;

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "point.h"
+#include <velpick/host/point.h>
 
 /// A transform of 3D points and directions. A direction (isDirection true) ignores the
 /// translation part; a position (false) does not.

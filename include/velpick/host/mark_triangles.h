@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "data_mask.h"
+#include <velpick/host/data_mask.h>
 
 class MStlBase;
 class MStlTriangle;

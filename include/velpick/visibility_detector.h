@@ -4,9 +4,9 @@
 #include <set>
 #include <vector>
 
-#include "plane_eq.h"
-#include "point.h"
-#include "transform_matrix.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
+#include <velpick/host/transform_matrix.h>
 
 class MStlBase;
 class MStlSurface;

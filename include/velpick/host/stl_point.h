@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "data_mask.h"
-#include "stl_element_key.h"
+#include <velpick/host/data_mask.h>
+#include <velpick/host/stl_element_key.h>
 
 /// Vertex coordinates: 32-bit signed integers in internal units (see MInternalUnits).
 class MStlPointBase {

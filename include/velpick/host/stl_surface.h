@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "stl_element_key.h"
-#include "stl_feature_item.h"
-#include "stl_iterators.h"
+#include <velpick/host/stl_element_key.h>
+#include <velpick/host/stl_feature_item.h>
+#include <velpick/host/stl_iterators.h>
 
 class MStlPoint;
 class MStlTriangle;
@@ -59,4 +59,4 @@ class MStlSurface : public MStlFeatureItem {
 };
 
 // The inline members of the surface's triangle walk need the whole mesh class.
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>

@@ -3,10 +3,10 @@
 #include <array>
 #include <vector>
 
-#include "pixel_grid.h"
-#include "point.h"
-#include "stl_graph.h"
-#include "transform_matrix.h"
+#include <velpick/host/point.h>
+#include <velpick/host/stl_graph.h>
+#include <velpick/host/transform_matrix.h>
+#include <velpick/pixel_grid.h>
 
 class MStlBaseElementInfo;
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "plane_eq.h"
-#include "point.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
 
 namespace VelSDK::Math {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "point.h"
+#include <velpick/host/point.h>
 
 /// A 2D line through two points, also read as the segment between them.
 class MMLine2D {

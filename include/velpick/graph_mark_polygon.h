@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "plane_eq.h"
-#include "point.h"
-#include "transform_matrix.h"
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
+#include <velpick/host/transform_matrix.h>
 
 class MStlGraph;
 class MStlScalarMaskGraphEdges;

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "point.h"
-#include "transform_matrix.h"
+#include <velpick/host/point.h>
+#include <velpick/host/transform_matrix.h>
 
 namespace AU_MarkOperations::PolygonMarking {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "data_mask.h"
+#include <velpick/host/data_mask.h>
 
 class MStlBase;
 

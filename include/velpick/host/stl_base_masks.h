@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "data_mask.h"
+#include <velpick/host/data_mask.h>
 
 /// The mask registry of a mesh: every registered mask has one entry per element of its kind,
 /// and the registry grows them as the mesh grows.

@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "element_store.h"
-#include "stl_base_masks.h"
-#include "stl_graph.h"
-#include "stl_iterators.h"
-#include "stl_point.h"
-#include "stl_surface.h"
-#include "stl_triangle.h"
-#include "vector_math.h"
+#include <velpick/host/element_store.h>
+#include <velpick/host/stl_base_masks.h>
+#include <velpick/host/stl_graph.h>
+#include <velpick/host/stl_iterators.h>
+#include <velpick/host/stl_point.h>
+#include <velpick/host/stl_surface.h>
+#include <velpick/host/stl_triangle.h>
+#include <velpick/host/vector_math.h>
 
 class MStlBaseElementInfoStlDependency;
 

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "data_mask.h"
-#include "point.h"
-#include "stl_element_key.h"
+#include <velpick/host/data_mask.h>
+#include <velpick/host/point.h>
+#include <velpick/host/stl_element_key.h>
 
 class MStlBase;
 class MStlPoint;
@@ -52,4 +52,4 @@ class MStlTriangle : public MDataMaskIndex {
 };
 
 // The inline members above need the whole mesh class.
-#include "stl_base.h"
+#include <velpick/host/stl_base.h>

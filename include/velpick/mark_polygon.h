@@ -5,10 +5,10 @@
 #include <memory>
 #include <vector>
 
-#include "data_mask.h"
-#include "plane_eq.h"
-#include "point.h"
-#include "transform_matrix.h"
+#include <velpick/host/data_mask.h>
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
+#include <velpick/host/transform_matrix.h>
 
 class MStlBase;
 class MStlPoint;
