@@ -7,14 +7,16 @@ JOBS          ?= $(shell nproc)
 PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev \
                  libgtest-dev libbenchmark-dev nlohmann-json3-dev \
                  libcli11-dev libpng-dev zlib1g-dev libembree-dev assimp-testmodels \
-                 pybind11-dev python3-dev python3-numpy python3-pytest clang libclang-rt-14-dev
+                 pybind11-dev python3-dev python3-numpy python3-pytest clang libclang-rt-14-dev \
+                 clang-format
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 FUZZ_DIR      ?= build-fuzz
 FUZZ_SECONDS  ?= 60
 FUZZ_TARGETS  := fuzz_import_ply fuzz_import_off fuzz_import_stl fuzz_import_obj \
                  fuzz_scene fuzz_pixel_grid fuzz_mark_polygon
 
-.PHONY: all deps configure build demo example python test test-sanitize fuzz bench format clean
+.PHONY: all deps configure build demo example python test test-sanitize fuzz bench format \
+        format-check clean
 
 all: build
 
@@ -73,6 +75,10 @@ bench: build
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+# Fails, naming each file and line, where the sources differ from the project's format.
+format-check: deps
+	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(FUZZ_DIR)

@@ -17,8 +17,8 @@
 #include <velpick/host/transform_matrix.h>
 #include <velpick/mark_polygon.h>
 #include <velpick/visibility_detector.h>
+#include "mesh_import.h"
 #include "tests/support/noisy_torus.h"
-#include "tools/mesh_import.h"
 #include "visibility/sample_lines.h"
 
 using VelSDK::Math::point2d;

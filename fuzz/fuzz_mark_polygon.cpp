@@ -20,7 +20,7 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/mark_polygon.h>
-#include "tools/selection_region.h"
+#include "selection_region.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include <velpick/host/internal_units.h>
-#include "tools/mesh_import.h"
+#include "mesh_import.h"
 
 namespace {
 

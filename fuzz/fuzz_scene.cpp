@@ -11,13 +11,13 @@
 #include <nlohmann/json.hpp>
 
 #include <velpick/host/internal_units.h>
+#include "picker.h"
+#include "report_json.h"
+#include "scene.h"
+#include "scene_image.h"
+#include "scene_loader.h"
+#include "scene_outputs.h"
 #include "support/scene_builders.h"
-#include "tools/picker.h"
-#include "tools/report_json.h"
-#include "tools/scene.h"
-#include "tools/scene_image.h"
-#include "tools/scene_loader.h"
-#include "tools/scene_outputs.h"
 
 namespace {
 

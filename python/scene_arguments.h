@@ -5,7 +5,7 @@
 
 #include <pybind11/pybind11.h>
 
-#include "tools/scene.h"
+#include "scene.h"
 
 namespace velpick::python {
 

@@ -17,9 +17,9 @@
 #include <velpick/host/internal_units.h>
 #include "array_mesh.h"
 #include "numpy_mesh.h"
+#include "picker.h"
 #include "scene_arguments.h"
-#include "tools/picker.h"
-#include "tools/scene_loader.h"
+#include "scene_loader.h"
 
 namespace velpick::python {
 namespace {

@@ -20,7 +20,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/scene_image.h"
+#include "palette.h"
 
 namespace {
 

@@ -1,0 +1,70 @@
+#include "scene_outputs.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "atomic_file.h"
+#include "ply_writer.h"
+#include "png_writer.h"
+
+namespace velpick {
+
+namespace {
+
+// What `write` puts into a stream, collected in memory.
+template <class Write>
+std::string WrittenBytes(Write&& write) {
+    char* buffer = nullptr;
+    std::size_t size = 0;
+    std::FILE* stream = ::open_memstream(&buffer, &size);
+    if (!stream)
+        throw std::bad_alloc();
+    const auto release = [&buffer](std::FILE* file) {
+        std::fclose(file);
+        std::free(buffer);
+    };
+    std::unique_ptr<std::FILE, decltype(release)> owner(stream, release);
+    write(stream);
+    if (std::fflush(stream) != 0)
+        throw std::bad_alloc();
+    return std::string(buffer, size);
+}
+
+}  // namespace
+
+std::optional<ImageFrame> PictureFrame(const Scene& scene, const std::vector<PlacedMesh>& meshes,
+                                       const std::vector<int>& imageSize) {
+    const ScreenBox box =
+        scene.camera ? ScreenBox{0.0, 0.0, scene.camera->screenWidth, scene.camera->screenHeight}
+                     : ProjectedBounds(meshes, scene.view, RegionScreenBounds(scene.region));
+    if (imageSize.size() != 2)
+        return NaturalFrame(box, scene.pixelProportion);
+    return FittedFrame(box, imageSize[0], imageSize[1]);
+}
+
+std::string PngBytes(const RgbImage& image) {
+    return WrittenBytes([&](std::FILE* stream) { WritePng(stream, image); });
+}
+
+std::string PlyBytes(const std::vector<PlacedMesh>& meshes, double unitsPerModelUnit) {
+    return WrittenBytes([&](std::FILE* stream) { WritePly(stream, meshes, unitsPerModelUnit); });
+}
+
+void CommitOutputs(const std::vector<OutputFile>& outputs) {
+    std::vector<std::unique_ptr<AtomicFile>> files;
+    for (const OutputFile& output : outputs) {
+        files.push_back(std::make_unique<AtomicFile>(output.target));
+        AtomicFile& file = *files.back();
+        if (std::fwrite(output.bytes.data(), 1, output.bytes.size(), file.Stream()) !=
+            output.bytes.size())
+            throw OutputError(output.target.string() + ": cannot write");
+    }
+    for (const auto& file : files)
+        file->Close();
+    for (const auto& file : files)
+        file->Commit();
+}
+
+}  // namespace velpick

@@ -1,0 +1,105 @@
+#include <algorithm>
+#include <cmath>
+
+#include <velpick/graph_mark_polygon.h>
+#include <velpick/host/element_info.h>
+#include <velpick/host/named_mask.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/stl_graph.h>
+#include <velpick/host/stl_point.h>
+#include "feature_edge_graph.h"
+#include "picker.h"
+
+namespace velpick {
+
+namespace {
+
+/// The graph picker: each mesh's feature edges under the polygon, marked into an edge mask.
+/// Meshes do not hide each other; an edge cut by a clipping plane counts where its kept part
+/// is visible among the other cut edges.
+class GraphPicker : public Picker {
+  public:
+    PickResult Pick(const PickRequest& request) override {
+        if (request.region.shape != SelectionRegion::Shape::kPolygon)
+            throw PickError("region", "the graph picker takes a polygon, not a brush");
+        PickResult result;
+        for (const PickMesh& mesh : request.meshes)
+            result.meshes.push_back({{}, PickEdges(request, mesh)});
+        result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        return result;
+    }
+
+  private:
+    static EdgePick PickEdges(const PickRequest& request, const PickMesh& mesh) {
+        MStlGraph& graph = *AddFeatureEdgeGraph(*mesh.mesh, request.graph.sharpAngleDegrees);
+        MStlGraphOperatorMarkPolygon op;
+        MMTransformMatrix modelToScreen = mesh.placement;
+        op.SetGraph(graph, modelToScreen.PreMultiply(request.view));
+        op.SetPolygon(request.region.points);
+        op.SetPixelProportion(request.pixelProportion);
+        for (const MMPlaneEq<double>& plane : request.clippingPlanes)
+            op.AddClippingPlane(PlaneInModelSpace(plane, mesh.placement));
+        const bool thick = request.graph.thickness > 0.0;
+        op.SetWorkWithGraphThickness(thick);
+        if (thick)
+            SetThickness(*mesh.mesh, graph, request.graph.thickness * request.unitsPerModelUnit);
+
+        MStlScalarMaskGraphEdges mask(*mesh.mesh, 0.0f);
+        EdgePick pick;
+        pick.edgeCount = graph.GetNumberOfEdges();
+        pick.returnCode = op.Operate(mask, request.graph.markWholeCandidates);
+        pick.marked = MarkedEdges(graph, mask);
+        return pick;
+    }
+
+    // The plane [a b c d] · P: the same half-space, in the coordinates P maps from.
+    static MMPlaneEq<double> PlaneInModelSpace(const MMPlaneEq<double>& plane,
+                                               const MMTransformMatrix& placement) {
+        const double coefficients[4] = {plane.a, plane.b, plane.c, plane.d};
+        double mapped[4];
+        for (int column = 0; column < 4; ++column) {
+            mapped[column] = 0.0;
+            for (int row = 0; row < 4; ++row)
+                mapped[column] += coefficients[row] * placement.Get(row, column);
+        }
+        return {mapped[0], mapped[1], mapped[2], mapped[3]};
+    }
+
+    // Every edge gets the thickness (t, t), t the thickness rounded to internal units.
+    static void SetThickness(MStlBase& mesh, MStlGraph& graph, double internalUnits) {
+        MStlBaseElementInfo& info = *MStlBaseElementInfoStlDependency::GetDependency(&mesh, true);
+        const auto t = static_cast<std::int32_t>(std::round(internalUnits));
+        for (const MStlGraphEdge& edge : graph.GraphEdges())
+            info.SetEdgeThickness(edge, {t, t});
+    }
+
+    static EdgeEnds Ends(const MStlGraphEdge& edge) {
+        EdgeEnds ends;
+        for (int v = 0; v < 2; ++v) {
+            const MStlPoint& point = *edge.GetVertex(v);
+            ends[v] = {point[0], point[1], point[2]};
+        }
+        if (ends[1] < ends[0])
+            std::swap(ends[0], ends[1]);
+        return ends;
+    }
+
+    static std::vector<EdgeEnds> MarkedEdges(const MStlGraph& graph,
+                                             const MStlScalarMaskGraphEdges& mask) {
+        std::vector<EdgeEnds> marked;
+        for (const MStlGraphEdge& edge : graph.GraphEdges()) {
+            if (mask.GetScalar(edge) == 1.0)
+                marked.push_back(Ends(edge));
+        }
+        std::sort(marked.begin(), marked.end());
+        return marked;
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Picker> MakeGraphPicker() {
+    return std::make_unique<GraphPicker>();
+}
+
+}  // namespace velpick

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/stl_base.h>
+#include <velpick/host/transform_matrix.h>
+#include "pick_defaults.h"
+#include "placed_mesh.h"
+#include "selection_region.h"
+
+namespace velpick {
+
+/// One mesh as a picker sees it: borrowed, with its placement and what of it may be marked.
+struct PickMesh {
+    MStlBase* mesh = nullptr;
+    MMTransformMatrix placement;  // mesh internal units → scene internal units
+    bool markWholeMesh = true;
+    std::vector<MStlSurface*> markableSurfaces;  // used when markWholeMesh is false
+};
+
+/// How the graph picker builds each mesh's feature graph and marks its edges.
+struct GraphSettings {
+    double sharpAngleDegrees = kDefaultSharpAngleDegrees;  // edges sharper than this are kept
+    double thickness = 0.0;            // model length units; 0 marks edges as lines, not bars
+    bool markWholeCandidates = false;  // mark every edge that meets the region's pixel box
+};
+
+/// Everything a pick needs, already validated: no files, no formats.
+struct PickRequest {
+    std::vector<PickMesh> meshes;
+    MMTransformMatrix view;  // scene internal units → screen units, larger z nearer
+    SelectionRegion region;
+    double unitsPerModelUnit = kDefaultUnitsPerModelUnit;
+    double pixelProportion = kDefaultPixelProportion;  // pixels per screen unit
+    double depthTolerance = kDefaultDepthTolerance;    // model length units; z-buffer only
+    double linesPerPixel = kDefaultLinesPerPixel;      // scan-line only
+    std::optional<int> threads;                        // scan-line only; all cores when empty
+    GraphSettings graph;                               // graph only
+    bool markThrough = false;
+    bool backFaceCulling = false;
+    bool unmark = false;
+    bool skipHiddenSurfaces = false;
+    std::vector<MMPlaneEq<double>> clippingPlanes;  // scene internal units, kept side ≥ 0
+};
+
+/// What the graph picker produced for one mesh.
+struct EdgePick {
+    std::size_t edgeCount = 0;     // edges of the mesh's feature graph
+    int returnCode = 0;            // the graph operator's return code, 0 on success
+    std::vector<EdgeEnds> marked;  // sorted
+};
+
+/// What a picker produced for one mesh.
+struct MeshPick {
+    std::vector<std::size_t> triangles;  // sorted indices of the marked triangles
+    std::optional<EdgePick> edges;       // the graph picker's edges
+};
+
+struct PickResult {
+    std::vector<MeshPick> meshes;  // one per mesh of the request, same order
+    RegionPixelBox region;         // the region's pixel raster
+};
+
+/// A pick that a picker cannot run; `Field()` names the scene field that made it fail.
+class PickError : public std::runtime_error {
+  public:
+    PickError(std::string field, const std::string& reason)
+        : std::runtime_error(reason), m_field(std::move(field)) {}
+    const std::string& Field() const { return m_field; }
+
+  private:
+    std::string m_field;
+};
+
+/// A picking algorithm. It marks (or unmarks) the triangles of the request's meshes in place
+/// and reports what is marked afterwards.
+class Picker {
+  public:
+    virtual ~Picker() = default;
+    /// Throws PickError, with the meshes left unchanged, when the request cannot be picked.
+    virtual PickResult Pick(const PickRequest& request) = 0;
+    /// About how many bytes Pick() allocates for its rasters, so that a caller can refuse a
+    /// region too large for the machine before the run; 0 when the picker does not say.
+    virtual std::uint64_t RasterBytes(const PickRequest& request) const {
+        static_cast<void>(request);
+        return 0;
+    }
+};
+
+/// The picker registered under `name`, or null for an unknown name.
+std::unique_ptr<Picker> MakePicker(const std::string& name);
+/// Every registered name, in registration order.
+std::vector<std::string> PickerNames();
+
+/// Sorted indices of the marked triangles of `mesh` (index i is triangle i).
+std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh);
+/// The result of a triangle picker: the marked triangles of every mesh, and the region's box.
+PickResult CollectMarkedTriangles(const PickRequest& request);
+
+/// A one-line description of every registered picker, for help texts.
+std::string DescribePickers();
+
+// One factory per picker file.
+std::unique_ptr<Picker> MakeZBufferPicker();
+std::unique_ptr<Picker> MakeScanLinePicker();
+std::unique_ptr<Picker> MakeGraphPicker();
+
+}  // namespace velpick

@@ -1,0 +1,81 @@
+#include <tbb/task_arena.h>
+
+#include <velpick/visibility_detector.h>
+#include "picker.h"
+
+namespace velpick {
+
+namespace {
+
+using VelSDK::Math::point2d;
+
+/// The scan-line picker: visibility decided on lines_per_pixel sample lines per pixel row,
+/// swept in parallel. The detector works in pixels with y growing downwards.
+class ScanLinePicker : public Picker {
+  public:
+    PickResult Pick(const PickRequest& request) override {
+        MStlBaseOperatorVisibilityDetector detector;
+        const MMTransformMatrix toPixels = ScreenToDownwardPixels(request.pixelProportion);
+        for (const PickMesh& mesh : request.meshes) {
+            detector.AddStlAndTransformation(mesh.mesh, ModelToPixels(request, mesh, toPixels),
+                                             mesh.placement, mesh.markWholeMesh, nullptr);
+            for (const MStlSurface* surface : mesh.markableSurfaces)
+                detector.SetMarkableSurface(*surface);
+        }
+        for (const MMPlaneEq<double>& plane : request.clippingPlanes)
+            detector.AddClippingPlane(plane);
+        SetRegion(detector, request.region, request.pixelProportion);
+        detector.SetPixelProportion(request.linesPerPixel);
+        detector.SetMarkThrough(request.markThrough);
+        detector.SetMark(!request.unmark);
+        detector.SetMarkFlippedTriangles(!request.backFaceCulling);
+        detector.SetCheckSurfaceVisibility(request.skipHiddenSurfaces);
+
+        tbb::task_arena arena(request.threads ? *request.threads : tbb::task_arena::automatic);
+        arena.execute([&] { detector.Operate(); });
+        return CollectMarkedTriangles(request);
+    }
+
+  private:
+    // Screen units to pixels (the uniform scale), then y mirrored so that it grows downwards.
+    static MMTransformMatrix ScreenToDownwardPixels(double pixelProportion) {
+        MMTransformMatrix scale;
+        scale.MakeScale1D(pixelProportion);
+        MMTransformMatrix mirror;
+        mirror.MakeScale3D(1.0, -1.0, 1.0);
+        return scale.PreMultiply(mirror);
+    }
+
+    // mirror · scale · view · placement, multiplied from the placement outwards, so that the
+    // view · placement product is the one the z-buffer picker forms.
+    static MMTransformMatrix ModelToPixels(const PickRequest& request, const PickMesh& mesh,
+                                           const MMTransformMatrix& toPixels) {
+        MMTransformMatrix transform = mesh.placement;
+        transform.PreMultiply(request.view);
+        return transform.PreMultiply(toPixels);
+    }
+
+    // The region in downward pixels: scaled, y negated, nothing rounded.
+    static void SetRegion(MStlBaseOperatorVisibilityDetector& detector,
+                          const SelectionRegion& region, double pixelProportion) {
+        std::vector<point2d> path;
+        path.reserve(region.points.size());
+        for (const point2d& p : region.points)
+            path.push_back({p.x * pixelProportion, -(p.y * pixelProportion)});
+        detector.SetPath(std::move(path));
+        if (region.shape == SelectionRegion::Shape::kBrush) {
+            detector.SetMode(MStlBaseOperatorVisibilityDetector::Mode::Brush);
+            detector.SetBrushRadius(region.brushRadius * pixelProportion);
+        } else {
+            detector.SetMode(MStlBaseOperatorVisibilityDetector::Mode::Polygon);
+        }
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Picker> MakeScanLinePicker() {
+    return std::make_unique<ScanLinePicker>();
+}
+
+}  // namespace velpick
