@@ -1,7 +1,31 @@
 #pragma once
 
+#include <cstddef>
+#include <vector>
+
 class MStlBase;
 class MStlGraph;
+class MStlPoint;
+class MStlTriangle;
+
+/// One edge of a mesh: a vertex pair shared by triangles, oriented as it is first met, with
+/// the first two triangles that use it and how many use it in all.
+struct MStlMeshEdge {
+    MStlPoint* from;
+    MStlPoint* to;
+    const MStlTriangle* first;
+    const MStlTriangle* second = nullptr;  // null while only one triangle uses the edge
+    std::size_t useCount = 1;
+};
+
+/// Every mesh edge once, in order of first appearance when the triangles are walked in
+/// creation order, each through its edges 0–1, 1–2, 2–0.
+std::vector<MStlMeshEdge> CollectMeshEdges(const MStlBase& stl);
+
+/// The angle in degrees between the unit normals of two triangles, computed as atan2 of the
+/// cross and dot products (accurate for nearly coplanar triangles); NaN when either triangle is
+/// degenerate (zero normal).
+double DihedralDegrees(const MStlTriangle& a, const MStlTriangle& b);
 
 /// Builds a new feature graph on `stl` from its sharp edges and returns it (owned by the mesh).
 ///
