@@ -15,6 +15,7 @@
 #include <velpick/host/named_mask.h>
 #include "mesh_import.h"
 #include "support/graph_builders.h"
+#include "support/ray_cast_oracle.h"
 
 namespace {
 
@@ -178,16 +179,6 @@ bool Meets(point2d a, point2d b, point2d lo, point2d hi) {
     return t0 <= t1;
 }
 
-bool InsideEvenOdd(const std::vector<point2d>& polygon, point2d p) {
-    bool inside = false;
-    for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
-        const point2d &a = polygon[i], &b = polygon[j];
-        if ((a.y > p.y) != (b.y > p.y) && p.x < a.x + (p.y - a.y) * (b.x - a.x) / (b.y - a.y))
-            inside = !inside;
-    }
-    return inside;
-}
-
 // A height field of n × n unit cells with random heights in steps of 0.4, as OFF text.
 std::string TerrainOff(int n) {
     std::mt19937 random(7);
@@ -226,7 +217,7 @@ struct ImportedTerrain : ::testing::Test {
         }
         for (int row = 0; row <= 71; ++row)
             for (int column = 0; column <= 75; ++column)
-                if (InsideEvenOdd(pixelLasso, {column + 0.5, row + 0.5}))
+                if (oracle::InsideEvenOdd(pixelLasso, column + 0.5, row + 0.5))
                     setPixels.push_back({double(column), double(row)});
     }
     // The tilted view (model units: the mesh is in thousandths) moved into the lasso, and the

@@ -13,6 +13,7 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/named_mask.h>
 #include <velpick/host/stl_base.h>
+#include "support/scene_builders.h"
 
 namespace {
 
@@ -23,21 +24,9 @@ MStlTriangle* addTriangle(MStlSurface& surface, Corner a, Corner b, Corner c) {
     return surface.AddTriangle(a[0], a[1], a[2], b[0], b[1], b[2], c[0], c[1], c[2]);
 }
 
-// Quad a, b, c, d (counter-clockwise seen from outside) as triangles (a, b, c), (a, c, d).
-void addQuad(MStlSurface& surface, Corner a, Corner b, Corner c, Corner d) {
-    addTriangle(surface, a, b, c);
-    addTriangle(surface, a, c, d);
-}
-
-// A cube of edge `s` with outward normals, 12 triangles on one surface.
-void addCube(MStlBase& stl, int s) {
-    MStlSurface& f = *stl.AddSurface(nullptr);
-    addQuad(f, {0, 0, 0}, {0, s, 0}, {s, s, 0}, {s, 0, 0});
-    addQuad(f, {0, 0, s}, {s, 0, s}, {s, s, s}, {0, s, s});
-    addQuad(f, {0, 0, 0}, {s, 0, 0}, {s, 0, s}, {0, 0, s});
-    addQuad(f, {0, s, 0}, {0, s, s}, {s, s, s}, {s, s, 0});
-    addQuad(f, {0, 0, 0}, {0, 0, s}, {0, s, s}, {0, s, 0});
-    addQuad(f, {s, 0, 0}, {s, s, 0}, {s, s, s}, {s, 0, s});
+// A cube of edge 10 from the origin with outward normals, 12 triangles on one surface.
+std::unique_ptr<MStlBase> cube() {
+    return scene::cube({5, 5, 5}, 5, 1);
 }
 
 // Triangle i of a strip of distinct triangles, for meshes that cross mask block boundaries.
@@ -59,18 +48,18 @@ class MaskTest : public ::testing::Test {
 
 TEST_F(MaskTest, GrowsInStepAcrossBlockBoundaryAndUnregisters) {
     using Mask = MDataMask<MStlTriangle, int>;
-    EXPECT_EQ(Mask::kBlockSize, 1024u);
+    const int count = Mask::kBlockSize + 1;
     const std::size_t before = stl.GetMasks().GetNumberOfMasks();
     {
         Mask mask(stl.GetMasks(), -1);
         EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before + 1);
-        for (int i = 0; i < 1025; ++i) {
+        for (int i = 0; i < count; ++i) {
             MStlTriangle* triangle = addNumberedTriangle(surface, i);
             EXPECT_EQ(mask.GetInfo(*triangle), -1);
             mask.SetInfo(*triangle, i);
             EXPECT_EQ(mask.Size(), stl.GetNumberOfTriangles());
         }
-        for (int i = 0; i < 1025; ++i)
+        for (int i = 0; i < count; ++i)
             EXPECT_EQ(mask.GetInfo(stl.GetTriangle(i)), i);
     }
     EXPECT_EQ(stl.GetMasks().GetNumberOfMasks(), before);
@@ -79,7 +68,7 @@ TEST_F(MaskTest, GrowsInStepAcrossBlockBoundaryAndUnregisters) {
     MDataMask<MStlPoint, float> pointMask(stl.GetMasks(), 2.5f);
     MDataMask<MStlTriangle, unsigned char> triangleMask(stl.GetMasks(), 9);
     ASSERT_EQ(pointMask.Size(), stl.GetNumberOfPoints());
-    ASSERT_EQ(triangleMask.Size(), 1026u);
+    ASSERT_EQ(triangleMask.Size(), count + 1u);
     for (const MStlPoint& p : stl.Vertices())
         EXPECT_EQ(pointMask.GetInfo(p), 2.5f);
     for (const MStlTriangle& t : stl.Triangles())
@@ -125,31 +114,25 @@ TEST(MaskLifetimeTest, MasksOutlivingTheirMeshAreDetached) {
 
 // ---- Mesh, surfaces, triangles ----
 
-TEST(MeshTest, EqualCoordinatesShareOneVertex) {
+TEST(MeshTest, EqualCoordinatesShareOneVertexNumberedInCornerOrder) {
     MStlBase stl;
     MStlSurface& a = *stl.AddSurface(nullptr);
     MStlSurface& b = *stl.AddSurface(nullptr);
     MStlTriangle* t0 = addTriangle(a, {0, 0, 0}, {5, 0, 0}, {0, 5, 0});
     MStlTriangle* t1 = addTriangle(b, {5, 0, 0}, {0, 5, 0}, {5, 5, -2});
-    EXPECT_EQ(stl.GetNumberOfPoints(), 4u);
+    MStlTriangle* t2 = addTriangle(b, {7, 7, 7}, {0, 5, 0}, {8, 8, 8});
+    EXPECT_EQ(stl.GetNumberOfPoints(), 6u);
     EXPECT_EQ(t0->GetPoint(1), t1->GetPoint(0));
     EXPECT_EQ(t0->GetPoint(2), t1->GetPoint(1));
     EXPECT_EQ(stl.FindPoint(5, 5, -2), t1->GetPoint(2));
     EXPECT_EQ(stl.FindPoint(5, 5, 2), nullptr);
     EXPECT_EQ(t1->GetSurface(), &b);
     EXPECT_EQ(&stl.GetTriangle(1), t1);
-}
-
-TEST(MeshTest, NewVerticesAreNumberedInCornerOrder) {
-    MStlBase stl;
-    MStlSurface& s = *stl.AddSurface(nullptr);
-    MStlTriangle* t0 = addTriangle(s, {0, 0, 0}, {5, 0, 0}, {0, 5, 0});
-    MStlTriangle* t1 = addTriangle(s, {7, 7, 7}, {0, 5, 0}, {8, 8, 8});
     for (std::size_t k = 0; k < 3; ++k)
         EXPECT_EQ(t0->GetPoint(k)->GetMaskIndex(), k);
-    EXPECT_EQ(t1->GetPoint(0)->GetMaskIndex(), 3u);
-    EXPECT_EQ(t1->GetPoint(2)->GetMaskIndex(), 4u);
-    EXPECT_EQ(t1->GetPointIndex(2), 4u);
+    EXPECT_EQ(t1->GetPoint(2)->GetMaskIndex(), 3u);
+    EXPECT_EQ(t2->GetPoint(0)->GetMaskIndex(), 4u);
+    EXPECT_EQ(t2->GetPointIndex(2), 5u);
 }
 
 TEST(MeshTest, ManyElementsKeepTheirPlaceOrderAndSurfaces) {
@@ -244,8 +227,8 @@ TEST(MeshTest, NormalIsUnitAndFollowsRightHandRule) {
 }
 
 TEST(MeshTest, ElementInfoAndMarkingSinkOnACube) {
-    MStlBase stl;
-    addCube(stl, 10);
+    const auto mesh = cube();
+    MStlBase& stl = *mesh;
     MStlGraph* graph = AddSharpEdgeGraph(stl, 30.0, false);
     EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(&stl, false), nullptr);
     EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(nullptr, true), nullptr);
@@ -253,9 +236,8 @@ TEST(MeshTest, ElementInfoAndMarkingSinkOnACube) {
     ASSERT_NE(info, nullptr);
     EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(&stl, false), info);
     const MStlGraphEdge& edge = *graph->GraphEdges().begin();
-    EXPECT_EQ(info->GetEdgeThickness(edge).first, 0);
-    info->SetEdgeThickness(edge, {4, 6});
-    EXPECT_EQ(info->GetEdgeThickness(edge).second, 6);
+    EXPECT_EQ(info->GetEdgeThickness(edge).first, 0);  // unset
+    EXPECT_EQ(info->GetEdgeThickness(edge).second, 0);
 
     SCOPED_TRACE("the marking sink marks in its mask, not on the triangle");
     MStlMarkTrianglesByMasks sink(stl);
@@ -336,8 +318,8 @@ std::set<VertexPair> bruteForceSharpEdges(MStlBase& stl, double degrees, bool bo
 }
 
 TEST(SharpEdgeGraphTest, CubeHasTwelveSharpEdgesAndSixFlatDiagonals) {
-    MStlBase stl;
-    addCube(stl, 10);
+    const auto mesh = cube();
+    MStlBase& stl = *mesh;
     EXPECT_EQ(AddSharpEdgeGraph(stl, 30.0, false)->GetNumberOfEdges(), 12u);
     EXPECT_EQ(AddSharpEdgeGraph(stl, 0.0, false)->GetNumberOfEdges(), 12u);   // diagonals: 0°
     EXPECT_EQ(AddSharpEdgeGraph(stl, -1.0, false)->GetNumberOfEdges(), 18u);  // every edge

@@ -173,22 +173,14 @@ TEST_F(MeshImportTest, BinaryPlyInBothByteOrders) {
     }
 }
 
-TEST_F(MeshImportTest, OffFansPolygonsInPlace) {
-    const auto mesh = ImportMesh(write("p.off",
-                                       "OFF\n# a pentagon after a triangle\n6 2 0\n"
-                                       "0 0 0\n1 0 0\n1 1 0\n0 1 0\n0 0 1\n0 0 0\n"
-                                       "3 4 1 5\n5 0 1 2 3 4 255 0 0\n"));
-    expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}, {o, y, z}});
-    EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);  // file vertices 0 and 5 are one mesh vertex
-}
-
 TEST_F(MeshImportTest, VerticesAreNumberedInOrderOfFirstUseByEveryFormat) {
-    // The faces (z, x, o) and (o, x, xy, y), the quad fanned from o: first uses are z, x, o,
-    // then xy, y, whatever order the file lists its vertices in.
+    // The faces (z, x, o) and (o, x, xy, y), the quad fanned in place from o: first uses are
+    // z, x, o, then xy, y, whatever order the file lists its vertices in. The OFF file lists o
+    // twice (one mesh vertex), a comment and a face colour.
     const std::string files[][2] = {
         {"v.off",
-         "OFF\n6 2 0\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n0 0 0\n"
-         "3 4 3 2\n4 5 3 1 0\n"},
+         "OFF\n# two faces\n6 2 0\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n0 0 0\n"
+         "3 4 3 2\n4 5 3 1 0 255 0 0\n"},
         {"v.ply",
          "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\n"
          "property float z\nelement face 2\nproperty list uchar int vertex_indices\n"

@@ -246,13 +246,9 @@ TEST_F(RasterBuildTest, SizesNoGridCanHoldAreRefusedWithBuffersReleased) {
 
     EXPECT_FALSE(_BuildBrushDepthRaster(depth, 65536, 32768, path.data(), path.size(), 3));
     EXPECT_FALSE(depth.m_depth || depth.m_region || depth.m_rowSpans);
-    EXPECT_EQ(depth.m_width, 65536);
-    EXPECT_EQ(depth.m_height, 32768);
 
     EXPECT_FALSE(_BuildPolygonRegionRaster(region, 65536, 32768, polygon.data(), polygon.size()));
     EXPECT_FALSE(region.m_region || region.m_rowSpans);
-    EXPECT_EQ(region.m_width, 65536);
-    EXPECT_EQ(region.m_height, 32768);
 
     _RegionRaster other;
     EXPECT_FALSE(_BuildPolygonRegionRaster(other, 20, -1, polygon.data(), polygon.size()));

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -21,48 +22,46 @@
 #include <nlohmann/json.hpp>
 
 #include "palette.h"
+#include "support/obj_text.h"
+#include "support/ray_cast_oracle.h"
+#include "support/scene_builders.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-// A flat grid of square cells at height z, two counter-clockwise triangles per cell (facing
-// +z), cells row by row from the lowest y. Coordinates in model units.
-struct Grid {
-    double x0, y0, cell;
-    int columns, rows;
-    double z;
+using Mesh = std::unique_ptr<MStlBase>;
+using VelSDK::Math::point2d;
 
-    std::size_t Triangles() const { return 2u * columns * rows; }
-    /// Centroid (x, y) of triangle i as WriteObj numbers them.
-    std::pair<double, double> Centroid(std::size_t i) const {
-        const std::size_t c = i / 2;
-        const double x = x0 + cell * (c % columns), y = y0 + cell * (c / columns);
-        return i % 2 == 0 ? std::make_pair(x + 2 * cell / 3, y + cell / 3)
-                          : std::make_pair(x + cell / 3, y + 2 * cell / 3);
-    }
-    /// OBJ text; with `groups`, the left and right halves of each row become groups "left"
-    /// and "right" (surfaces 0 and 1), which keeps triangle order row by row.
-    std::string Obj(bool groups = false) const {
-        std::ostringstream out;
-        for (int r = 0; r <= rows; ++r)
-            for (int c = 0; c <= columns; ++c)
-                out << "v " << x0 + cell * c << " " << y0 + cell * r << " " << z << "\n";
-        const auto id = [this](int c, int r) { return r * (columns + 1) + c + 1; };
-        std::string group;
-        for (int r = 0; r < rows; ++r) {
-            for (int c = 0; c < columns; ++c) {
-                const std::string wanted = c < columns / 2 ? "left" : "right";
-                if (groups && wanted != group)
-                    out << "g " << (group = wanted) << "\n";
-                out << "f " << id(c, r) << " " << id(c + 1, r) << " " << id(c + 1, r + 1) << "\n";
-                out << "f " << id(c, r) << " " << id(c + 1, r + 1) << " " << id(c, r + 1) << "\n";
-            }
-        }
-        return out.str();
-    }
-};
+// A plate of columns × rows square cells of side `cell` model units from the origin at height
+// z, two triangles per cell facing +z, cells row by row from the lowest y. With `halves`, the
+// left and right half of each row are surfaces 0 and 1.
+Mesh Plate(double cell, int columns, int rows, double z, bool halves = false) {
+    auto mesh = std::make_unique<MStlBase>();
+    MStlSurface* left = mesh->AddSurface(nullptr);
+    MStlSurface* right = halves ? mesh->AddSurface(nullptr) : left;
+    const double k = 1000 * cell;  // internal units
+    for (int r = 0; r < rows; ++r)
+        for (int c = 0; c < columns; ++c)
+            scene::addQuad(c < columns / 2 ? *left : *right, {k * c, k * r, 1000 * z}, {k, 0, 0},
+                           {0, k, 0});
+    return mesh;
+}
+
+/// Centroid (x, y) of triangle i in model units.
+point2d Centroid(const MStlBase& mesh, std::size_t i) {
+    const MStlTriangle& t = mesh.GetTriangle(i);
+    return {(t.GetVertex(0).x + t.GetVertex(1).x + t.GetVertex(2).x) / 3000,
+            (t.GetVertex(0).y + t.GetVertex(1).y + t.GetVertex(2).y) / 3000};
+}
+
+json Points(const std::vector<point2d>& points) {
+    json array = json::array();
+    for (const point2d& p : points)
+        array.push_back({p.x, p.y});
+    return array;
+}
 
 struct RunResult {
     int status;
@@ -76,8 +75,8 @@ std::string ReadText(const fs::path& file) {
     return text.str();
 }
 
-bool InsideRectangle(std::pair<double, double> p, double x0, double y0, double x1, double y1) {
-    return p.first > x0 && p.first < x1 && p.second > y0 && p.second < y1;
+bool InsideRectangle(point2d p, double x0, double y0, double x1, double y1) {
+    return p.x > x0 && p.x < x1 && p.y > y0 && p.y < y1;
 }
 
 // Screen units are model units: internal units (1000 per model unit) scaled by 1/1000.
@@ -133,25 +132,21 @@ class VelpickTest : public ::testing::Test {
 // and a rectangle over x 2..18 (y 2..8) seen straight down the z axis.
 class OcclusionScene : public VelpickTest {
   protected:
-    const Grid back{0, 0, 1, 20, 10, 0};
-    const Grid front{0, 0, 1, 10, 10, 5};
+    const Mesh back = Plate(1, 20, 10, 0);
+    const Mesh front = Plate(1, 10, 10, 5);
 
     json Scene() {
-        Write("back.obj", back.Obj());
-        Write("front.obj", front.Obj());
+        Write("back.obj", scene::ObjText(*back));
+        Write("front.obj", scene::ObjText(*front));
         return {{"meshes", {{{"file", "back.obj"}}, {{"file", "front.obj"}}}},
                 {"view", kUnitView},
                 {"pixel_proportion", 4},
                 {"region", {{"polygon", {{2, 2}, {18, 2}, {18, 8}, {2, 8}}}}}};
     }
     // Triangles well inside the rectangle (centroid at least half a cell in).
-    static bool WellInside(std::pair<double, double> c) {
-        return InsideRectangle(c, 2.5, 2.5, 17.5, 7.5);
-    }
+    static bool WellInside(point2d c) { return InsideRectangle(c, 2.5, 2.5, 17.5, 7.5); }
     // Triangles well outside the rectangle (centroid more than a cell out).
-    static bool WellOutside(std::pair<double, double> c) {
-        return !InsideRectangle(c, 1, 1, 19, 9);
-    }
+    static bool WellOutside(point2d c) { return !InsideRectangle(c, 1, 1, 19, 9); }
 };
 
 TEST_F(OcclusionScene, HiddenTrianglesStayUnmarkedAndMarkThroughTakesThem) {
@@ -161,9 +156,9 @@ TEST_F(OcclusionScene, HiddenTrianglesStayUnmarkedAndMarkThroughTakesThem) {
     json through = scene;
     through["mark_through"] = true;
     const std::set<std::size_t> all = Marked(Pick(through), 0);
-    for (std::size_t i = 0; i < back.Triangles(); ++i) {
-        const auto c = back.Centroid(i);
-        const bool hidden = c.first < 10.0;  // wholly behind the front plate
+    for (std::size_t i = 0; i < back->GetNumberOfTriangles(); ++i) {
+        const point2d c = Centroid(*back, i);
+        const bool hidden = c.x < 10.0;  // wholly behind the front plate
         if (WellInside(c)) {
             EXPECT_EQ(all.count(i), 1u) << "mark-through misses triangle " << i;
             EXPECT_EQ(visible.count(i), hidden ? 0u : 1u) << "triangle " << i;
@@ -174,15 +169,15 @@ TEST_F(OcclusionScene, HiddenTrianglesStayUnmarkedAndMarkThroughTakesThem) {
     }
     for (std::size_t i : visible)
         EXPECT_EQ(all.count(i), 1u) << "a visible pick is part of the mark-through pick";
-    for (std::size_t i = 0; i < front.Triangles(); ++i) {
-        const auto c = front.Centroid(i);
+    for (std::size_t i = 0; i < front->GetNumberOfTriangles(); ++i) {
+        const point2d c = Centroid(*front, i);
         if (WellInside(c) || WellOutside(c)) {
             EXPECT_EQ(frontMarked.count(i), WellInside(c) ? 1u : 0u) << "front triangle " << i;
         }
     }
     EXPECT_EQ(result["picker"], "zbuffer");
     EXPECT_EQ(result["meshes"][0]["file"], "back.obj");
-    EXPECT_EQ(result["meshes"][0]["triangles"], back.Triangles());
+    EXPECT_EQ(result["meshes"][0]["triangles"], back->GetNumberOfTriangles());
     // Screen x 2..18 at 4 pixels per unit: pixels 8..72 inclusive.
     EXPECT_EQ(result["region"]["origin"], json({8, 8}));
     EXPECT_EQ(result["region"]["width"], 65);
@@ -211,8 +206,8 @@ TEST_F(OcclusionScene, ClippingPlaneAndBrushRegion) {
     scene["clipping_planes"] = {{0, 0, -1, 2500}};  // keeps z <= 2.5 model units
     const json clipped = Pick(scene);
     EXPECT_TRUE(Marked(clipped, 1).empty());
-    for (std::size_t i = 0; i < back.Triangles(); ++i) {
-        if (WellInside(back.Centroid(i))) {
+    for (std::size_t i = 0; i < back->GetNumberOfTriangles(); ++i) {
+        if (WellInside(Centroid(*back, i))) {
             EXPECT_EQ(Marked(clipped, 0).count(i), 1u) << "triangle " << i;
         }
     }
@@ -229,9 +224,9 @@ TEST_F(OcclusionScene, ClippingPlaneAndBrushRegion) {
 
 // The plate's left half is surface 0, its right half surface 1.
 TEST_F(VelpickTest, MarkableAndHiddenSurfacesLimitWhatIsMarked) {
-    const Grid plate{0, 0, 1, 10, 10, 0};
-    Write("plate.obj", plate.Obj(/*groups=*/true));
-    const auto onLeft = [&](std::size_t i) { return plate.Centroid(i).first < 5.0; };
+    const Mesh plate = Plate(1, 10, 10, 0, /*halves=*/true);
+    Write("plate.obj", scene::ObjText(*plate));
+    const auto onLeft = [&](std::size_t i) { return Centroid(*plate, i).x < 5.0; };
     json scene = {{"meshes", {{{"file", "plate.obj"}, {"markable", {1}}}}},
                   {"view", kUnitView},
                   {"region", {{"polygon", {{1, 1}, {9, 1}, {9, 9}, {1, 9}}}}}};
@@ -249,7 +244,7 @@ TEST_F(VelpickTest, MarkableAndHiddenSurfacesLimitWhatIsMarked) {
 
 // Equivalent scenes must pick the same, non-empty set.
 TEST_F(VelpickTest, PlacementAndCameraPickAsTheirEquivalentViews) {
-    Write("plate.obj", Grid{0, 0, 0.5, 20, 20, 0}.Obj());
+    Write("plate.obj", scene::ObjText(*Plate(0.5, 20, 20, 0)));
     const auto expectSame = [&](const json& a, const json& b) {
         const std::set<std::size_t> marked = Marked(Pick(a), 0);
         EXPECT_FALSE(marked.empty());
@@ -288,12 +283,6 @@ struct ErrorCase {
     const char* patch;  // JSON merge patch applied to a valid scene
     const char* field;
 };
-
-json ValidScene() {
-    return {{"meshes", {{{"file", "plate.obj"}}}},
-            {"view", kUnitView},
-            {"region", {{"polygon", {{1, 1}, {9, 1}, {5, 9}}}}}};
-}
 
 const ErrorCase kErrorCases[] = {
     {"ShortPlacement",
@@ -345,14 +334,11 @@ const ErrorCase kErrorCases[] = {
      "lines_per_pixel: expected a number > 0"},
     {"ThreadsZero", R"({"picker": "scanline", "threads": 0})",
      "threads: expected between 1 and 4096 threads, got 0"},
-    {"ThreadsFraction", R"({"threads": 1.5})", "threads: expected a whole number"},
     {"GraphUnknownMember", R"({"graph": {"angle": 30}})", "graph.angle: unknown field"},
     {"GraphNegativeThickness", R"({"graph": {"thickness": -1}})",
      "graph.thickness: expected a number >= 0"},
     {"GraphCandidatesNotBoolean", R"({"graph": {"mark_whole_candidates": 1}})",
      "graph.mark_whole_candidates: expected true or false"},
-    {"GraphAngleNotNumber", R"({"graph": {"sharp_angle_deg": "sharp"}})",
-     "graph.sharp_angle_deg: expected a number"},
     {"GraphBrush",
      R"({"picker": "graph", "region": {"polygon": null, "brush": {"path": [[1, 1]], "radius": 1}}})",
      "region: the graph picker takes a polygon"},
@@ -364,6 +350,13 @@ const ErrorCase kErrorCases[] = {
 
 class VelpickErrors : public VelpickTest, public ::testing::WithParamInterface<ErrorCase> {
   protected:
+    /// A valid scene over a plate of two surfaces, whose file it writes.
+    json ValidScene() {
+        Write("plate.obj", scene::ObjText(*Plate(1, 10, 10, 0, /*halves=*/true)));
+        return {{"meshes", {{{"file", "plate.obj"}}}},
+                {"view", kUnitView},
+                {"region", {{"polygon", {{1, 1}, {9, 1}, {5, 9}}}}}};
+    }
     void ExpectCleanFailure(const std::string& sceneArgument, const std::string& message) {
         const RunResult run = Run(sceneArgument + Option("--output", "out.json") +
                                   Option("--image", "out.png") + Option("--ply", "out.ply"));
@@ -379,7 +372,6 @@ class VelpickErrors : public VelpickTest, public ::testing::WithParamInterface<E
 };
 
 TEST_P(VelpickErrors, FailsNamingFileAndField) {
-    Write("plate.obj", Grid{0, 0, 1, 10, 10, 0}.Obj(/*groups=*/true));
     json scene = ValidScene();
     scene.merge_patch(json::parse(GetParam().patch));
     Write("scene.json", scene.dump());
@@ -404,7 +396,6 @@ TEST_F(VelpickErrors, RasterBeyondTheMachinesMemoryNamesTheRegion) {
     const double bytes = 46000.0 * 46000.0 * 17;
     if (bytes <= double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)))
         GTEST_SKIP() << "this machine could allocate the raster";
-    Write("plate.obj", Grid{0, 0, 1, 10, 10, 0}.Obj(/*groups=*/true));
     json scene = ValidScene();
     scene["pixel_proportion"] = 1;
     scene["region"] = {{"polygon", {{0, 0}, {45999, 0}, {0, 45999}}}};
@@ -415,7 +406,6 @@ TEST_F(VelpickErrors, RasterBeyondTheMachinesMemoryNamesTheRegion) {
 }
 
 TEST_F(VelpickErrors, NoOutputIsCommittedUntilEveryOneIsWritten) {
-    Write("plate.obj", Grid{0, 0, 1, 10, 10, 0}.Obj(/*groups=*/true));
     Write("scene.json", ValidScene().dump());
     fs::create_directory(Path("picture"));
     const RunResult run =
@@ -454,27 +444,14 @@ Png ReadPng(const fs::path& file) {
     return png;
 }
 
-// Even-odd test of a point against a polygon: an oracle independent of the renderer's spans.
-bool InsidePolygon(const std::vector<std::pair<double, double>>& polygon, double x, double y) {
-    bool inside = false;
-    for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
-        const auto &a = polygon[j], &b = polygon[i];
-        if ((a.second > y) != (b.second > y) &&
-            x < a.first + (y - a.second) * (b.first - a.first) / (b.second - a.second))
-            inside = !inside;
-    }
-    return inside;
-}
-
 TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
-    const Grid plate{0, 0, 0.25, 40, 40, 0};
-    Write("plate.obj", plate.Obj());
+    Write("plate.obj", scene::ObjText(*Plate(0.25, 40, 40, 0)));
     // Screen = 2 × model, 3 pixels per screen unit: 60 × 60 pixels.
-    const std::vector<std::pair<double, double>> polygon = {{3, 2}, {17, 5}, {8, 16}};
+    const std::vector<point2d> polygon = {{3, 2}, {17, 5}, {8, 16}};
     json scene = json::parse(R"({"meshes": [{"file": "plate.obj"}], "pixel_proportion": 3,
         "camera": {"eye": [5, 5, 9], "target": [5, 5, 0], "up": [0, 1, 0], "height": 10,
                    "screen": [20, 20]}})");
-    scene["region"] = {{"polygon", polygon}};
+    scene["region"] = {{"polygon", Points(polygon)}};
     const RunResult run = RunScene(scene, Option("--image", "pick.png"));
     ASSERT_EQ(run.status, 0) << run.err;
     const Png png = ReadPng(Path("pick.png"));
@@ -496,7 +473,7 @@ TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
             bool near = false;
             for (double dx : {-reach, 0.0, reach})
                 for (double dy : {-reach, 0.0, reach})
-                    near = near || InsidePolygon(polygon, sx + dx, sy + dy);
+                    near = near || oracle::InsideEvenOdd(polygon, sx + dx, sy + dy);
             EXPECT_TRUE(near) << "highlighted pixel (" << x << ", " << row << ") is outside";
         }
     }
@@ -531,26 +508,15 @@ TEST_F(OcclusionScene, PlyColoursExactlyTheMarkedFacesAndImageSizeIsKept) {
     EXPECT_EQ(coloured[1], Marked(result, 1));
 }
 
-TEST_F(VelpickTest, DemoPicksAndDrawsWithoutAFile) {
-    const RunResult run = Run("--demo" + Option("--image", "demo.png"));
-    ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("marked"), std::string::npos);
-    const Png png = ReadPng(Path("demo.png"));
-    EXPECT_GT(png.width, 0);
-    EXPECT_GT(png.height, 0);
-}
-
-TEST_F(VelpickTest, HelpNamesEveryOptionAndSceneField) {
-    const RunResult run = Run("--help");
-    ASSERT_EQ(run.status, 0);
-    std::istringstream words(
-        "--output --image --image-size --ply --demo units_per_model_unit placement markable "
-        "hidden_surfaces view camera pixel_proportion polygon brush picker mark_through "
-        "back_face_culling unmark start_marked skip_hidden_surfaces depth_tolerance "
-        "clipping_planes lines_per_pixel threads graph sharp_angle_deg thickness "
-        "mark_whole_candidates zbuffer scanline");
-    for (std::string word; words >> word;)
-        EXPECT_NE(run.out.find(word), std::string::npos) << word;
+TEST_F(VelpickTest, DemoAndHelpNeedNoSceneFile) {
+    const RunResult demo = Run("--demo" + Option("--image", "demo.png"));
+    ASSERT_EQ(demo.status, 0) << demo.err;
+    EXPECT_NE(demo.out.find("marked"), std::string::npos);
+    EXPECT_GT(ReadPng(Path("demo.png")).width, 0);
+    const RunResult help = Run("--help");
+    ASSERT_EQ(help.status, 0);
+    for (const char* picker : {"zbuffer", "scanline", "graph"})
+        EXPECT_NE(help.out.find(picker), std::string::npos) << picker;
 }
 
 // ---- the scan-line and graph pickers ----
@@ -573,7 +539,7 @@ TEST_F(OcclusionScene, ScanLinePickerAgreesWithTheZBufferAndIgnoresThreadCount) 
     const json dual = Pick(scene);
     EXPECT_EQ(single["picker"], "scanline");
     EXPECT_EQ(single["meshes"], dual["meshes"]);
-    const Grid* grids[] = {&back, &front};
+    const MStlBase* meshes[] = {back.get(), front.get()};
     for (std::size_t mesh = 0; mesh < 2; ++mesh) {
         const std::set<std::size_t> z = Marked(zbuffer, mesh), s = Marked(single, mesh);
         ASSERT_FALSE(s.empty());
@@ -581,79 +547,23 @@ TEST_F(OcclusionScene, ScanLinePickerAgreesWithTheZBufferAndIgnoresThreadCount) 
         // scan-line picker exact intervals that touch the cells just outside. They differ
         // only there (measured: 0.82 and 0.77).
         EXPECT_GE(Jaccard(z, s), 0.75) << "mesh " << mesh;
-        for (std::size_t i = 0; i < grids[mesh]->Triangles(); ++i) {
+        for (std::size_t i = 0; i < meshes[mesh]->GetNumberOfTriangles(); ++i) {
             if (z.count(i) != s.count(i)) {
-                EXPECT_FALSE(WellInside(grids[mesh]->Centroid(i))) << "mesh " << mesh << " " << i;
-                EXPECT_FALSE(WellOutside(grids[mesh]->Centroid(i))) << "mesh " << mesh << " " << i;
+                EXPECT_FALSE(WellInside(Centroid(*meshes[mesh], i))) << "mesh " << mesh << " " << i;
+                EXPECT_FALSE(WellOutside(Centroid(*meshes[mesh], i)))
+                    << "mesh " << mesh << " " << i;
             }
         }
     }
     // What the front plate hides stays unmarked for the scan-line picker too.
     for (std::size_t i : Marked(single, 0))
-        EXPECT_GE(back.Centroid(i).first, 9.0) << "hidden triangle " << i << " marked";
+        EXPECT_GE(Centroid(*back, i).x, 9.0) << "hidden triangle " << i << " marked";
 }
 
-// A closed cube of side 10 model units from the origin, each face split into n × n cells of
-// two triangles wound counter-clockwise about the outward normal.
-struct Cube {
-    int n;
-    struct Face {
-        std::array<double, 3> normal;
-        std::vector<std::array<std::array<double, 3>, 3>> triangles;
-    };
-
-    std::vector<Face> Faces() const {
-        std::vector<Face> faces;
-        for (int axis = 0; axis < 3; ++axis) {
-            for (int side = 0; side < 2; ++side)
-                faces.push_back(MakeFace(axis, side));
-        }
-        return faces;
-    }
-
-    std::string Obj() const {
-        std::ostringstream out;
-        int next = 1;
-        for (const Face& face : Faces()) {
-            for (const auto& t : face.triangles) {
-                for (const auto& p : t)
-                    out << "v " << p[0] << " " << p[1] << " " << p[2] << "\n";
-                out << "f " << next << " " << next + 1 << " " << next + 2 << "\n";
-                next += 3;
-            }
-        }
-        return out.str();
-    }
-
-  private:
-    Face MakeFace(int axis, int side) const {
-        Face face;
-        face.normal = {0, 0, 0};
-        face.normal[axis] = side ? 1 : -1;
-        const int u = (axis + 1) % 3, v = (axis + 2) % 3;  // u × v = +axis
-        const double step = 10.0 / n;
-        const auto at = [&](int i, int j) {
-            std::array<double, 3> p{};
-            p[axis] = side ? 10.0 : 0.0;
-            p[u] = i * step;
-            p[v] = j * step;
-            return p;
-        };
-        for (int i = 0; i < n; ++i) {
-            for (int j = 0; j < n; ++j) {
-                std::array<std::array<double, 3>, 3> a{at(i, j), at(i + 1, j), at(i + 1, j + 1)};
-                std::array<std::array<double, 3>, 3> b{at(i, j), at(i + 1, j + 1), at(i, j + 1)};
-                if (!side) {
-                    std::swap(a[1], a[2]);
-                    std::swap(b[1], b[2]);
-                }
-                face.triangles.push_back(a);
-                face.triangles.push_back(b);
-            }
-        }
-        return face;
-    }
-};
+// A closed cube of side 10 model units from the origin, each face n × n cells.
+Mesh Cube(int n) {
+    return scene::cube({5000, 5000, 5000}, 5000, n);
+}
 
 // An oblique orthographic view: turned 25 degrees about z, then 35 about x, scaled from
 // internal units to screen units; rows of a column-vector matrix.
@@ -680,20 +590,20 @@ struct ObliqueView {
         return {r[0][0] * p[0] + r[0][1] * p[1] + r[0][2] * p[2],
                 r[1][0] * p[0] + r[1][1] * p[1] + r[1][2] * p[2]};
     }
-    bool FacesViewer(const std::array<double, 3>& normal) const {
-        return r[2][0] * normal[0] + r[2][1] * normal[1] + r[2][2] * normal[2] > 0.0;
+    bool FacesViewer(const VelSDK::Math::point3d& normal) const {
+        return r[2][0] * normal.x + r[2][1] * normal.y + r[2][2] * normal.z > 0.0;
     }
 };
 
 // Back-face culling leaves only faces turned to the viewer. For the scan-line picker even a
 // mark-through pick culls, which tells whether its screen is mirrored the right way.
 TEST_F(VelpickTest, BackFaceCullingKeepsOnlyFrontFacesThroughBothPickers) {
-    const Cube cube{4};
+    const Mesh cube = Cube(4);
     const ObliqueView view;
-    Write("cube.obj", cube.Obj());
+    Write("cube.obj", scene::ObjText(*cube));
     std::vector<bool> front;
-    for (const Cube::Face& face : cube.Faces())
-        front.insert(front.end(), face.triangles.size(), view.FacesViewer(face.normal));
+    for (const MStlTriangle& t : cube->Triangles())
+        front.push_back(view.FacesViewer(t.GetNormal()));
     json scene = {{"meshes", {{{"file", "cube.obj"}}}},
                   {"view", view.Matrix()},
                   {"pixel_proportion", 10},
@@ -721,32 +631,24 @@ class GraphPickerScene : public VelpickTest {
   protected:
     const ObliqueView view;
     const double pixels = 4.0;
-    const std::vector<std::pair<double, double>> lasso{{-9, 1}, {-1, 1}, {-1, 9}, {-9, 9}};
+    const std::vector<point2d> lasso{{-9, 1}, {-1, 1}, {-1, 9}, {-9, 9}};
 
     json Scene() {
-        Write("cube.obj", Cube{1}.Obj());
-        json polygon = json::array();
-        for (const auto& [x, y] : lasso)
-            polygon.push_back({x, y});
+        Write("cube.obj", scene::ObjText(*Cube(1)));
         return {{"meshes", {{{"file", "cube.obj"}}}},
                 {"view", view.Matrix()},
                 {"pixel_proportion", pixels},
                 {"picker", "graph"},
-                {"region", {{"polygon", polygon}}}};
+                {"region", {{"polygon", Points(lasso)}}}};
     }
 
+    // The lasso's vertices are floored to pixels; the pixel (px, py) lies in is tested at
+    // its centre.
     bool PixelCentreInside(double px, double py) const {
-        const double cx = std::floor(px) + 0.5, cy = std::floor(py) + 0.5;
-        bool inside = false;
-        for (std::size_t i = 0, j = lasso.size() - 1; i < lasso.size(); j = i++) {
-            const double xi = std::floor(lasso[i].first * pixels),
-                         yi = std::floor(lasso[i].second * pixels);
-            const double xj = std::floor(lasso[j].first * pixels),
-                         yj = std::floor(lasso[j].second * pixels);
-            if ((yi > cy) != (yj > cy) && cx < xi + (cy - yi) * (xj - xi) / (yj - yi))
-                inside = !inside;
-        }
-        return inside;
+        std::vector<point2d> pixelLasso;
+        for (const point2d& p : lasso)
+            pixelLasso.push_back({std::floor(p.x * pixels), std::floor(p.y * pixels)});
+        return oracle::InsideEvenOdd(pixelLasso, std::floor(px) + 0.5, std::floor(py) + 0.5);
     }
 
     bool UnderLasso(const std::array<double, 3>& a, const std::array<double, 3>& b) const {

@@ -17,6 +17,7 @@
 #include "support/noisy_torus.h"
 #include "support/ray_cast_oracle.h"
 #include "support/scene_builders.h"
+#include "support/screen_frame.h"
 #include "visibility/piece_clipper.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
@@ -24,6 +25,8 @@
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;
 using Detector = MStlBaseOperatorVisibilityDetector;
+using scene::Lasso;
+using scene::ScreenFrame;
 using visibility::Piece;
 
 namespace {
@@ -169,20 +172,6 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     EXPECT_EQ(few, (std::vector<double>{0.0, 3.0, 9.0}));
 }
 
-// The y-down screen frame of the scenes below: 100 internal units per pixel.
-MMTransformMatrix ScreenFrame(double scale = 0.01) {
-    MMTransformMatrix m;
-    m.MakeScale3D(scale, -scale, scale);
-    MMTransformMatrix shift;
-    shift.MakeTranslation({50, 50, 0});
-    return m.PreMultiply(shift);
-}
-
-std::vector<point2d> Lasso() {
-    return {{33.3, 36.1}, {58.7, 31.9}, {67.2, 47.5}, {55.1, 52.3},
-            {64.9, 66.6}, {41.4, 69.2}, {31.6, 55.8}};
-}
-
 std::vector<bool> Marks(MStlBase& mesh, const MStlMarkTrianglesByMasks& sink) {
     std::vector<bool> marks;
     for (MStlTriangle& t : mesh.Triangles())
@@ -208,10 +197,9 @@ std::vector<bool> RunIn(int threads, MStlBase& mesh,
 TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
     tbb::global_control allowFour(tbb::global_control::max_allowed_parallelism, 4);
     const auto torus = scene::ToHostMesh(scene::NoisyTorus(60, 90, 2500, 1000, 0.2));
-    MMTransformMatrix tilted = ScreenFrame();
     MMTransformMatrix tilt;
     tilt.MakeRotationInPlane({0, 0, 1}, {0, -0.6, 0.8}, {0, 0, 0});
-    tilted.PostMultiply(tilt);
+    const MMTransformMatrix tilted = ScreenFrame(tilt);
     const std::vector<std::function<void(Detector&)>> configurations{
         [](Detector& d) { d.SetPath(Lasso()); },
         [](Detector& d) {

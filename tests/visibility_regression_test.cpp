@@ -15,6 +15,7 @@
 #include <velpick/visibility_detector.h>
 #include "support/noisy_torus.h"
 #include "support/scene_builders.h"
+#include "support/screen_frame.h"
 
 using VelSDK::Math::point2d;
 using Detector = MStlBaseOperatorVisibilityDetector;
@@ -32,15 +33,12 @@ std::uint64_t Hash(const std::vector<std::uint64_t>& words) {
     return hash;
 }
 
-// y-down pixels, 100 internal units per pixel, centred on (50, 50); optionally tilted.
+// The screen frame, optionally tilted.
 MMTransformMatrix Frame(bool tilted) {
-    MMTransformMatrix m, turn, scale, shift;
-    turn.MakeRotationInPlane({0, 0, 1}, {0.2, -0.6, 0.77}, {0, 0, 0});
-    scale.MakeScale3D(0.01, -0.01, 0.01);
-    shift.MakeTranslation({50, 50, 0});
+    MMTransformMatrix turn;
     if (tilted)
-        m.PreMultiply(turn);
-    return m.PreMultiply(scale).PreMultiply(shift);
+        turn.MakeRotationInPlane({0, 0, 1}, {0.2, -0.6, 0.77}, {0, 0, 0});
+    return scene::ScreenFrame(turn);
 }
 
 std::vector<point2d> Lasso() {

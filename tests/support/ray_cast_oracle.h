@@ -149,18 +149,27 @@ class RayCastOracle {
 /// Margin > 0 inside, < 0 outside, |Margin| the distance to the boundary.
 using RegionMargin = std::function<double(double x, double y)>;
 
+/// Even-odd test of (x, y) against a closed polygon: a ray towards +x crosses its sides an
+/// odd number of times.
+inline bool InsideEvenOdd(const std::vector<VelSDK::Math::point2d>& polygon, double x, double y) {
+    bool inside = false;
+    for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
+        const auto &a = polygon[i], &b = polygon[j];
+        if ((a.y > y) != (b.y > y) && x < (b.x - a.x) * (y - a.y) / (b.y - a.y) + a.x)
+            inside = !inside;
+    }
+    return inside;
+}
+
 /// The even-odd interior of a closed pixel polygon.
 inline RegionMargin PolygonRegion(std::vector<VelSDK::Math::point2d> polygon) {
     return [polygon](double x, double y) {
-        bool inside = false;
         double distance = std::numeric_limits<double>::max();
         for (std::size_t i = 0, j = polygon.size() - 1; i < polygon.size(); j = i++) {
             const auto &a = polygon[i], &b = polygon[j];
-            if ((a.y > y) != (b.y > y) && x < (b.x - a.x) * (y - a.y) / (b.y - a.y) + a.x)
-                inside = !inside;
             distance = std::min(distance, SegmentDistance(x, y, {a.x, a.y, 0}, {b.x, b.y, 0}));
         }
-        return inside ? distance : -distance;
+        return InsideEvenOdd(polygon, x, y) ? distance : -distance;
     };
 }
 
