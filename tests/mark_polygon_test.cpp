@@ -281,13 +281,6 @@ TEST_F(MarkPolygonScene, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
     op.SetMarkThrough(false);
     ASSERT_TRUE(op.operate());
     EXPECT_EQ(Marked(*awayPlate).size(), all);
-
-    MStlBaseOperatorMarkPolygon culling(kPixelsPerMm, kToleranceMm, false);
-    UnmarkAll(*awayPlate);
-    Add(culling, *awayPlate);
-    culling.SetBackFaceCulling(true);
-    ASSERT_TRUE(Operate(culling, lasso));
-    EXPECT_TRUE(Marked(*awayPlate).empty());
 }
 
 TEST_F(MarkPolygonScene, OnlyMarkableSurfacesAreMarkedWhileTheRestOccludes) {
@@ -459,10 +452,8 @@ TEST_F(MarkPolygonScene, SinkReceivesTheMarksInsteadOfTheTriangles) {
     MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
     Add(picker, *withSink, true, &sink);
     Add(op, *plain);
-    picker.SetPolygon(Rectangle(-2, -2, 2, 2));
-    op.SetPolygon(Rectangle(-2, -2, 2, 2));
-    ASSERT_TRUE(picker.operate());
-    ASSERT_TRUE(op.operate());
+    ASSERT_TRUE(Operate(picker, Rectangle(-2, -2, 2, 2)));
+    ASSERT_TRUE(Operate(op, Rectangle(-2, -2, 2, 2)));
 
     EXPECT_TRUE(Marked(*withSink).empty());
     const auto sunk =
