@@ -175,7 +175,7 @@ std::string MeshLabel(std::size_t index) {
 Scene ValidateScene(const PickArguments& arguments, const std::vector<py::object>& placements) {
     const json document = SceneDocument(arguments, placements);
     try {
-        return ParseScene(document.dump(), kSource, {});
+        return ParseScene(document, kSource, {});
     } catch (const SceneError& error) {
         throw py::value_error(ArgumentMessage(error.what()));
     }

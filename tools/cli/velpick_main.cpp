@@ -158,18 +158,6 @@ PickReport MakeReport(const Scene& scene, const std::vector<std::unique_ptr<MStl
     return report;
 }
 
-std::unique_ptr<Picker> PickerFor(const Scene& scene, const std::string& sourceName) {
-    std::unique_ptr<Picker> picker = MakePicker(scene.picker);
-    if (!picker) {
-        std::string known;
-        for (const std::string& name : PickerNames())
-            known += (known.empty() ? "" : ", ") + name;
-        throw SceneError(sourceName + ": picker: unknown picker \"" + Printable(scene.picker) +
-                         "\" (known: " + known + ")");
-    }
-    return picker;
-}
-
 std::uint64_t PhysicalMemoryBytes() {
     const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGE_SIZE);
     return pages > 0 && pageSize > 0 ? std::uint64_t(pages) * std::uint64_t(pageSize) : 0;
@@ -205,7 +193,7 @@ int RunScene(const Options& options) {
         throw UsageError("velpick: no scene file given (try --demo, or --help)");
     const Stopwatch loadClock;
     const Scene scene = ReadSceneFile(options.scene);
-    const std::unique_ptr<Picker> picker = PickerFor(scene, options.scene);
+    const std::unique_ptr<Picker> picker = MakePicker(scene.picker);
     const std::vector<std::unique_ptr<MStlBase>> meshes = LoadSceneMeshes(scene, options.scene);
     const PickRequest request = MakePickRequest(scene, meshes);
     const double loadMilliseconds = loadClock.Milliseconds();
@@ -269,7 +257,7 @@ void PrintPickerLine(const std::string& name, const PickResult& result, double m
 int RunDemo(const Options& options) {
     DemoScene demo = MakeDemoScene();
     const PickRequest request = MakePickRequest(demo.scene, demo.meshes);
-    const std::unique_ptr<Picker> defaultPicker = PickerFor(demo.scene, "demo");
+    const std::unique_ptr<Picker> defaultPicker = MakePicker(demo.scene.picker);
     const std::vector<std::size_t> underLasso = CountUnderRegion(*defaultPicker, request);
 
     std::optional<PickReport> pictured;

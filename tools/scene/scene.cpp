@@ -237,6 +237,17 @@ nlohmann::json ParseJson(const std::string& text, const std::string& sourceName)
     }
 }
 
+// One of the registered pickers.
+std::string ParsePickerName(const JsonField& field) {
+    std::string name = field.String();
+    if (MakePicker(name))
+        return name;
+    std::string known;
+    for (const std::string& registered : PickerNames())
+        known += (known.empty() ? "" : ", ") + registered;
+    field.Fail("unknown picker \"" + Printable(name) + "\" (known: " + known + ")");
+}
+
 void ParseSettings(const JsonField& root, Scene& scene) {
     const auto optionalFlag = [&](const char* name, bool& flag) {
         if (root.Has(name))
@@ -245,7 +256,7 @@ void ParseSettings(const JsonField& root, Scene& scene) {
     if (root.Has("pixel_proportion"))
         scene.pixelProportion = root.Member("pixel_proportion").PositiveNumber();
     if (root.Has("picker"))
-        scene.picker = root.Member("picker").String();
+        scene.picker = ParsePickerName(root.Member("picker"));
     optionalFlag("mark_through", scene.markThrough);
     optionalFlag("back_face_culling", scene.backFaceCulling);
     optionalFlag("unmark", scene.unmark);
@@ -266,7 +277,11 @@ void ParseSettings(const JsonField& root, Scene& scene) {
 }  // namespace
 
 Scene ParseScene(const std::string& text, const std::string& sourceName, const fs::path& folder) {
-    const nlohmann::json document = ParseJson(text, sourceName);
+    return ParseScene(ParseJson(text, sourceName), sourceName, folder);
+}
+
+Scene ParseScene(const nlohmann::json& document, const std::string& sourceName,
+                 const fs::path& folder) {
     const JsonField root(document, "", sourceName);
     root.ExpectObject({"units_per_model_unit", "meshes", "view", "camera", "pixel_proportion",
                        "region", "picker", "mark_through", "back_face_culling", "unmark",

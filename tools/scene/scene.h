@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/transform_matrix.h>
 #include "camera.h"
@@ -51,6 +53,9 @@ struct Scene {
 /// Parses and validates a scene given as JSON text. `sourceName` prefixes every message;
 /// mesh files are resolved against `folder`. Throws SceneError naming the first bad field.
 Scene ParseScene(const std::string& text, const std::string& sourceName,
+                 const std::filesystem::path& folder);
+/// The same for a scene already parsed as a JSON document.
+Scene ParseScene(const nlohmann::json& document, const std::string& sourceName,
                  const std::filesystem::path& folder);
 
 /// Reads and parses a scene file; its meshes are resolved against the file's folder.
