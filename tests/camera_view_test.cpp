@@ -11,7 +11,6 @@ namespace {
 using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
 using AU_MarkOperations::PolygonMarking::FindPolygonBBoxInPixelsDimention;
 using VelSDK::Math::point2d;
-using VelSDK::Math::point2i;
 using VelSDK::Math::point3d;
 
 constexpr double kTolerance = 1e-9;
@@ -22,20 +21,12 @@ point3d Apply(const MMTransformMatrix& transform, point3d p) {
 }
 
 TEST(CameraViewTransform, ScalesToPixelsMovesTheOriginPixelToZeroAndKeepsModelDepth) {
-    struct Case {
-        double pixelScale;
-        point2i origin;
-        point3d model, expected;
-    };
-    for (const Case& c : {Case{1.0, {0, 0}, {0, 0, 0}, {0.5, 0.5, 0}},
-                          Case{2.0, {10, -4}, {3, 1, 7}, {6 - 10 + 0.5, 2 + 4 + 0.5, 7}}}) {
-        const point3d p =
-            Apply(FindModelToCameraViewTransformation(MMTransformMatrix(), c.pixelScale, c.origin),
-                  c.model);
-        EXPECT_NEAR(p.x, c.expected.x, kTolerance);
-        EXPECT_NEAR(p.y, c.expected.y, kTolerance);
-        EXPECT_NEAR(p.z, c.expected.z, kTolerance);
-    }
+    // Model (3, 1, 7) at 2 pixels per unit, seen from the origin pixel (10, −4).
+    const point3d p =
+        Apply(FindModelToCameraViewTransformation(MMTransformMatrix(), 2.0, {10, -4}), {3, 1, 7});
+    EXPECT_NEAR(p.x, 6 - 10 + 0.5, kTolerance);
+    EXPECT_NEAR(p.y, 2 + 4 + 0.5, kTolerance);
+    EXPECT_NEAR(p.z, 7, kTolerance);
 }
 
 TEST(CameraViewTransform, RotatedScaledViewMapsScreenToPixelsAndViewLengthToDepth) {

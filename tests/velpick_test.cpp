@@ -662,9 +662,18 @@ class GraphPickerScene : public VelpickTest {
         return false;
     }
 
-    static std::array<double, 3> Model(const json& point) {
-        return {point[0].get<double>() / 1000.0, point[1].get<double>() / 1000.0,
-                point[2].get<double>() / 1000.0};
+    using Edge = std::array<std::array<double, 3>, 2>;
+
+    /// The marked edges of a mesh's result, in model units.
+    static std::set<Edge> MarkedEdges(const json& mesh) {
+        const auto model = [](const json& p) {
+            return std::array<double, 3>{p[0].get<double>() / 1000, p[1].get<double>() / 1000,
+                                         p[2].get<double>() / 1000};
+        };
+        std::set<Edge> marked;
+        for (const json& edge : mesh["marked_edges"])
+            marked.insert({model(edge[0]), model(edge[1])});
+        return marked;
     }
 
     static std::vector<std::array<std::array<double, 3>, 2>> CubeEdges() {
@@ -689,9 +698,7 @@ TEST_F(GraphPickerScene, MarksTheCubeEdgesUnderTheLasso) {
     EXPECT_EQ(mesh["edges"], 12);
     EXPECT_EQ(mesh["code"], 0);
     EXPECT_EQ(mesh["marked"], json::array());
-    std::set<std::array<std::array<double, 3>, 2>> marked;
-    for (const json& edge : mesh["marked_edges"])
-        marked.insert({Model(edge[0]), Model(edge[1])});
+    const std::set<Edge> marked = MarkedEdges(mesh);
     std::size_t under = 0;
     for (const auto& edge : CubeEdges()) {
         under += UnderLasso(edge[0], edge[1]);
@@ -712,9 +719,7 @@ TEST_F(GraphPickerScene, ClippingPlaneCutsTheCubeOpen) {
     scene["graph"] = {{"mark_whole_candidates", false}};
     const json mesh = Pick(scene)["meshes"][0];
     EXPECT_EQ(mesh["code"], 0);
-    std::set<std::array<std::array<double, 3>, 2>> marked;
-    for (const json& edge : mesh["marked_edges"])
-        marked.insert({Model(edge[0]), Model(edge[1])});
+    const std::set<Edge> marked = MarkedEdges(mesh);
     for (const auto& edge : CubeEdges()) {
         const bool top = edge[0][2] == 10.0 && edge[1][2] == 10.0;
         const bool bottom = edge[0][2] == 0.0 && edge[1][2] == 0.0;
