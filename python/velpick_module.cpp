@@ -291,30 +291,39 @@ PYBIND11_MODULE(velpick, module) {
     module.doc() = kModuleDoc;
     module.def("pick", &Pick, kPickDoc, py::arg("vertices"), py::arg("faces"), py::arg("region"),
                py::kw_only(), py::arg("view") = py::none(), py::arg("camera") = py::none(),
-               py::arg("pixel_proportion") = 5.0, py::arg("depth_tolerance") = 0.05,
-               py::arg("units_per_model_unit") = 1000.0, py::arg("picker") = "zbuffer",
-               py::arg("mark_through") = false, py::arg("back_face_culling") = false,
-               py::arg("clipping_planes") = py::none(), py::arg("markable") = py::none(),
-               py::arg("brush_radius") = py::none(), py::arg("lines_per_pixel") = 5.0,
+               py::arg("pixel_proportion") = velpick::kDefaultPixelProportion,
+               py::arg("depth_tolerance") = velpick::kDefaultDepthTolerance,
+               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit,
+               py::arg("picker") = velpick::kDefaultPicker, py::arg("mark_through") = false,
+               py::arg("back_face_culling") = false, py::arg("clipping_planes") = py::none(),
+               py::arg("markable") = py::none(), py::arg("brush_radius") = py::none(),
+               py::arg("lines_per_pixel") = velpick::kDefaultLinesPerPixel,
                py::arg("threads") = py::none());
     module.def("pick_meshes", &PickMeshes, kPickMeshesDoc, py::arg("meshes"), py::arg("region"),
                py::kw_only(), py::arg("view") = py::none(), py::arg("camera") = py::none(),
-               py::arg("pixel_proportion") = 5.0, py::arg("depth_tolerance") = 0.05,
-               py::arg("units_per_model_unit") = 1000.0, py::arg("picker") = "zbuffer",
-               py::arg("mark_through") = false, py::arg("back_face_culling") = false,
-               py::arg("clipping_planes") = py::none(), py::arg("brush_radius") = py::none(),
-               py::arg("lines_per_pixel") = 5.0, py::arg("threads") = py::none());
+               py::arg("pixel_proportion") = velpick::kDefaultPixelProportion,
+               py::arg("depth_tolerance") = velpick::kDefaultDepthTolerance,
+               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit,
+               py::arg("picker") = velpick::kDefaultPicker, py::arg("mark_through") = false,
+               py::arg("back_face_culling") = false, py::arg("clipping_planes") = py::none(),
+               py::arg("brush_radius") = py::none(),
+               py::arg("lines_per_pixel") = velpick::kDefaultLinesPerPixel,
+               py::arg("threads") = py::none());
     module.def("pick_edges", &PickEdges, kPickEdgesDoc, py::arg("vertices"), py::arg("faces"),
                py::arg("region"), py::kw_only(), py::arg("view") = py::none(),
-               py::arg("camera") = py::none(), py::arg("pixel_proportion") = 5.0,
-               py::arg("units_per_model_unit") = 1000.0, py::arg("mark_through") = false,
-               py::arg("back_face_culling") = false, py::arg("clipping_planes") = py::none(),
-               py::arg("sharp_angle_deg") = 30.0, py::arg("thickness") = 0.0,
-               py::arg("mark_whole_candidates") = false, py::arg("lines_per_pixel") = 5.0,
+               py::arg("camera") = py::none(),
+               py::arg("pixel_proportion") = velpick::kDefaultPixelProportion,
+               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit,
+               py::arg("mark_through") = false, py::arg("back_face_culling") = false,
+               py::arg("clipping_planes") = py::none(),
+               py::arg("sharp_angle_deg") = velpick::kDefaultSharpAngleDegrees,
+               py::arg("thickness") = 0.0, py::arg("mark_whole_candidates") = false,
+               py::arg("lines_per_pixel") = velpick::kDefaultLinesPerPixel,
                py::arg("threads") = py::none());
     module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
     module.def("_build_mesh", &BuildOnly,
                "Converts and builds the host mesh pick() would build and returns its triangle "
                "count; for measuring the binding's overhead.",
-               py::arg("vertices"), py::arg("faces"), py::arg("units_per_model_unit") = 1000.0);
+               py::arg("vertices"), py::arg("faces"),
+               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit);
 }

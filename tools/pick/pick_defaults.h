@@ -4,6 +4,7 @@
 
 namespace velpick {
 
+constexpr const char* kDefaultPicker = "zbuffer";
 constexpr double kDefaultUnitsPerModelUnit = 1000.0;  // internal units per model unit
 constexpr double kDefaultPixelProportion = 5.0;       // pixels per screen unit
 constexpr double kDefaultDepthTolerance = 0.05;       // model length units

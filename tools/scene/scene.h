@@ -37,7 +37,7 @@ struct Scene {
     std::optional<OrthoCamera> camera;                 // set when the view came from a camera
     double pixelProportion = kDefaultPixelProportion;  // pixels per screen unit
     SelectionRegion region;
-    std::string picker = "zbuffer";
+    std::string picker = kDefaultPicker;
     bool markThrough = false;
     bool backFaceCulling = false;
     bool unmark = false;
