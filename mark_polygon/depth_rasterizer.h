@@ -6,32 +6,119 @@
 //
 // Vertices are in grid pixels relative to the region's lower-left pixel (pixel centres on
 // half-integers), z is depth in model length units, larger z nearer to the viewer.
+//
+// The drawing and visibility routines are inline: the picker calls them once per triangle,
+// and most triangles cover one or two pixels, so a call and its set-up would cost more than
+// the pixels.
+
+#include <cstddef>
+#include <cstdint>
 
 #include <velpick/host/point.h>
+#include "mark_polygon/triangle_setup.h"
 #include "polygon_marking/selection_raster.h"
 
 namespace AU_MarkOperations::PolygonMarking {
 
+namespace detail {
+
+/// Visits the span rows of a walked triangle: for each row with columns inside the grid,
+/// `visitRow(entry, region, columns)` gets the depth entry and region cell of the row's first
+/// column. Stops early, returning true, when the visitor returns true.
+template <class Entry, class RowVisitor>
+inline bool ScanDepthRows(Entry* depth, const bool* region, const _DepthSpan* spans,
+                          std::int32_t width, RowRange rows, RowVisitor&& visitRow) {
+    const std::size_t rowOffset = static_cast<std::size_t>(rows.first) * width;
+    Entry* entryRow = depth + rowOffset;
+    const bool* regionRow = region + rowOffset;
+    for (std::int32_t row = rows.first; row <= rows.last;
+         ++row, entryRow += width, regionRow += width) {
+        RowColumns columns;
+        if (!ClampDepthRow(spans[row], width, columns))
+            continue;
+        if (visitRow(entryRow + columns.first, regionRow + columns.first, columns))
+            return true;
+    }
+    return false;
+}
+
+}  // namespace detail
+
 /// Draws the triangle into every region pixel its span scan covers. A pixel takes the
-/// triangle's depth and record only when strictly nearer than what it holds, so of two
-/// triangles at equal depth the one drawn first keeps the pixel. A non-null record gets
-/// kCoveredFlag for every region pixel covered, won or not; a null record draws an occluder.
-void _RasterizeTriangleDepth(_DepthRaster& raster, const VelSDK::Math::point3f& a,
-                             const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
-                             _TriangleRecord* record);
+/// triangle's depth and `owner` only when strictly nearer than what it holds, so of two
+/// triangles at equal depth the one drawn first keeps the pixel. Returns whether the scan
+/// reached a region pixel, won or not. An occluder draws as kNoOwner.
+inline bool _RasterizeTriangleDepth(_DepthRaster& raster, const VelSDK::Math::point3f& a,
+                                    const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
+                                    std::uint32_t owner) {
+    _DepthSpan* spans = raster.m_rowSpans.get();
+    const detail::RowRange rows = detail::WalkTriangle(spans, raster.m_height, a, b, c);
+    bool covered = false;
+    detail::ScanDepthRows(
+        raster.m_depth.get(), *raster.m_region, spans, raster.m_width, rows,
+        [&](_DepthEntry* entry, const bool* region, const detail::RowColumns& columns) {
+            float z = columns.z;
+            for (const _DepthEntry* end = entry + columns.Count(); entry != end;
+                 ++entry, ++region, z += columns.dzdx) {
+                if (!*region)
+                    continue;
+                covered = true;
+                if (z > entry->depth) {
+                    entry->depth = z;
+                    entry->owner = owner;
+                }
+            }
+            return false;
+        });
+    return covered;
+}
 
-/// Closes the depth pass. In every region pixel the nearest record, if any, becomes visible
-/// (its kVisibleFlag takes the value of its kCoveredFlag), and the record slot is overwritten
-/// by the threshold depth − tolerance. A region pixel never drawn gets threshold −FLT_MAX.
-/// Pixels outside the region are left as they are.
-void _FinalizeDepthRaster(_DepthRaster& raster);
+/// Closes the depth pass. In every region pixel the owner, if any, becomes visible:
+/// `flags[owner]` gets kVisibleFlag when it has kCoveredFlag, loses it otherwise. Then the
+/// owner is overwritten by the threshold depth − tolerance. A region pixel never drawn gets
+/// threshold −FLT_MAX. Pixels outside the region are left as they are. `flags` is indexed by
+/// owner number and must reach every owner drawn.
+void _FinalizeDepthRaster(_DepthRaster& raster, std::uint8_t* flags);
 
-/// Sets kVisibleFlag on `record` when the triangle reaches the front of a finalized raster:
-/// first a vertex lying in a region pixel with z ≥ that pixel's threshold; when all three
-/// vertices lie in region pixels and none passes, the triangle is hidden without further
-/// work; otherwise a span pixel of the region with z > threshold (strictly).
-void _TestTriangleVisibility(_DepthRaster& raster, const VelSDK::Math::point3f& a,
-                             const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
-                             _TriangleRecord& record);
+/// Whether the triangle reaches the front of a finalized raster: first a vertex lying in a
+/// region pixel with z ≥ that pixel's threshold; when all three vertices lie in region pixels
+/// and none passes, the triangle is hidden without further work; otherwise a span pixel of
+/// the region with z > threshold (strictly).
+inline bool _TestTriangleVisibility(_DepthRaster& raster, const VelSDK::Math::point3f& a,
+                                    const VelSDK::Math::point3f& b,
+                                    const VelSDK::Math::point3f& c) {
+    const std::int32_t width = raster.m_width;
+    const bool* region = *raster.m_region;
+    const _DepthEntry* depth = raster.m_depth.get();
+    int verticesInRegion = 0;
+    for (const VelSDK::Math::point3f* vertex : {&a, &b, &c}) {
+        const std::int32_t column = detail::TruncateToInt32(vertex->x);
+        const std::int32_t row = detail::TruncateToInt32(vertex->y);
+        if (column < 0 || column >= width || row < 0 || row >= raster.m_height)
+            continue;
+        const std::size_t cell = static_cast<std::size_t>(row) * width + column;
+        if (!region[cell])
+            continue;
+        ++verticesInRegion;
+        if (vertex->z >= depth[cell].threshold)
+            return true;
+    }
+    if (verticesInRegion == 3)
+        return false;
+
+    _DepthSpan* spans = raster.m_rowSpans.get();
+    const detail::RowRange rows = detail::WalkTriangle(spans, raster.m_height, a, b, c);
+    return detail::ScanDepthRows(
+        depth, region, spans, width, rows,
+        [](const _DepthEntry* entry, const bool* cell, const detail::RowColumns& columns) {
+            float z = columns.z;
+            for (const _DepthEntry* end = entry + columns.Count(); entry != end;
+                 ++entry, ++cell, z += columns.dzdx) {
+                if (*cell && z > entry->threshold)
+                    return true;
+            }
+            return false;
+        });
+}
 
 }  // namespace AU_MarkOperations::PolygonMarking

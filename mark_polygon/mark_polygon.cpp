@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <stdexcept>
 #include <utility>
 
 #include <velpick/camera_view.h>
@@ -9,7 +10,6 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/vector_math.h>
-#include "mark_polygon/chunked_records.h"
 #include "mark_polygon/depth_rasterizer.h"
 #include "mark_polygon/region_test.h"
 #include "mark_polygon/triangle_clipper.h"
@@ -33,11 +33,12 @@ constexpr std::uint32_t kOutcodeRight = 2;  // x ≥ xmax − xmin
 constexpr std::uint32_t kOutcodeBelow = 4;  // y ≥ ymax − ymin
 constexpr std::uint32_t kOutcodeAbove = 8;  // y ≤ 0
 
-// Triangle classes of one run.
-constexpr unsigned char kOccluder = 0;   // drawn into the depth buffer, never marked
-constexpr unsigned char kCandidate = 1;  // may be marked
-constexpr unsigned char kIgnored = 2;    // neither drawn nor marked
-constexpr unsigned char kSelected = 3;   // mark-through: covers a region pixel
+// Triangle classes of one run, kept in bits 2-3 of a triangle's state byte beside the
+// depth-pass flags kCoveredFlag and kVisibleFlag.
+constexpr std::uint8_t kOccluder = 0x0;   // drawn into the depth buffer, never marked
+constexpr std::uint8_t kCandidate = 0x4;  // may be marked
+constexpr std::uint8_t kIgnored = 0x8;    // neither drawn nor marked
+constexpr std::uint8_t kSelected = 0xC;   // mark-through: covers a region pixel
 
 /// A tolerance in model length as whole internal units; negative and NaN give 0.
 std::size_t ToInternalUnits(double tolerance) {
@@ -76,7 +77,6 @@ MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon(double pixelProportion,
       m_depthRaster(std::make_unique<_DepthRaster>()),
       m_regionRaster(std::make_unique<_RegionRaster>()),
       m_skipHiddenSurfaces(skipHiddenSurfaces),
-      m_clippedCandidates(std::make_unique<ClippedRecords>()),
       m_clipWork(std::make_unique<_ClipWorkLists>()) {
     m_depthRaster->m_depthTolerance = ToInternalUnits(depthTolerance);
     m_depthRaster->m_finalized = true;
@@ -94,8 +94,6 @@ void MStlBaseOperatorMarkPolygon::AddStl(MStlBase* stl, const MMTransformMatrix*
     m_markWholeMesh.push_back(markWholeMesh);
     m_sinks.push_back(sink);
     m_markableSurfaces.emplace_back();
-    m_candidateEnd.push_back(0);
-    m_clippedCandidateEnd.push_back(0);
     // The placement acts first, then the view.
     m_modelView.push_back(view ? *view : identity);
     m_modelView.back().PostMultiply(placement ? *placement : identity);
@@ -184,25 +182,37 @@ bool MStlBaseOperatorMarkPolygon::operate() {
     if (!_BuildSelectionRaster())
         return false;
 
+    _NumberTriangles();
     if (m_markThrough) {
         for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
             _MarkThroughMesh(mesh);
         return true;
     }
 
-    CandidateRecords candidates;
-    candidates.Append();  // the spare
-    const std::size_t clippedRunStart = m_clippedCandidates->Size();
-    if (!m_clippingPlanes.empty())
-        m_clippedCandidates->Append();
+    m_pieces.clear();
+    m_piecesEnd.assign(m_meshes.size(), 0);
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         _ClassifyTriangles(mesh);
-        _DrawMesh(mesh, candidates);
+        _DrawMesh(mesh);
     }
-    _CloseDepthPass(candidates);
+    _CloseDepthPass();
     // Marks are applied only now, after every mesh is drawn, so that meshes hide each other.
-    _ApplyMarks(candidates, clippedRunStart);
+    _ApplyMarks();
     return true;
+}
+
+// Owner numbers: 0 for no candidate, then every triangle of every mesh in order. Pieces are
+// numbered after them as they are cut.
+void MStlBaseOperatorMarkPolygon::_NumberTriangles() {
+    m_firstOwner.clear();
+    std::size_t next = kNoOwner + 1;
+    for (const MStlBase* mesh : m_meshes) {
+        m_firstOwner.push_back(static_cast<std::uint32_t>(next));
+        next += mesh->_Triangles().Size();
+        if (next > UINT32_MAX)
+            throw std::length_error("z-buffer pick: more than 4 294 967 294 triangles");
+    }
+    m_states.assign(next, kOccluder);
 }
 
 // Every vertex of every mesh into pixel space relative to the region box, and each mesh's
@@ -320,7 +330,7 @@ void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
     const auto frontFacing = [&](std::size_t t) { return Dot((*normals)[t], view) < 0.0; };
 
     const MStlElementStore<MStlTriangle>& triangles = stl._Triangles();
-    m_classes.resize(triangles.Size());
+    std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
     const bool whole = m_markWholeMesh[mesh];
     for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
         const MStlTriangle* triangle = triangles.Chunk(chunk);
@@ -335,7 +345,7 @@ void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
                 triangleClass = kIgnored;
             else if (whole && (!m_backFaceCulling || frontFacing(first + i)))
                 triangleClass = kCandidate;
-            m_classes[first + i] = triangleClass;
+            classes[first + i] = triangleClass;
         }
         first += length;
     }
@@ -344,11 +354,11 @@ void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
             continue;  // a surface of another mesh marks nothing here
         for (MStlTriangle& triangle : surface->Triangles()) {
             const std::size_t t = triangle.GetMaskIndex();
-            if (m_classes[t] == kIgnored)
+            if (classes[t] == kIgnored)
                 continue;
             if (m_backFaceCulling && !frontFacing(t))
                 continue;
-            m_classes[t] = kCandidate;
+            classes[t] = kCandidate;
         }
     }
     if (!m_skipHiddenSurfaces)
@@ -357,7 +367,7 @@ void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
         if (surface.GetVisible())
             continue;
         for (MStlTriangle& triangle : surface.Triangles())
-            m_classes[triangle.GetMaskIndex()] = kIgnored;
+            classes[triangle.GetMaskIndex()] = kIgnored;
     }
 }
 
@@ -394,12 +404,14 @@ void MStlBaseOperatorMarkPolygon::_ProjectPiece(std::size_t mesh,
 void MStlBaseOperatorMarkPolygon::_MarkThroughMesh(std::size_t mesh) {
     MStlBase& stl = *m_meshes[mesh];
     _ClassifyTriangles(mesh);
-    for (std::size_t t = 0; t < m_classes.size(); ++t) {
-        if (m_classes[t] == kCandidate && _TouchesRegion(mesh, stl._Triangle(t)))
-            m_classes[t] = kSelected;
+    std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
+    const std::size_t count = stl._Triangles().Size();
+    for (std::size_t t = 0; t < count; ++t) {
+        if (classes[t] == kCandidate && _TouchesRegion(mesh, stl._Triangle(t)))
+            classes[t] = kSelected;
     }
-    for (std::size_t t = 0; t < m_classes.size(); ++t) {
-        if (m_classes[t] == kSelected)
+    for (std::size_t t = 0; t < count; ++t) {
+        if (classes[t] == kSelected)
             _ApplyMark(mesh, stl._Triangle(t));
     }
 }
@@ -428,101 +440,108 @@ bool MStlBaseOperatorMarkPolygon::_TouchesRegion(std::size_t mesh, MStlTriangle&
     return false;
 }
 
-void MStlBaseOperatorMarkPolygon::_DrawMesh(std::size_t mesh, CandidateRecords& candidates) {
+// Candidates draw under their owner number and note whether they covered a region pixel;
+// occluders draw as no owner.
+void MStlBaseOperatorMarkPolygon::_DrawMesh(std::size_t mesh) {
     const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
-    const ScreenPoints& screen = m_screenPoints[mesh];
+    const point3f* screen = m_screenPoints[mesh].data();
+    std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
+    _DepthRaster& raster = *m_depthRaster;
     const bool planes = !m_clippingPlanes.empty();
     for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
         MStlTriangle* triangle = triangles.Chunk(chunk);
         const std::size_t length = triangles.ChunkLength(chunk);
         for (std::size_t i = 0; i < length; ++i) {
-            const unsigned char triangleClass = m_classes[first + i];
-            if (triangleClass == kIgnored)
+            std::uint8_t& state = states[first + i];
+            if (state == kIgnored)
                 continue;
             MStlTriangle& t = triangle[i];
-            const bool candidate = triangleClass == kCandidate;
-            const PlaneCut cut = planes ? _CutByPlanes(mesh, t) : PlaneCut{PlaneCut::kWhole, 0};
-            if (cut.verdict == PlaneCut::kStraddles) {
-                _DrawPieces(mesh, t, cut.firstPlane, candidate);
-                continue;
+            const bool candidate = state == kCandidate;
+            if (planes) {
+                const PlaneCut cut = _CutByPlanes(mesh, t);
+                if (cut.verdict == PlaneCut::kStraddles)
+                    _DrawPieces(mesh, t, cut.firstPlane, candidate);
+                if (cut.verdict != PlaneCut::kWhole)
+                    continue;
             }
-            if (cut.verdict == PlaneCut::kDropped)
-                continue;
-            const point3f& a = screen[t.GetPointIndex(0)];
-            const point3f& b = screen[t.GetPointIndex(1)];
-            const point3f& c = screen[t.GetPointIndex(2)];
-            if (!candidate) {
-                _RasterizeTriangleDepth(*m_depthRaster, a, b, c, nullptr);
-                continue;
-            }
-            _RasterizeTriangleDepth(*m_depthRaster, a, b, c, &candidates.Spare());
-            candidates.CommitSpareIfCovered(&t);
+            const std::uint32_t owner =
+                candidate ? m_firstOwner[mesh] + static_cast<std::uint32_t>(first + i) : kNoOwner;
+            if (_RasterizeTriangleDepth(raster, screen[t.GetPointIndex(0)],
+                                        screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)],
+                                        owner) &&
+                candidate)
+                state |= kCoveredFlag;
         }
         first += length;
     }
-    // Mesh `mesh` owns the records from the previous mesh's end up to its current spare.
-    m_candidateEnd[mesh] = candidates.Size() - 1;
-    if (planes)
-        m_clippedCandidateEnd[mesh] = m_clippedCandidates->Size() - 1;
+    m_piecesEnd[mesh] = m_pieces.size();
 }
 
+// Pieces are numbered after every triangle, in the order they are cut; only those that cover
+// a region pixel are kept.
 void MStlBaseOperatorMarkPolygon::_DrawPieces(std::size_t mesh, MStlTriangle& triangle,
                                               std::size_t firstPlane, bool candidate) {
     const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
     _ClipTriangle(triangle, planes.data() + firstPlane, planes.size() - firstPlane, *m_clipWork);
     for (_ClippedPieceRecord& piece : m_clipWork->pieces) {
         _ProjectPiece(mesh, piece);
-        if (!candidate) {
-            _RasterizeTriangleDepth(*m_depthRaster, piece.corners[0], piece.corners[1],
-                                    piece.corners[2], nullptr);
-            continue;
+        std::uint32_t owner = kNoOwner;
+        if (candidate) {
+            const std::size_t number = m_states.size() + m_pieces.size();
+            if (number > UINT32_MAX)
+                throw std::length_error("z-buffer pick: more than 4 294 967 295 pieces");
+            owner = static_cast<std::uint32_t>(number);
         }
-        _ClippedPieceRecord& spare = m_clippedCandidates->Spare();
-        std::copy(std::begin(piece.corners), std::end(piece.corners), spare.corners);
-        _RasterizeTriangleDepth(*m_depthRaster, spare.corners[0], spare.corners[1],
-                                spare.corners[2], &spare);
-        m_clippedCandidates->CommitSpareIfCovered(&triangle);
+        if (_RasterizeTriangleDepth(*m_depthRaster, piece.corners[0], piece.corners[1],
+                                    piece.corners[2], owner) &&
+            candidate)
+            m_pieces.push_back(piece);
     }
 }
 
-void MStlBaseOperatorMarkPolygon::_CloseDepthPass(CandidateRecords& candidates) {
-    candidates.DropSpare();
-    if (!m_clippingPlanes.empty())
-        m_clippedCandidates->DropSpare();
-    _FinalizeDepthRaster(*m_depthRaster);
+// The kept pieces get their state bytes (candidates that covered the region), so that the
+// finalization reaches every owner.
+void MStlBaseOperatorMarkPolygon::_CloseDepthPass() {
+    m_states.resize(m_states.size() + m_pieces.size(), kCandidate | kCoveredFlag);
+    _FinalizeDepthRaster(*m_depthRaster, m_states.data());
 }
 
-// Per mesh, its whole-triangle records, then the pieces this run cut from its triangles.
-void MStlBaseOperatorMarkPolygon::_ApplyMarks(CandidateRecords& candidates,
-                                              std::size_t clippedRunStart) {
-    std::size_t record = 0;
-    std::size_t clippedRecord = clippedRunStart;
+// A flat scan of the state bytes: per mesh, its triangles in order, then the pieces this run
+// cut from its triangles.
+void MStlBaseOperatorMarkPolygon::_ApplyMarks() {
+    std::size_t piece = 0;
+    const std::size_t firstPieceOwner = m_states.size() - m_pieces.size();
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
-        const ScreenPoints& screen = m_screenPoints[mesh];
-        for (; record < m_candidateEnd[mesh]; ++record) {
-            _TriangleRecord& candidate = candidates[record];
-            const MStlTriangle& triangle = *candidate.triangle;
-            const point3f corners[3] = {screen[triangle.GetPointIndex(0)],
-                                        screen[triangle.GetPointIndex(1)],
-                                        screen[triangle.GetPointIndex(2)]};
-            _ApplyRecord(mesh, candidate, corners);
+        const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+        const point3f* screen = m_screenPoints[mesh].data();
+        const std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
+        for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
+            MStlTriangle* triangle = triangles.Chunk(chunk);
+            const std::size_t length = triangles.ChunkLength(chunk);
+            for (std::size_t i = 0; i < length; ++i) {
+                const std::uint8_t state = states[first + i];
+                if (!(state & kCoveredFlag))
+                    continue;
+                MStlTriangle& t = triangle[i];
+                if (_ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
+                                  screen[t.GetPointIndex(2)]))
+                    _ApplyMark(mesh, t);
+            }
+            first += length;
         }
-        if (m_clippingPlanes.empty())
-            continue;
-        for (; clippedRecord < m_clippedCandidateEnd[mesh]; ++clippedRecord) {
-            _ClippedPieceRecord& piece = (*m_clippedCandidates)[clippedRecord];
-            _ApplyRecord(mesh, piece, piece.corners);
+        for (; piece < m_piecesEnd[mesh]; ++piece) {
+            const _ClippedPieceRecord& cut = m_pieces[piece];
+            if (_ReachesFront(m_states[firstPieceOwner + piece], cut.corners[0], cut.corners[1],
+                              cut.corners[2]))
+                _ApplyMark(mesh, *cut.triangle);
         }
     }
 }
 
 // A covered triangle that did not win a pixel may still lie within the tolerance of the front.
-void MStlBaseOperatorMarkPolygon::_ApplyRecord(std::size_t mesh, _TriangleRecord& record,
-                                               const point3f (&corners)[3]) {
-    if (!(record.flags & kVisibleFlag) && (record.flags & kCoveredFlag))
-        _TestTriangleVisibility(*m_depthRaster, corners[0], corners[1], corners[2], record);
-    if (record.flags & kVisibleFlag)
-        _ApplyMark(mesh, *record.triangle);
+bool MStlBaseOperatorMarkPolygon::_ReachesFront(std::uint8_t state, const point3f& a,
+                                                const point3f& b, const point3f& c) {
+    return (state & kVisibleFlag) || _TestTriangleVisibility(*m_depthRaster, a, b, c);
 }
 
 void MStlBaseOperatorMarkPolygon::_ApplyMark(std::size_t mesh, MStlTriangle& triangle) {

@@ -7,15 +7,15 @@
 
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
-#include "polygon_marking/selection_raster.h"
 
 class MStlTriangle;
 
 namespace AU_MarkOperations::PolygonMarking {
 
-/// A piece of a clipped triangle: the triangle it was cut from, the record flags, and three
-/// corners (model coordinates while clipping, grid pixels once projected).
-struct _ClippedPieceRecord : _TriangleRecord {
+/// A piece of a clipped triangle: the triangle it was cut from and three corners (model
+/// coordinates while clipping, grid pixels once projected).
+struct _ClippedPieceRecord {
+    MStlTriangle* triangle = nullptr;
     VelSDK::Math::point3f corners[3];
 };
 

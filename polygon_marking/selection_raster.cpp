@@ -57,12 +57,13 @@ std::unique_ptr<PixelGrid> PolygonRegion(std::int32_t width, std::int32_t height
     return std::make_unique<PixelGrid>(vertices, width, height, kRegionPixelSize, false);
 }
 
-// Every depth entry starts farther than any triangle, with no triangle; span records are
+// Every depth entry starts farther than any triangle, with no owner; span records are
 // scratch for the edge walkers and start zeroed.
 void AllocateDepthBuffers(_DepthRaster& raster) {
     const std::size_t cells = std::size_t(raster.m_width) * std::size_t(raster.m_height);
     raster.m_depth.reset(new _DepthEntry[cells]);
-    std::fill(raster.m_depth.get(), raster.m_depth.get() + cells, _DepthEntry{-FLT_MAX, {nullptr}});
+    std::fill(raster.m_depth.get(), raster.m_depth.get() + cells,
+              _DepthEntry{-FLT_MAX, {kNoOwner}});
     raster.m_rowSpans = std::make_unique<_DepthSpan[]>(raster.m_height);
 }
 

@@ -11,33 +11,29 @@
 #include <velpick/host/point.h>
 #include <velpick/pixel_grid.h>
 
-class MStlTriangle;
-
 namespace AU_MarkOperations::PolygonMarking {
 
 /// Regions over this many cells are refused before anything is allocated.
 constexpr std::int64_t kMaxRasterCells = 0x7fffffff;
 
-/// Bits of a per-triangle record's flags.
+/// Bits of the flag byte the picker keeps per candidate triangle or piece.
 constexpr std::uint8_t kCoveredFlag = 1;  // the triangle won or touched a region pixel
 constexpr std::uint8_t kVisibleFlag = 2;  // the triangle is visible and will be marked
 
-/// The head of every per-triangle record the depth raster points to; the rasterizer touches
-/// only `flags`.
-struct _TriangleRecord {
-    MStlTriangle* triangle = nullptr;
-    std::uint8_t flags = 0;
-};
+/// The owner number of a depth cell that no candidate holds: never drawn, or last won by a
+/// triangle drawn only as an occluder. Candidates are numbered from 1.
+constexpr std::uint32_t kNoOwner = 0;
 
-/// One pixel of the depth buffer. During the depth pass `triangle` is the nearest record;
-/// finalization overwrites it with `threshold` = depth − tolerance.
+/// One pixel of the depth buffer. During the depth pass `owner` numbers the nearest
+/// candidate; finalization overwrites it with `threshold` = depth − tolerance.
 struct _DepthEntry {
     float depth;
     union {
-        _TriangleRecord* triangle;
+        std::uint32_t owner;
         float threshold;
     };
 };
+static_assert(sizeof(_DepthEntry) == 8, "a depth cell is a float and a 32-bit owner");
 
 struct _DepthSpan {
     float xLeft, xRight, zLeft, zRight;
@@ -67,7 +63,7 @@ struct _RegionRaster {
 };
 
 /// Builds the region of a brush path: a disc at every point and a stroke between consecutive
-/// points (count ≥ 1), plus the depth buffer with every entry {−FLT_MAX, null}. Returns false,
+/// points (count ≥ 1), plus the depth buffer with every entry {−FLT_MAX, kNoOwner}. Returns false,
 /// with the old buffers released, the size stored and nothing allocated, when width·height
 /// exceeds kMaxRasterCells (or the height is negative, or the width beyond the int32 range).
 bool _BuildBrushDepthRaster(_DepthRaster& raster, std::uint32_t width, std::int32_t height,

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <random>
@@ -17,7 +20,7 @@ using VelSDK::Math::point3f;
 
 namespace {
 
-/// A depth raster filled by hand: every cell in the region, every entry {−FLT_MAX, null}.
+/// A depth raster filled by hand: every cell in the region, every entry {−FLT_MAX, no owner}.
 std::unique_ptr<_DepthRaster> MakeDepthRaster(std::int32_t width, std::int32_t height,
                                               std::size_t tolerance = 0) {
     auto raster = std::make_unique<_DepthRaster>();
@@ -26,7 +29,7 @@ std::unique_ptr<_DepthRaster> MakeDepthRaster(std::int32_t width, std::int32_t h
     raster->m_region = std::make_unique<PixelGrid>(width, height, 1.0, true);
     raster->m_depth = std::make_unique<_DepthEntry[]>(static_cast<std::size_t>(width) * height);
     for (std::size_t i = 0; i < static_cast<std::size_t>(width) * height; ++i)
-        raster->m_depth[i] = {-FLT_MAX, {nullptr}};
+        raster->m_depth[i] = {-FLT_MAX, {kNoOwner}};
     raster->m_rowSpans = std::make_unique<_DepthSpan[]>(height);
     return raster;
 }
@@ -42,56 +45,62 @@ class DepthRasterizer : public ::testing::Test {
                     cells.emplace_back(column, row);
         return cells;
     }
-    void Draw(point3f a, point3f b, point3f c, _TriangleRecord* record = nullptr) {
-        _RasterizeTriangleDepth(*raster, a, b, c, record);
+    /// Draws as `owner` and notes its coverage in its flag byte, as the picker does.
+    void Draw(point3f a, point3f b, point3f c, std::uint32_t owner = kNoOwner) {
+        if (_RasterizeTriangleDepth(*raster, a, b, c, owner) && owner != kNoOwner)
+            flags[owner] |= kCoveredFlag;
     }
+    void Finalize() { _FinalizeDepthRaster(*raster, flags); }
 
     std::unique_ptr<_DepthRaster> raster = MakeDepthRaster(16, 12);
+    std::uint8_t flags[4] = {};  // by owner number
 };
 
+constexpr std::uint32_t kFirst = 1, kSecond = 2;
+
 TEST_F(DepthRasterizer, EqualDepthKeepsTheTriangleDrawnFirst) {
-    _TriangleRecord first, second;
-    Draw({1, 1, 5}, {10, 2, 5}, {3, 9, 5}, &first);
-    Draw({1, 1, 5}, {10, 2, 5}, {3, 9, 5}, &second);
-    EXPECT_EQ(At(4, 4).triangle, &first);
-    _FinalizeDepthRaster(*raster);
-    EXPECT_EQ(first.flags, kCoveredFlag | kVisibleFlag);
-    EXPECT_EQ(second.flags, kCoveredFlag);
+    Draw({1, 1, 5}, {10, 2, 5}, {3, 9, 5}, kFirst);
+    Draw({1, 1, 5}, {10, 2, 5}, {3, 9, 5}, kSecond);
+    EXPECT_EQ(At(4, 4).owner, kFirst);
+    Finalize();
+    EXPECT_EQ(flags[kFirst], kCoveredFlag | kVisibleFlag);
+    EXPECT_EQ(flags[kSecond], kCoveredFlag);
+    EXPECT_EQ(flags[kNoOwner], 0);
 }
 
 TEST_F(DepthRasterizer, HiddenTriangleIsCoveredButNotVisibleInEitherOrder) {
     for (bool behindFirst : {false, true}) {
         SCOPED_TRACE(behindFirst);
         raster = MakeDepthRaster(16, 12);
-        _TriangleRecord nearer, behind;
+        std::fill(std::begin(flags), std::end(flags), 0);
+        const std::uint32_t nearer = kFirst, behind = kSecond;
         if (behindFirst)
-            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, &behind);
-        Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, &nearer);
+            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, behind);
+        Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, nearer);
         if (!behindFirst)
-            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, &behind);
-        EXPECT_EQ(behind.flags, kCoveredFlag);
+            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, behind);
+        EXPECT_EQ(flags[behind], kCoveredFlag);
         EXPECT_EQ(At(2, 2).depth, 9.0f);
-        EXPECT_EQ(At(2, 2).triangle, &nearer);  // the occluder replaces the record it beats
-        _FinalizeDepthRaster(*raster);
-        EXPECT_EQ(behind.flags, kCoveredFlag);
-        EXPECT_EQ(nearer.flags, kCoveredFlag | kVisibleFlag);
+        EXPECT_EQ(At(2, 2).owner, nearer);  // the nearer triangle replaces the owner it beats
+        Finalize();
+        EXPECT_EQ(flags[behind], kCoveredFlag);
+        EXPECT_EQ(flags[nearer], kCoveredFlag | kVisibleFlag);
     }
 }
 
 TEST_F(DepthRasterizer, PixelsOutsideTheRegionAreNeitherDrawnNorFinalized) {
     raster->m_region->At(3, 4) = false;
-    _TriangleRecord record;
-    Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, &record);
+    Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, kFirst);
     EXPECT_EQ(At(4, 3).depth, -FLT_MAX);
-    _FinalizeDepthRaster(*raster);
-    EXPECT_EQ(At(4, 3).triangle, nullptr);  // not turned into a threshold
+    Finalize();
+    EXPECT_EQ(At(4, 3).owner, kNoOwner);  // not turned into a threshold
     EXPECT_EQ(At(2, 2).threshold, 9.0f);
 }
 
 TEST_F(DepthRasterizer, ThresholdIsDepthMinusTolerance) {
     raster = MakeDepthRaster(8, 8, 3);
     Draw({0, 0, 10}, {7.9f, 0, 10}, {0, 7.9f, 10});
-    _FinalizeDepthRaster(*raster);
+    Finalize();
     EXPECT_TRUE(raster->m_finalized);
     EXPECT_EQ(At(1, 1).threshold, 7.0f);
     EXPECT_EQ(At(7, 7).threshold, -FLT_MAX);  // never drawn
@@ -101,14 +110,13 @@ TEST_F(DepthRasterizer, TrianglesBelowRowZeroOrPastTheLastRowWriteNothing) {
     const _DepthSpan sentinel{-7, -7, -7, -7};
     for (int row = 0; row < raster->m_height; ++row)
         raster->m_rowSpans[row] = sentinel;
-    _TriangleRecord record;
-    Draw({1, -5, 3}, {9, -0.2f, 3}, {4, -3, 3}, &record);
-    Draw({1, 11.5f, 3}, {9, 11.7f, 3}, {4, 20, 3}, &record);
-    Draw({1, 11.6f, 3}, {9, 11.6f, 3}, {4, 11.9f, 3}, &record);
+    Draw({1, -5, 3}, {9, -0.2f, 3}, {4, -3, 3}, kFirst);
+    Draw({1, 11.5f, 3}, {9, 11.7f, 3}, {4, 20, 3}, kFirst);
+    Draw({1, 11.6f, 3}, {9, 11.6f, 3}, {4, 11.9f, 3}, kFirst);
     for (int row = 0; row < raster->m_height; ++row)
         EXPECT_EQ(raster->m_rowSpans[row].xLeft, -7.0f) << row;
     EXPECT_TRUE(CellsWithDepth(3.0f).empty());
-    EXPECT_EQ(record.flags, 0);
+    EXPECT_EQ(flags[kFirst], 0);
 }
 
 TEST_F(DepthRasterizer, SliverRowsCoverOneColumnEach) {
@@ -131,13 +139,10 @@ class VisibilityTest : public DepthRasterizer {
     /// A flat front at depth 10 over the whole grid, finalized with tolerance 0.
     void FlatFront() {
         Draw({-1, -1, 10}, {40, -1, 10}, {-1, 40, 10});
-        _FinalizeDepthRaster(*raster);
+        Finalize();
     }
     bool Visible(point3f a, point3f b, point3f c) {
-        _TriangleRecord record;
-        record.flags = kCoveredFlag;
-        _TestTriangleVisibility(*raster, a, b, c, record);
-        return (record.flags & kVisibleFlag) != 0;
+        return _TestTriangleVisibility(*raster, a, b, c);
     }
 };
 
@@ -159,7 +164,7 @@ TEST_F(VisibilityTest, ThreeVerticesBehindAreHiddenWithoutScanning) {
     // scanned pixel would pass.
     for (auto [column, row] : {std::pair{1, 1}, {10, 1}, {1, 10}})
         At(column, row).depth = 10;
-    _FinalizeDepthRaster(*raster);
+    Finalize();
     EXPECT_FALSE(Visible({1.5f, 1.5f, 5}, {10.5f, 1.5f, 5}, {1.5f, 10.5f, 5}));
     // One vertex off the grid: the scan runs and finds the open interior.
     EXPECT_TRUE(Visible({1.5f, 1.5f, 5}, {10.5f, 1.5f, 5}, {1.5f, 30.0f, 5}));

@@ -226,7 +226,7 @@ TEST_F(RasterBuildTest, RegionsAreTheScanConvertedPolygonOrPaintedPathAndDepthSt
         std::uint32_t bits;
         std::memcpy(&bits, &depth.m_depth[cell].depth, sizeof bits);
         EXPECT_EQ(bits, 0xFF7FFFFFu);  // −FLT_MAX
-        EXPECT_EQ(depth.m_depth[cell].triangle, nullptr);
+        EXPECT_EQ(depth.m_depth[cell].owner, kNoOwner);
     }
     const PixelGrid filled(polygon, 20, 15, 1.0, false);
     PixelGrid painted(24, 18, 1.0, false);

@@ -19,11 +19,8 @@ class IStlMarkTriangles;
 namespace AU_MarkOperations::PolygonMarking {
 struct _DepthRaster;
 struct _RegionRaster;
-struct _TriangleRecord;
 struct _ClippedPieceRecord;
 struct _ClipWorkLists;
-template <class Record>
-class _ChunkedRecords;
 }  // namespace AU_MarkOperations::PolygonMarking
 
 /// Marks (or unmarks) the triangles of one or more meshes that lie under a closed screen
@@ -94,21 +91,18 @@ class MStlBaseOperatorMarkPolygon {
     /// points or radius do not fit the 32-bit pixel range); true otherwise, also when no mesh
     /// is registered or the region has no points.
     ///
-    /// Memory: the rasters cover the region's pixel box, about 17 bytes a pixel (a 16-byte
+    /// Memory: the rasters cover the region's pixel box, about 9 bytes a pixel (an 8-byte
     /// depth cell and a region byte) plus 16 bytes a row; in mark-through mode one byte a
-    /// pixel plus 8 a row. A box under the cell limit may still be too large for the machine
-    /// (46 000 × 46 000 pixels need 36 GB): the allocation failure propagates as
-    /// std::bad_alloc, before anything is marked, and the operator may be set up and run
-    /// again. Callers that want a message instead estimate the bytes from the box first.
+    /// pixel plus 8 a row. Besides, about one byte per triangle and 13 per vertex of the
+    /// meshes, and 48 bytes per piece that clipping planes cut and that covers the region. A box
+    /// under the cell limit may still be too large for the machine (46 000 × 46 000 pixels need 19
+    /// GB): the allocation failure propagates as std::bad_alloc, before anything is marked, and the
+    /// operator may be set up and run again. Callers that want a message instead estimate the bytes
+    /// from the box first.
     bool operate();
 
   private:
-    using CandidateRecords = AU_MarkOperations::PolygonMarking::_ChunkedRecords<
-        AU_MarkOperations::PolygonMarking::_TriangleRecord>;
-    using ClippedRecords = AU_MarkOperations::PolygonMarking::_ChunkedRecords<
-        AU_MarkOperations::PolygonMarking::_ClippedPieceRecord>;
     using ScreenPoints = std::vector<VelSDK::Math::point3f>;  // by vertex index
-    using TriangleClasses = std::vector<unsigned char>;       // by triangle index
 
     /// Pixel box of the selection region: inclusive corners.
     struct RegionBox {
@@ -127,13 +121,14 @@ class MStlBaseOperatorMarkPolygon {
                        AU_MarkOperations::PolygonMarking::_ClippedPieceRecord& piece) const;
     void _MarkThroughMesh(std::size_t mesh);
     bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
-    void _DrawMesh(std::size_t mesh, CandidateRecords& candidates);
+    void _NumberTriangles();
+    void _DrawMesh(std::size_t mesh);
     void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
                      bool candidate);
-    void _CloseDepthPass(CandidateRecords& candidates);
-    void _ApplyMarks(CandidateRecords& candidates, std::size_t clippedRunStart);
-    void _ApplyRecord(std::size_t mesh, AU_MarkOperations::PolygonMarking::_TriangleRecord& record,
-                      const VelSDK::Math::point3f (&corners)[3]);
+    void _CloseDepthPass();
+    void _ApplyMarks();
+    bool _ReachesFront(std::uint8_t state, const VelSDK::Math::point3f& a,
+                       const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c);
     void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
 
     std::size_t m_depthTolerance;  // internal units
@@ -147,8 +142,6 @@ class MStlBaseOperatorMarkPolygon {
     std::vector<bool> m_markWholeMesh;
     std::vector<std::vector<MStlSurface*>> m_markableSurfaces;
     std::vector<IStlMarkTriangles*> m_sinks;
-    std::vector<std::size_t> m_candidateEnd;         // per mesh, end of its records
-    std::vector<std::size_t> m_clippedCandidateEnd;  // per mesh, end of its piece records
     std::vector<MMTransformMatrix> m_modelView;
     std::vector<MMTransformMatrix> m_inversePlacement;
     std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
@@ -162,8 +155,13 @@ class MStlBaseOperatorMarkPolygon {
     std::int32_t m_brushRadius = 0;  // pixels
     std::vector<MMPlaneEq<double>> m_clippingPlanes;
     std::vector<std::vector<MMPlaneEq<double>>> m_meshClippingPlanes;  // appended; entry i read
-    std::unique_ptr<ClippedRecords> m_clippedCandidates;
     std::unique_ptr<AU_MarkOperations::PolygonMarking::_ClipWorkLists> m_clipWork;
-    TriangleClasses m_classes;             // of the mesh being processed
+    // One byte per owner number: the class and the depth-pass flags of every triangle of every
+    // mesh (mesh i from m_firstOwner[i]), then of every covered piece of this run. Number 0
+    // stands for no candidate.
+    std::vector<std::uint8_t> m_states;
+    std::vector<std::uint32_t> m_firstOwner;                                       // per mesh
+    std::vector<AU_MarkOperations::PolygonMarking::_ClippedPieceRecord> m_pieces;  // covered ones
+    std::vector<std::size_t> m_piecesEnd;  // per mesh, end of its pieces in m_pieces
     std::vector<std::uint8_t> m_outcodes;  // of the mesh being processed, by vertex
 };
