@@ -60,10 +60,88 @@ double Dot(const point3d& a, const point3d& b) {
 
 }  // namespace
 
-struct MStlBaseOperatorMarkPolygon::PlaneCut {
-    enum Verdict { kWhole, kDropped, kStraddles };
-    Verdict verdict;
-    std::size_t firstPlane;  // the first plane the triangle straddles
+// The operator's members and steps. The setters only store; operate() runs the steps.
+class MStlBaseOperatorMarkPolygon::Impl {
+  public:
+    Impl(double pixelProportion, double depthTolerance, bool skipHiddenSurfaces);
+
+    void AddStl(MStlBase* stl, const MMTransformMatrix* view, const MMTransformMatrix* placement,
+                bool markWholeMesh, IStlMarkTriangles* sink);
+    void SetMarkableSurface(MStlSurface* surface);
+    void AddClippingPlane(const MMPlaneEq<double>& plane);
+    void ClearClippingPlanes();
+    void SetPolygon(const std::vector<point2d>& polygon);
+    void SetBrushPath(const std::vector<point2d>& path, std::size_t radius);
+    void SetBackFaceCulling(bool backFaceCulling);
+    void SetMarkThrough(bool markThrough);
+    void SetUnmark(bool unmark);
+    bool operate();
+
+  private:
+    using ScreenPoints = std::vector<point3f>;  // by vertex index
+
+    /// Pixel box of the selection region: inclusive corners.
+    struct RegionBox {
+        std::int32_t xmin = 0, ymin = 0, xmax = 0, ymax = 0;
+    };
+    /// How the clipping planes of a mesh treat one triangle.
+    struct PlaneCut {
+        enum Verdict { kWhole, kDropped, kStraddles };
+        Verdict verdict;
+        std::size_t firstPlane;  // the first plane the triangle straddles
+    };
+
+    void _PrepareScreenSpace();
+    void _MapClippingPlanes();
+    bool _BuildSelectionRaster();
+    bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
+    void _ClassifyTriangles(std::size_t mesh);
+    PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
+    void _ProjectPiece(std::size_t mesh, _ClippedPieceRecord& piece) const;
+    void _MarkThroughMesh(std::size_t mesh);
+    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
+    void _NumberTriangles();
+    void _DrawMesh(std::size_t mesh);
+    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
+                     bool candidate);
+    void _CloseDepthPass();
+    void _ApplyMarks();
+    bool _ReachesFront(std::uint8_t state, const point3f& a, const point3f& b, const point3f& c);
+    void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
+
+    std::size_t m_depthTolerance;  // internal units
+    double m_pixelProportion;      // pixels per screen unit
+    std::vector<MStlBase*> m_meshes;
+    _DepthRaster m_depthRaster;
+    std::vector<ScreenPoints> m_screenPoints;  // per mesh, pixel space
+    RegionBox m_regionBox;
+    std::unique_ptr<point2d[]> m_regionPoints;  // pixels relative to the box
+    std::size_t m_regionPointCount = 0;
+    std::vector<bool> m_markWholeMesh;
+    std::vector<std::vector<MStlSurface*>> m_markableSurfaces;
+    std::vector<IStlMarkTriangles*> m_sinks;
+    std::vector<MMTransformMatrix> m_modelView;
+    std::vector<MMTransformMatrix> m_inversePlacement;
+    std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
+    _RegionRaster m_regionRaster;
+    std::unique_ptr<point3d[]> m_viewDirections;  // per mesh, model space
+    bool m_skipHiddenSurfaces;
+    bool m_backFaceCulling = false;
+    bool m_markThrough = false;
+    bool m_mark = true;
+    bool m_isBrush = false;
+    std::int32_t m_brushRadius = 0;  // pixels
+    std::vector<MMPlaneEq<double>> m_clippingPlanes;
+    std::vector<std::vector<MMPlaneEq<double>>> m_meshClippingPlanes;  // appended; entry i read
+    _ClipWorkLists m_clipWork;
+    // One byte per owner number: the class and the depth-pass flags of every triangle of every
+    // mesh (mesh i from m_firstOwner[i]), then of every covered piece of this run. Number 0
+    // stands for no candidate.
+    std::vector<std::uint8_t> m_states;
+    std::vector<std::uint32_t> m_firstOwner;    // per mesh
+    std::vector<_ClippedPieceRecord> m_pieces;  // covered ones
+    std::vector<std::size_t> m_piecesEnd;       // per mesh, end of its pieces in m_pieces
+    std::vector<std::uint8_t> m_outcodes;       // of the mesh being processed, by vertex
 };
 
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
@@ -72,21 +150,65 @@ MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon(double pixelProportion,
                                                          double depthTolerance,
                                                          bool skipHiddenSurfaces)
-    : m_depthTolerance(ToInternalUnits(depthTolerance)),
-      m_pixelProportion(pixelProportion),
-      m_depthRaster(std::make_unique<_DepthRaster>()),
-      m_regionRaster(std::make_unique<_RegionRaster>()),
-      m_skipHiddenSurfaces(skipHiddenSurfaces),
-      m_clipWork(std::make_unique<_ClipWorkLists>()) {
-    m_depthRaster->m_depthTolerance = ToInternalUnits(depthTolerance);
-    m_depthRaster->m_finalized = true;
-}
+    : m_impl(std::make_unique<Impl>(pixelProportion, depthTolerance, skipHiddenSurfaces)) {}
 
 MStlBaseOperatorMarkPolygon::~MStlBaseOperatorMarkPolygon() = default;
 
 void MStlBaseOperatorMarkPolygon::AddStl(MStlBase* stl, const MMTransformMatrix* view,
                                          const MMTransformMatrix* placement, bool markWholeMesh,
                                          IStlMarkTriangles* sink) {
+    m_impl->AddStl(stl, view, placement, markWholeMesh, sink);
+}
+
+void MStlBaseOperatorMarkPolygon::SetMarkableSurface(MStlSurface* surface) {
+    m_impl->SetMarkableSurface(surface);
+}
+
+void MStlBaseOperatorMarkPolygon::AddClippingPlane(const MMPlaneEq<double>& plane) {
+    m_impl->AddClippingPlane(plane);
+}
+
+void MStlBaseOperatorMarkPolygon::ClearClippingPlanes() {
+    m_impl->ClearClippingPlanes();
+}
+
+void MStlBaseOperatorMarkPolygon::SetPolygon(const std::vector<point2d>& polygon) {
+    m_impl->SetPolygon(polygon);
+}
+
+void MStlBaseOperatorMarkPolygon::SetBrushPath(const std::vector<point2d>& path,
+                                               std::size_t radius) {
+    m_impl->SetBrushPath(path, radius);
+}
+
+void MStlBaseOperatorMarkPolygon::SetBackFaceCulling(bool backFaceCulling) {
+    m_impl->SetBackFaceCulling(backFaceCulling);
+}
+
+void MStlBaseOperatorMarkPolygon::SetMarkThrough(bool markThrough) {
+    m_impl->SetMarkThrough(markThrough);
+}
+
+void MStlBaseOperatorMarkPolygon::SetUnmark(bool unmark) {
+    m_impl->SetUnmark(unmark);
+}
+
+bool MStlBaseOperatorMarkPolygon::operate() {
+    return m_impl->operate();
+}
+
+MStlBaseOperatorMarkPolygon::Impl::Impl(double pixelProportion, double depthTolerance,
+                                        bool skipHiddenSurfaces)
+    : m_depthTolerance(ToInternalUnits(depthTolerance)),
+      m_pixelProportion(pixelProportion),
+      m_skipHiddenSurfaces(skipHiddenSurfaces) {
+    m_depthRaster.m_depthTolerance = ToInternalUnits(depthTolerance);
+    m_depthRaster.m_finalized = true;
+}
+
+void MStlBaseOperatorMarkPolygon::Impl::AddStl(MStlBase* stl, const MMTransformMatrix* view,
+                                               const MMTransformMatrix* placement,
+                                               bool markWholeMesh, IStlMarkTriangles* sink) {
     if (!stl)
         return;
     const MMTransformMatrix identity;
@@ -101,21 +223,21 @@ void MStlBaseOperatorMarkPolygon::AddStl(MStlBase* stl, const MMTransformMatrix*
     m_inversePlacement.back().Invert();
 }
 
-void MStlBaseOperatorMarkPolygon::SetMarkableSurface(MStlSurface* surface) {
+void MStlBaseOperatorMarkPolygon::Impl::SetMarkableSurface(MStlSurface* surface) {
     if (m_markableSurfaces.empty() || !surface)
         return;
     m_markableSurfaces.back().push_back(surface);
 }
 
-void MStlBaseOperatorMarkPolygon::AddClippingPlane(const MMPlaneEq<double>& plane) {
+void MStlBaseOperatorMarkPolygon::Impl::AddClippingPlane(const MMPlaneEq<double>& plane) {
     m_clippingPlanes.push_back(plane);
 }
 
-void MStlBaseOperatorMarkPolygon::ClearClippingPlanes() {
+void MStlBaseOperatorMarkPolygon::Impl::ClearClippingPlanes() {
     m_clippingPlanes.clear();
 }
 
-void MStlBaseOperatorMarkPolygon::SetPolygon(const std::vector<point2d>& polygon) {
+void MStlBaseOperatorMarkPolygon::Impl::SetPolygon(const std::vector<point2d>& polygon) {
     const VelSDK::Math::boundingbox<double, 2> box =
         FindPolygonBBoxInPixelsDimention(polygon, m_pixelProportion);
     m_regionPoints = std::make_unique<point2d[]>(polygon.size());
@@ -129,8 +251,8 @@ void MStlBaseOperatorMarkPolygon::SetPolygon(const std::vector<point2d>& polygon
                    detail::TruncateToInt32(box.max.x), detail::TruncateToInt32(box.max.y)};
 }
 
-void MStlBaseOperatorMarkPolygon::SetBrushPath(const std::vector<point2d>& path,
-                                               std::size_t radius) {
+void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>& path,
+                                                     std::size_t radius) {
     const double p = m_pixelProportion;
     m_brushRadius = detail::TruncateToInt32(static_cast<double>(radius) * p);
 
@@ -160,19 +282,19 @@ void MStlBaseOperatorMarkPolygon::SetBrushPath(const std::vector<point2d>& path,
     m_isBrush = true;
 }
 
-void MStlBaseOperatorMarkPolygon::SetBackFaceCulling(bool backFaceCulling) {
+void MStlBaseOperatorMarkPolygon::Impl::SetBackFaceCulling(bool backFaceCulling) {
     m_backFaceCulling = backFaceCulling;
 }
 
-void MStlBaseOperatorMarkPolygon::SetMarkThrough(bool markThrough) {
+void MStlBaseOperatorMarkPolygon::Impl::SetMarkThrough(bool markThrough) {
     m_markThrough = markThrough;
 }
 
-void MStlBaseOperatorMarkPolygon::SetUnmark(bool unmark) {
+void MStlBaseOperatorMarkPolygon::Impl::SetUnmark(bool unmark) {
     m_mark = !unmark;
 }
 
-bool MStlBaseOperatorMarkPolygon::operate() {
+bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     _PrepareScreenSpace();
     if (!m_clippingPlanes.empty())
         _MapClippingPlanes();
@@ -203,7 +325,7 @@ bool MStlBaseOperatorMarkPolygon::operate() {
 
 // Owner numbers: 0 for no candidate, then every triangle of every mesh in order. Pieces are
 // numbered after them as they are cut.
-void MStlBaseOperatorMarkPolygon::_NumberTriangles() {
+void MStlBaseOperatorMarkPolygon::Impl::_NumberTriangles() {
     m_firstOwner.clear();
     std::size_t next = kNoOwner + 1;
     for (const MStlBase* mesh : m_meshes) {
@@ -217,7 +339,7 @@ void MStlBaseOperatorMarkPolygon::_NumberTriangles() {
 
 // Every vertex of every mesh into pixel space relative to the region box, and each mesh's
 // viewing direction into its model space.
-void MStlBaseOperatorMarkPolygon::_PrepareScreenSpace() {
+void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
     m_screenPoints.clear();
     m_viewDirections = std::make_unique<point3d[]>(m_meshes.size());
     const VelSDK::Math::point2i origin{m_regionBox.xmin, m_regionBox.ymin};
@@ -249,7 +371,7 @@ void MStlBaseOperatorMarkPolygon::_PrepareScreenSpace() {
 
 // Clipping planes from placement space into each mesh's model space. Appended by every run
 // with planes; readers take entry `mesh`, so the first such run's mapping stays in force.
-void MStlBaseOperatorMarkPolygon::_MapClippingPlanes() {
+void MStlBaseOperatorMarkPolygon::Impl::_MapClippingPlanes() {
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         const MMTransformMatrix& inverse = m_inversePlacement[mesh];
         std::vector<MMPlaneEq<double>> mapped;
@@ -268,7 +390,7 @@ void MStlBaseOperatorMarkPolygon::_MapClippingPlanes() {
     }
 }
 
-bool MStlBaseOperatorMarkPolygon::_BuildSelectionRaster() {
+bool MStlBaseOperatorMarkPolygon::Impl::_BuildSelectionRaster() {
     const std::int64_t width = std::int64_t{m_regionBox.xmax} - m_regionBox.xmin + 1;
     const std::int64_t height = std::int64_t{m_regionBox.ymax} - m_regionBox.ymin + 1;
     if (width < 1 || height < 1 || width > INT32_MAX || height > INT32_MAX)
@@ -281,13 +403,12 @@ bool MStlBaseOperatorMarkPolygon::_BuildSelectionRaster() {
     const point2d* points = m_regionPoints.get();
     const std::size_t count = m_regionPointCount;
     if (!m_markThrough) {
-        return m_isBrush
-                   ? _BuildBrushDepthRaster(*m_depthRaster, w, h, points, count, m_brushRadius)
-                   : _BuildPolygonDepthRaster(*m_depthRaster, w, h, points, count);
+        return m_isBrush ? _BuildBrushDepthRaster(m_depthRaster, w, h, points, count, m_brushRadius)
+                         : _BuildPolygonDepthRaster(m_depthRaster, w, h, points, count);
     }
     const bool built =
-        m_isBrush ? _BuildBrushRegionRaster(*m_regionRaster, w, h, points, count, m_brushRadius)
-                  : _BuildPolygonRegionRaster(*m_regionRaster, w, h, points, count);
+        m_isBrush ? _BuildBrushRegionRaster(m_regionRaster, w, h, points, count, m_brushRadius)
+                  : _BuildPolygonRegionRaster(m_regionRaster, w, h, points, count);
     // Mark-through ignores facing, and culling stays off after the run.
     if (built)
         m_backFaceCulling = false;
@@ -296,7 +417,8 @@ bool MStlBaseOperatorMarkPolygon::_BuildSelectionRaster() {
 
 // The brush builders stamp discs without clipping; a path is refused unless every disc lies
 // inside the raster, which only fails for non-finite points or coordinates beyond 32 bits.
-bool MStlBaseOperatorMarkPolygon::_BrushPathFits(std::int64_t width, std::int64_t height) const {
+bool MStlBaseOperatorMarkPolygon::Impl::_BrushPathFits(std::int64_t width,
+                                                       std::int64_t height) const {
     const double r = m_brushRadius;
     if (r < 0.0)
         return false;
@@ -309,7 +431,7 @@ bool MStlBaseOperatorMarkPolygon::_BrushPathFits(std::int64_t width, std::int64_
 }
 
 // Outcodes of every vertex, then the class of every triangle of the mesh.
-void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
+void MStlBaseOperatorMarkPolygon::Impl::_ClassifyTriangles(std::size_t mesh) {
     MStlBase& stl = *m_meshes[mesh];
     const ScreenPoints& screen = m_screenPoints[mesh];
     const auto right = static_cast<float>(std::int64_t{m_regionBox.xmax} - m_regionBox.xmin);
@@ -376,7 +498,7 @@ void MStlBaseOperatorMarkPolygon::_ClassifyTriangles(std::size_t mesh) {
 // three values decide, so the verdict does not depend on which vertex comes first. A plane
 // given with a zero normal maps to NaN values, which are none of ≥ 0, < 0 or > 0: such a
 // plane cuts every triangle that reaches it, and the clipper keeps no piece of it.
-MStlBaseOperatorMarkPolygon::PlaneCut MStlBaseOperatorMarkPolygon::_CutByPlanes(
+MStlBaseOperatorMarkPolygon::Impl::PlaneCut MStlBaseOperatorMarkPolygon::Impl::_CutByPlanes(
     std::size_t mesh, const MStlTriangle& triangle) const {
     const point3d vertices[3] = {triangle.GetVertex(0), triangle.GetVertex(1),
                                  triangle.GetVertex(2)};
@@ -395,13 +517,13 @@ MStlBaseOperatorMarkPolygon::PlaneCut MStlBaseOperatorMarkPolygon::_CutByPlanes(
     return {PlaneCut::kWhole, 0};
 }
 
-void MStlBaseOperatorMarkPolygon::_ProjectPiece(std::size_t mesh,
-                                                _ClippedPieceRecord& piece) const {
+void MStlBaseOperatorMarkPolygon::Impl::_ProjectPiece(std::size_t mesh,
+                                                      _ClippedPieceRecord& piece) const {
     for (point3f& corner : piece.corners)
         m_modelToScreen[mesh].Transform(corner, corner, false);
 }
 
-void MStlBaseOperatorMarkPolygon::_MarkThroughMesh(std::size_t mesh) {
+void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
     MStlBase& stl = *m_meshes[mesh];
     _ClassifyTriangles(mesh);
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
@@ -417,12 +539,12 @@ void MStlBaseOperatorMarkPolygon::_MarkThroughMesh(std::size_t mesh) {
 }
 
 // Mark-through test of one triangle, or of what the clipping planes leave of it.
-bool MStlBaseOperatorMarkPolygon::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle) {
+bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle) {
     const ScreenPoints& screen = m_screenPoints[mesh];
     const PlaneCut cut =
         m_clippingPlanes.empty() ? PlaneCut{PlaneCut::kWhole, 0} : _CutByPlanes(mesh, triangle);
     if (cut.verdict == PlaneCut::kWhole) {
-        return _TriangleTouchesRegion(*m_regionRaster, screen[triangle.GetPointIndex(0)],
+        return _TriangleTouchesRegion(m_regionRaster, screen[triangle.GetPointIndex(0)],
                                       screen[triangle.GetPointIndex(1)],
                                       screen[triangle.GetPointIndex(2)]);
     }
@@ -430,10 +552,10 @@ bool MStlBaseOperatorMarkPolygon::_TouchesRegion(std::size_t mesh, MStlTriangle&
         return false;
     const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
     _ClipTriangle(triangle, planes.data() + cut.firstPlane, planes.size() - cut.firstPlane,
-                  *m_clipWork);
-    for (_ClippedPieceRecord& piece : m_clipWork->pieces) {
+                  m_clipWork);
+    for (_ClippedPieceRecord& piece : m_clipWork.pieces) {
         _ProjectPiece(mesh, piece);
-        if (_TriangleTouchesRegion(*m_regionRaster, piece.corners[0], piece.corners[1],
+        if (_TriangleTouchesRegion(m_regionRaster, piece.corners[0], piece.corners[1],
                                    piece.corners[2]))
             return true;
     }
@@ -442,11 +564,11 @@ bool MStlBaseOperatorMarkPolygon::_TouchesRegion(std::size_t mesh, MStlTriangle&
 
 // Candidates draw under their owner number and note whether they covered a region pixel;
 // occluders draw as no owner.
-void MStlBaseOperatorMarkPolygon::_DrawMesh(std::size_t mesh) {
+void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh) {
     const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
     const point3f* screen = m_screenPoints[mesh].data();
     std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-    _DepthRaster& raster = *m_depthRaster;
+    _DepthRaster& raster = m_depthRaster;
     const bool planes = !m_clippingPlanes.empty();
     for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
         MStlTriangle* triangle = triangles.Chunk(chunk);
@@ -479,11 +601,11 @@ void MStlBaseOperatorMarkPolygon::_DrawMesh(std::size_t mesh) {
 
 // Pieces are numbered after every triangle, in the order they are cut; only those that cover
 // a region pixel are kept.
-void MStlBaseOperatorMarkPolygon::_DrawPieces(std::size_t mesh, MStlTriangle& triangle,
-                                              std::size_t firstPlane, bool candidate) {
+void MStlBaseOperatorMarkPolygon::Impl::_DrawPieces(std::size_t mesh, MStlTriangle& triangle,
+                                                    std::size_t firstPlane, bool candidate) {
     const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
-    _ClipTriangle(triangle, planes.data() + firstPlane, planes.size() - firstPlane, *m_clipWork);
-    for (_ClippedPieceRecord& piece : m_clipWork->pieces) {
+    _ClipTriangle(triangle, planes.data() + firstPlane, planes.size() - firstPlane, m_clipWork);
+    for (_ClippedPieceRecord& piece : m_clipWork.pieces) {
         _ProjectPiece(mesh, piece);
         std::uint32_t owner = kNoOwner;
         if (candidate) {
@@ -492,7 +614,7 @@ void MStlBaseOperatorMarkPolygon::_DrawPieces(std::size_t mesh, MStlTriangle& tr
                 throw std::length_error("z-buffer pick: more than 4 294 967 295 pieces");
             owner = static_cast<std::uint32_t>(number);
         }
-        if (_RasterizeTriangleDepth(*m_depthRaster, piece.corners[0], piece.corners[1],
+        if (_RasterizeTriangleDepth(m_depthRaster, piece.corners[0], piece.corners[1],
                                     piece.corners[2], owner) &&
             candidate)
             m_pieces.push_back(piece);
@@ -501,14 +623,14 @@ void MStlBaseOperatorMarkPolygon::_DrawPieces(std::size_t mesh, MStlTriangle& tr
 
 // The kept pieces get their state bytes (candidates that covered the region), so that the
 // finalization reaches every owner.
-void MStlBaseOperatorMarkPolygon::_CloseDepthPass() {
+void MStlBaseOperatorMarkPolygon::Impl::_CloseDepthPass() {
     m_states.resize(m_states.size() + m_pieces.size(), kCandidate | kCoveredFlag);
-    _FinalizeDepthRaster(*m_depthRaster, m_states.data());
+    _FinalizeDepthRaster(m_depthRaster, m_states.data());
 }
 
 // A flat scan of the state bytes: per mesh, its triangles in order, then the pieces this run
 // cut from its triangles.
-void MStlBaseOperatorMarkPolygon::_ApplyMarks() {
+void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks() {
     std::size_t piece = 0;
     const std::size_t firstPieceOwner = m_states.size() - m_pieces.size();
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
@@ -539,12 +661,12 @@ void MStlBaseOperatorMarkPolygon::_ApplyMarks() {
 }
 
 // A covered triangle that did not win a pixel may still lie within the tolerance of the front.
-bool MStlBaseOperatorMarkPolygon::_ReachesFront(std::uint8_t state, const point3f& a,
-                                                const point3f& b, const point3f& c) {
-    return (state & kVisibleFlag) || _TestTriangleVisibility(*m_depthRaster, a, b, c);
+bool MStlBaseOperatorMarkPolygon::Impl::_ReachesFront(std::uint8_t state, const point3f& a,
+                                                      const point3f& b, const point3f& c) {
+    return (state & kVisibleFlag) || _TestTriangleVisibility(m_depthRaster, a, b, c);
 }
 
-void MStlBaseOperatorMarkPolygon::_ApplyMark(std::size_t mesh, MStlTriangle& triangle) {
+void MStlBaseOperatorMarkPolygon::Impl::_ApplyMark(std::size_t mesh, MStlTriangle& triangle) {
     IStlMarkTriangles* sink = m_sinks[mesh];
     if (m_mark)
         sink ? sink->Mark(triangle) : triangle.Mark();

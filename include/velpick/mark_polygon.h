@@ -1,27 +1,16 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <vector>
 
-#include <velpick/host/data_mask.h>
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
 
 class MStlBase;
-class MStlPoint;
 class MStlSurface;
-class MStlTriangle;
 class IStlMarkTriangles;
-
-namespace AU_MarkOperations::PolygonMarking {
-struct _DepthRaster;
-struct _RegionRaster;
-struct _ClippedPieceRecord;
-struct _ClipWorkLists;
-}  // namespace AU_MarkOperations::PolygonMarking
 
 /// Marks (or unmarks) the triangles of one or more meshes that lie under a closed screen
 /// polygon or a brush stroke, seen through each mesh's camera: a z-buffer picker with a depth
@@ -102,66 +91,8 @@ class MStlBaseOperatorMarkPolygon {
     bool operate();
 
   private:
-    using ScreenPoints = std::vector<VelSDK::Math::point3f>;  // by vertex index
-
-    /// Pixel box of the selection region: inclusive corners.
-    struct RegionBox {
-        std::int32_t xmin = 0, ymin = 0, xmax = 0, ymax = 0;
-    };
-    /// How the clipping planes of a mesh treat one triangle.
-    struct PlaneCut;
-
-    void _PrepareScreenSpace();
-    void _MapClippingPlanes();
-    bool _BuildSelectionRaster();
-    bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
-    void _ClassifyTriangles(std::size_t mesh);
-    PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
-    void _ProjectPiece(std::size_t mesh,
-                       AU_MarkOperations::PolygonMarking::_ClippedPieceRecord& piece) const;
-    void _MarkThroughMesh(std::size_t mesh);
-    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
-    void _NumberTriangles();
-    void _DrawMesh(std::size_t mesh);
-    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
-                     bool candidate);
-    void _CloseDepthPass();
-    void _ApplyMarks();
-    bool _ReachesFront(std::uint8_t state, const VelSDK::Math::point3f& a,
-                       const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c);
-    void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
-
-    std::size_t m_depthTolerance;  // internal units
-    double m_pixelProportion;      // pixels per screen unit
-    std::vector<MStlBase*> m_meshes;
-    std::unique_ptr<AU_MarkOperations::PolygonMarking::_DepthRaster> m_depthRaster;
-    std::vector<ScreenPoints> m_screenPoints;  // per mesh, pixel space
-    RegionBox m_regionBox;
-    std::unique_ptr<VelSDK::Math::point2d[]> m_regionPoints;  // pixels relative to the box
-    std::size_t m_regionPointCount = 0;
-    std::vector<bool> m_markWholeMesh;
-    std::vector<std::vector<MStlSurface*>> m_markableSurfaces;
-    std::vector<IStlMarkTriangles*> m_sinks;
-    std::vector<MMTransformMatrix> m_modelView;
-    std::vector<MMTransformMatrix> m_inversePlacement;
-    std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
-    std::unique_ptr<AU_MarkOperations::PolygonMarking::_RegionRaster> m_regionRaster;
-    std::unique_ptr<VelSDK::Math::point3d[]> m_viewDirections;  // per mesh, model space
-    bool m_skipHiddenSurfaces;
-    bool m_backFaceCulling = false;
-    bool m_markThrough = false;
-    bool m_mark = true;
-    bool m_isBrush = false;
-    std::int32_t m_brushRadius = 0;  // pixels
-    std::vector<MMPlaneEq<double>> m_clippingPlanes;
-    std::vector<std::vector<MMPlaneEq<double>>> m_meshClippingPlanes;  // appended; entry i read
-    std::unique_ptr<AU_MarkOperations::PolygonMarking::_ClipWorkLists> m_clipWork;
-    // One byte per owner number: the class and the depth-pass flags of every triangle of every
-    // mesh (mesh i from m_firstOwner[i]), then of every covered piece of this run. Number 0
-    // stands for no candidate.
-    std::vector<std::uint8_t> m_states;
-    std::vector<std::uint32_t> m_firstOwner;                                       // per mesh
-    std::vector<AU_MarkOperations::PolygonMarking::_ClippedPieceRecord> m_pieces;  // covered ones
-    std::vector<std::size_t> m_piecesEnd;  // per mesh, end of its pieces in m_pieces
-    std::vector<std::uint8_t> m_outcodes;  // of the mesh being processed, by vertex
+    // The operator's state and steps live behind this pointer, so that this header shows only
+    // the operations; a run follows it once.
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
 };
