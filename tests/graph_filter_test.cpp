@@ -16,18 +16,23 @@ using graphs::Corner;
 constexpr float kVisible = 1.0f, kCut = 0.0f, kInvisible = -1.0f, kUntouched = 42.0f;
 const MMPlaneEq<double> kUpwards{0, 0, 1, 0};  // keeps z ≥ 0
 
+bool Filter(graphs::GraphMesh& mesh, MStlScalarMaskGraphEdges& mask,
+            const std::vector<MMPlaneEq<double>>& planes, bool thickness) {
+    MStlGraphOperatorFilterByClippingPlanes filter;
+    filter.SetGraph(&mesh.graph);
+    filter.SetGraphMask(&mask);
+    filter.SetWorkWithGraphThickness(thickness);
+    for (const auto& plane : planes)
+        filter.AddPlane(plane);
+    return filter.Operate();
+}
+
 struct FilterTest : ::testing::Test {
     graphs::GraphMesh mesh;
     MStlScalarMaskGraphEdges mask{mesh.stl, kUntouched};
 
     bool run(const std::vector<MMPlaneEq<double>>& planes, bool thickness) {
-        MStlGraphOperatorFilterByClippingPlanes filter;
-        filter.SetGraph(&mesh.graph);
-        filter.SetGraphMask(&mask);
-        filter.SetWorkWithGraphThickness(thickness);
-        for (const auto& plane : planes)
-            filter.AddPlane(plane);
-        return filter.Operate();
+        return Filter(mesh, mask, planes, thickness);
     }
     float value(const MStlGraphEdge& edge) const { return float(mask.GetScalar(edge)); }
 };
@@ -64,12 +69,7 @@ TEST_F(FilterTest, ClassesOfOnePlaneWithAndWithoutThickness) {
     graphs::GraphMesh bare;
     const MStlGraphEdge& near = bare.edge({5, 0, 1}, {5, 0, 9});
     MStlScalarMaskGraphEdges bareMask(bare.stl, kUntouched);
-    MStlGraphOperatorFilterByClippingPlanes filter;
-    filter.SetGraph(&bare.graph);
-    filter.SetGraphMask(&bareMask);
-    filter.SetWorkWithGraphThickness(true);
-    filter.AddPlane(kUpwards);
-    ASSERT_TRUE(filter.Operate());
+    ASSERT_TRUE(Filter(bare, bareMask, {kUpwards}, true));
     EXPECT_EQ(bareMask.GetScalar(near), kVisible);
 }
 
