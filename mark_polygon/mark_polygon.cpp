@@ -76,6 +76,7 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void SetMarkThrough(bool markThrough);
     void SetUnmark(bool unmark);
     bool operate();
+    std::uint64_t RasterBytes() const;
 
   private:
     using ScreenPoints = std::vector<point3f>;  // by vertex index
@@ -94,6 +95,7 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void _PrepareScreenSpace();
     void _MapClippingPlanes();
     bool _BuildSelectionRaster();
+    bool _RasterSize(std::uint32_t& width, std::int32_t& height) const;
     bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
     void _ClassifyTriangles(std::size_t mesh);
     PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
@@ -195,6 +197,10 @@ void MStlBaseOperatorMarkPolygon::SetUnmark(bool unmark) {
 
 bool MStlBaseOperatorMarkPolygon::operate() {
     return m_impl->operate();
+}
+
+std::uint64_t MStlBaseOperatorMarkPolygon::RasterBytes() const {
+    return m_impl->RasterBytes();
 }
 
 MStlBaseOperatorMarkPolygon::Impl::Impl(double pixelProportion, double depthTolerance,
@@ -390,16 +396,30 @@ void MStlBaseOperatorMarkPolygon::Impl::_MapClippingPlanes() {
     }
 }
 
-bool MStlBaseOperatorMarkPolygon::Impl::_BuildSelectionRaster() {
+// The raster's size from the region box; false when no raster can cover the region.
+bool MStlBaseOperatorMarkPolygon::Impl::_RasterSize(std::uint32_t& w, std::int32_t& h) const {
     const std::int64_t width = std::int64_t{m_regionBox.xmax} - m_regionBox.xmin + 1;
     const std::int64_t height = std::int64_t{m_regionBox.ymax} - m_regionBox.ymin + 1;
     if (width < 1 || height < 1 || width > INT32_MAX || height > INT32_MAX)
         return false;
     if (m_isBrush && !_BrushPathFits(width, height))
         return false;
+    w = static_cast<std::uint32_t>(width);
+    h = static_cast<std::int32_t>(height);
+    return true;
+}
 
-    const auto w = static_cast<std::uint32_t>(width);
-    const auto h = static_cast<std::int32_t>(height);
+std::uint64_t MStlBaseOperatorMarkPolygon::Impl::RasterBytes() const {
+    std::uint32_t w = 0;
+    std::int32_t h = 0;
+    return _RasterSize(w, h) ? _RasterBytes(w, h, !m_markThrough) : 0;
+}
+
+bool MStlBaseOperatorMarkPolygon::Impl::_BuildSelectionRaster() {
+    std::uint32_t w = 0;
+    std::int32_t h = 0;
+    if (!_RasterSize(w, h))
+        return false;
     const point2d* points = m_regionPoints.get();
     const std::size_t count = m_regionPointCount;
     if (!m_markThrough) {

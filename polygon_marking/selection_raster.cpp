@@ -69,6 +69,15 @@ void AllocateDepthBuffers(_DepthRaster& raster) {
 
 }  // namespace
 
+std::uint64_t _RasterBytes(std::uint32_t width, std::int32_t height, bool depth) {
+    if (!SizeAccepted(width, height))
+        return 0;
+    const std::uint64_t cells = std::uint64_t{width} * static_cast<std::uint64_t>(height);
+    const std::uint64_t rows = static_cast<std::uint64_t>(height);
+    return depth ? cells * (sizeof(_DepthEntry) + 1) + rows * sizeof(_DepthSpan)
+                 : cells + rows * sizeof(_RegionSpan);
+}
+
 bool _BuildBrushDepthRaster(_DepthRaster& raster, std::uint32_t width, std::int32_t height,
                             const point2d* path, std::size_t count, std::int32_t radius) {
     if (!StartBuild(raster, width, height))

@@ -62,6 +62,10 @@ struct _RegionRaster {
     std::int32_t m_height = 0;
 };
 
+/// The bytes the builders allocate for a width × height raster: per pixel a region cell and,
+/// with `depth`, a depth entry; per row a span record. 0 for a size the builders refuse.
+std::uint64_t _RasterBytes(std::uint32_t width, std::int32_t height, bool depth);
+
 /// Builds the region of a brush path: a disc at every point and a stroke between consecutive
 /// points (count ≥ 1), plus the depth buffer with every entry {−FLT_MAX, kNoOwner}. Returns false,
 /// with the old buffers released, the size stored and nothing allocated, when width·height

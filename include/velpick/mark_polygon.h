@@ -75,6 +75,11 @@ class MStlBaseOperatorMarkPolygon {
     /// True unmarks instead of marking.
     void SetUnmark(bool unmark);
 
+    /// The bytes operate() will allocate for its selection rasters with the region and mode set
+    /// now (see Memory below); 0 when it will refuse the region. Lets a caller refuse a region
+    /// too large for the machine before the run.
+    std::uint64_t RasterBytes() const;
+
     /// Marks or unmarks the selected triangles. Returns false, marking nothing, when the
     /// selection raster cannot be built (more than 2 147 483 647 pixels, or a brush path whose
     /// points or radius do not fit the 32-bit pixel range); true otherwise, also when no mesh
@@ -86,8 +91,8 @@ class MStlBaseOperatorMarkPolygon {
     /// meshes, and 48 bytes per piece that clipping planes cut and that covers the region. A box
     /// under the cell limit may still be too large for the machine (46 000 × 46 000 pixels need 19
     /// GB): the allocation failure propagates as std::bad_alloc, before anything is marked, and the
-    /// operator may be set up and run again. Callers that want a message instead estimate the bytes
-    /// from the box first.
+    /// operator may be set up and run again. Callers that want a message instead ask
+    /// RasterBytes() first.
     bool operate();
 
   private:

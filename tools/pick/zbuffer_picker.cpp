@@ -31,20 +31,13 @@ class ZBufferPicker : public Picker {
         return CollectMarkedTriangles(request);
     }
 
-    // The operator's published cost: per pixel of the region box a 16-byte depth cell and a
-    // region byte (mark-through: the region byte only), per row one span record.
+    // The operator's own figure for the request's region and mode.
     std::uint64_t RasterBytes(const PickRequest& request) const override {
-        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
-        constexpr std::uint64_t kMaxCells = 2147483647;  // larger rasters are refused unbuilt
-        if (box.width <= 0 || box.height <= 0)
-            return 0;
-        const auto width = static_cast<std::uint64_t>(box.width);
-        const auto height = static_cast<std::uint64_t>(box.height);
-        if (width > kMaxCells / height)
-            return 0;
-        const std::uint64_t perCell = request.markThrough ? 1 : 1 + 16;
-        const std::uint64_t perRow = request.markThrough ? 8 : 16;
-        return width * height * perCell + height * perRow;
+        MStlBaseOperatorMarkPolygon op(request.pixelProportion, request.depthTolerance,
+                                       request.skipHiddenSurfaces);
+        SetRegion(op, request.region);
+        op.SetMarkThrough(request.markThrough);
+        return op.RasterBytes();
     }
 
   private:
