@@ -70,12 +70,7 @@ std::vector<std::unique_ptr<MStlBase>> SceneMeshes(const Scene& scene) {
 
 void DrawAndWrite(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
                   const PickReport& report) {
-    std::vector<PlacedMesh> placed;
-    for (std::size_t i = 0; i < meshes.size(); ++i) {
-        placed.push_back({meshes[i].get(), scene.meshes[i].placement});
-        if (report.meshes[i].edges)
-            placed.back().markedEdges = report.meshes[i].edges->marked;
-    }
+    const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes, report);
     for (const std::vector<int>& size : {std::vector<int>{}, std::vector<int>{64, 48}}) {
         const std::optional<ImageFrame> frame = PictureFrame(scene, placed, size);
         if (!frame || long(frame->width) * frame->height > kMaxNaturalPicturePixels)

@@ -34,6 +34,18 @@ std::string WrittenBytes(Write&& write) {
 
 }  // namespace
 
+std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
+                                     const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                                     const PickReport& report) {
+    std::vector<PlacedMesh> placed;
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
+        placed.push_back({meshes[i].get(), scene.meshes[i].placement});
+        if (report.meshes[i].edges)
+            placed.back().markedEdges = report.meshes[i].edges->marked;
+    }
+    return placed;
+}
+
 std::optional<ImageFrame> PictureFrame(const Scene& scene, const std::vector<PlacedMesh>& meshes,
                                        const std::vector<int>& imageSize) {
     const ScreenBox box =

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "placed_mesh.h"
+#include "report_json.h"
 #include "rgb_image.h"
 #include "scene.h"
 #include "scene_image.h"
@@ -17,6 +19,11 @@ struct OutputFile {
     std::filesystem::path target;
     std::string bytes;
 };
+
+/// The scene's meshes with their placements and the edges the report marks on each.
+std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
+                                     const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                                     const PickReport& report);
 
 /// The picture's frame: the camera's screen, or under a bare view what the meshes and the
 /// region cover; at the scene's pixel proportion when `imageSize` is empty, else fitted to

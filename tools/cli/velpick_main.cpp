@@ -90,18 +90,6 @@ class Stopwatch {
     std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
 };
 
-std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
-                                     const std::vector<std::unique_ptr<MStlBase>>& meshes,
-                                     const PickReport& report) {
-    std::vector<PlacedMesh> placed;
-    for (std::size_t i = 0; i < meshes.size(); ++i) {
-        placed.push_back({meshes[i].get(), scene.meshes[i].placement});
-        if (report.meshes[i].edges)
-            placed.back().markedEdges = report.meshes[i].edges->marked;
-    }
-    return placed;
-}
-
 // The picture of the pick, framed as the options ask; a view whose numbers overflow the
 // frame is refused before anything is drawn.
 RgbImage RenderPicture(const Options& options, const Scene& scene,
