@@ -128,6 +128,23 @@ MStlTriangle* MStlBase::_AddTriangle(std::uint32_t surface, const MStlPoint& a, 
     return &triangle;
 }
 
+void MStlBase::_AddTriangles(std::uint32_t surface, const std::uint32_t* corners,
+                             std::size_t count) {
+    const auto growMasks = [this] {
+        m_masks._ElementsAdded(static_cast<const MStlTriangle*>(nullptr), m_triangles.Size());
+    };
+    try {
+        for (const std::uint32_t* end = corners + 3 * count; corners != end; corners += 3)
+            m_triangles.Emplace(MStlElementKey(), m_triangles.Size(), this, corners[0], corners[1],
+                                corners[2], surface);
+    } catch (...) {
+        growMasks();  // for the triangles made before the failure
+        throw;
+    }
+    // Once for the batch: nothing reads the masks in between.
+    growMasks();
+}
+
 std::shared_ptr<const std::vector<VelSDK::Math::point3d>> MStlBase::GetTriangleNormals() const {
     const std::lock_guard<std::mutex> lock(m_cacheMutex);
     const std::size_t cached = m_normals ? m_normals->size() : 0;

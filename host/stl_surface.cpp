@@ -2,6 +2,9 @@
 
 #include <velpick/host/stl_base.h>
 
+#include <algorithm>
+#include <stdexcept>
+
 MStlTriangle* MStlSurface::AddTriangle(int x1, int y1, int z1, int x2, int y2, int z2, int x3,
                                        int y3, int z3) {
     MStlBase& stl = *GetStl();
@@ -21,6 +24,32 @@ MStlTriangle* MStlSurface::AddTriangle(const MStlPoint& a, const MStlPoint& b, c
     ++m_runs.back().end;
     ++m_triangleCount;
     return triangle;
+}
+
+void MStlSurface::AddTriangles(const std::uint32_t* corners, std::size_t count) {
+    MStlBase& stl = *GetStl();
+    const std::size_t points = stl.GetNumberOfPoints();
+    if (std::any_of(corners, corners + 3 * count, [&](std::uint32_t v) { return v >= points; }))
+        throw std::out_of_range("a triangle corner names no vertex of the mesh");
+    if (count == 0)
+        return;
+    const auto first = static_cast<std::uint32_t>(stl.GetNumberOfTriangles());
+    if (m_runs.empty() || m_runs.back().end != first)
+        m_runs.push_back({first, first});
+    // Also after an allocation failure: the triangles made so far stay, as single additions
+    // would have left them.
+    const auto recordAdded = [&] {
+        const auto end = static_cast<std::uint32_t>(stl.GetNumberOfTriangles());
+        m_triangleCount += end - m_runs.back().end;
+        m_runs.back().end = end;
+    };
+    try {
+        stl._AddTriangles(m_number, corners, count);
+    } catch (...) {
+        recordAdded();
+        throw;
+    }
+    recordAdded();
 }
 
 MStlIteratorSurfaceTriangle MStlIteratorSurfaceTriangle::Begin(const MStlSurface* surface) {

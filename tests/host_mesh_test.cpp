@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <random>
 #include <set>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -173,6 +175,56 @@ TEST(MeshTest, ManyElementsKeepTheirPlaceOrderAndSurfaces) {
     const auto normals = stl.GetTriangleNormals();
     ASSERT_EQ(normals->size(), std::size_t(n));
     EXPECT_EQ((*normals)[n - 1], triangles[n - 1]->GetNormal());
+}
+
+TEST(MeshTest, BatchOfTrianglesEqualsSingleAdditions) {
+    // Two meshes built alike, one triangle at a time and in batches, with surfaces taking
+    // turns and a batch that crosses storage chunks; a triangle mask registered beforehand.
+    MStlBase single, batched;
+    MDataMask<MStlTriangle, int> singleMask(single.GetMasks(), 4),
+        batchedMask(batched.GetMasks(), 4);
+    std::mt19937 random(9);
+    std::vector<std::uint32_t> corners;
+    for (MStlBase* stl : {&single, &batched})
+        for (int v = 0; v < 500; ++v)
+            stl->AddDistinctPoint(v, 2 * v, 3 * v);
+    MStlSurface* singleSurfaces[2] = {single.AddSurface(nullptr), single.AddSurface(nullptr)};
+    MStlSurface* batchedSurfaces[2] = {batched.AddSurface(nullptr), batched.AddSurface(nullptr)};
+    for (const std::size_t count : {1u, 0u, 20000u, 7u, 3u}) {
+        const int s = static_cast<int>(count % 2);
+        corners.resize(3 * count);
+        for (std::uint32_t& corner : corners)
+            corner = random() % 500;
+        for (std::size_t t = 0; t < count; ++t)
+            singleSurfaces[s]->AddTriangle(single.GetPoint(corners[3 * t]),
+                                           single.GetPoint(corners[3 * t + 1]),
+                                           single.GetPoint(corners[3 * t + 2]));
+        batchedSurfaces[s]->AddTriangles(corners.data(), count);
+    }
+    ASSERT_EQ(batched.GetNumberOfTriangles(), single.GetNumberOfTriangles());
+    EXPECT_EQ(batchedMask.Size(), batched.GetNumberOfTriangles());
+    for (std::size_t t = 0; t < single.GetNumberOfTriangles(); ++t) {
+        const MStlTriangle &a = single.GetTriangle(t), &b = batched.GetTriangle(t);
+        EXPECT_EQ(b.GetMaskIndex(), t);
+        for (std::size_t k = 0; k < 3; ++k)
+            ASSERT_EQ(b.GetPointIndex(k), a.GetPointIndex(k)) << t;
+        EXPECT_EQ(b.GetSurface() == batchedSurfaces[1], a.GetSurface() == singleSurfaces[1]);
+        EXPECT_EQ(batchedMask.GetInfo(b), 4);
+    }
+    for (int s = 0; s < 2; ++s) {
+        std::vector<std::size_t> expected, actual;
+        for (const MStlTriangle& t : singleSurfaces[s]->Triangles())
+            expected.push_back(t.GetMaskIndex());
+        for (const MStlTriangle& t : batchedSurfaces[s]->Triangles())
+            actual.push_back(t.GetMaskIndex());
+        EXPECT_EQ(actual, expected);
+        EXPECT_EQ(batchedSurfaces[s]->GetNumberOfTriangles(), expected.size());
+    }
+
+    // A corner naming no vertex refuses the whole batch.
+    const std::uint32_t bad[] = {0, 1, 2, 3, 4, 500};
+    EXPECT_THROW(batchedSurfaces[0]->AddTriangles(bad, 2), std::out_of_range);
+    EXPECT_EQ(batched.GetNumberOfTriangles(), single.GetNumberOfTriangles());
 }
 
 TEST(MeshTest, SurfaceIteratorVisitsTreeDepthFirstOnce) {

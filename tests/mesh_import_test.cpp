@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -170,6 +171,155 @@ TEST_F(MeshImportTest, BinaryPlyInBothByteOrders) {
         const auto mesh = ImportMesh(write("b.ply", header + binaryPlyBody(bigEndian)));
         expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
         EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);
+    }
+}
+
+/// One mesh in many PLY layouts: vertex records with extra properties around x, y, z, and
+/// faces of 3 to 5 corners with repeated positions. The ascii file is read value by value, so
+/// it is the oracle for the binary layouts that are read in place.
+class PlyLayouts {
+  public:
+    struct Layout {
+        const char* coordinate;  // "float" or "double"
+        const char* count;       // list count type
+        const char* index;       // list item type
+        bool extraFaceProperty;  // a face property besides the list
+        bool bigEndian;
+    };
+
+    PlyLayouts() {
+        std::mt19937 random(3);
+        for (int v = 0; v < 60; ++v)  // halves: exact in float, and repeated positions
+            for (int axis = 0; axis < 3; ++axis)
+                m_coordinates.push_back(static_cast<double>(random() % 9) / 2.0);
+        for (int f = 0; f < 90; ++f) {
+            std::vector<std::int32_t> face(3 + random() % 3);
+            for (std::int32_t& index : face)
+                index = static_cast<std::int32_t>(random() % 60);
+            m_faces.push_back(face);
+        }
+    }
+
+    std::string Ascii() const {
+        std::string text = header("ascii 1.0", "float", "uchar", "int", false);
+        for (std::size_t v = 0; v < m_coordinates.size() / 3; ++v)
+            text += "7 " + std::to_string(m_coordinates[3 * v]) + " " +
+                    std::to_string(m_coordinates[3 * v + 1]) + " 0.5 " +
+                    std::to_string(m_coordinates[3 * v + 2]) + "\n";
+        for (const auto& face : m_faces) {
+            text += std::to_string(face.size());
+            for (std::int32_t index : face)
+                text += " " + std::to_string(index);
+            text += "\n";
+        }
+        return text;
+    }
+
+    std::string Binary(const Layout& layout) const {
+        std::string bytes =
+            header(layout.bigEndian ? "binary_big_endian 1.0" : "binary_little_endian 1.0",
+                   layout.coordinate, layout.count, layout.index, layout.extraFaceProperty);
+        const bool isDouble = std::string(layout.coordinate) == "double";
+        const auto coordinate = [&](double value) {
+            isDouble ? append<double>(bytes, value, layout.bigEndian)
+                     : append<float>(bytes, static_cast<float>(value), layout.bigEndian);
+        };
+        for (std::size_t v = 0; v < m_coordinates.size() / 3; ++v) {
+            append<std::uint8_t>(bytes, 7);
+            coordinate(m_coordinates[3 * v]);
+            coordinate(m_coordinates[3 * v + 1]);
+            append<float>(bytes, 0.5f, layout.bigEndian);
+            coordinate(m_coordinates[3 * v + 2]);
+        }
+        const std::string count = layout.count;
+        for (const auto& face : m_faces) {
+            if (count == "uchar")
+                append<std::uint8_t>(bytes, static_cast<std::uint8_t>(face.size()));
+            else if (count == "ushort")
+                append<std::uint16_t>(bytes, static_cast<std::uint16_t>(face.size()),
+                                      layout.bigEndian);
+            else
+                append<std::int32_t>(bytes, static_cast<std::int32_t>(face.size()),
+                                     layout.bigEndian);
+            for (std::int32_t index : face)
+                append<std::int32_t>(bytes, index, layout.bigEndian);
+            if (layout.extraFaceProperty)
+                append<std::uint8_t>(bytes, 1);
+        }
+        return bytes;
+    }
+
+  private:
+    static std::string header(const std::string& format, const std::string& coordinate,
+                              const std::string& count, const std::string& index,
+                              bool extraFaceProperty) {
+        return "ply\nformat " + format + "\nelement vertex 60\nproperty uchar red\n" + "property " +
+               coordinate + " x\nproperty " + coordinate + " y\n" +
+               "property float confidence\nproperty " + coordinate + " z\n" +
+               "element face 90\nproperty list " + count + " " + index + " vertex_indices\n" +
+               (extraFaceProperty ? "property uchar flags\n" : "") + "end_header\n";
+    }
+
+    std::vector<double> m_coordinates;
+    std::vector<std::vector<std::int32_t>> m_faces;
+};
+
+// Every vertex and triangle of the mesh, as coordinates in storage order.
+std::vector<Corner> Contents(const MStlBase& mesh) {
+    std::vector<Corner> contents;
+    for (std::size_t i = 0; i < mesh.GetNumberOfPoints(); ++i) {
+        const MStlPoint& p = mesh.GetPoint(i);
+        contents.push_back({p[0], p[1], p[2]});
+    }
+    for (std::size_t t = 0; t < mesh.GetNumberOfTriangles(); ++t)
+        for (std::size_t k = 0; k < 3; ++k)
+            contents.push_back({static_cast<int>(mesh.GetTriangle(t).GetPointIndex(k)), -1, -1});
+    return contents;
+}
+
+TEST_F(MeshImportTest, BinaryPlyLayoutsGiveTheSameMeshAsAscii) {
+    VelSDK::Common::MInternalUnits::Set(2.0);
+    const PlyLayouts mesh;
+    const std::vector<Corner> expected = Contents(*ImportMesh(write("a.ply", mesh.Ascii())));
+    ASSERT_GT(expected.size(), 270u);
+    const PlyLayouts::Layout layouts[] = {
+        {"float", "uchar", "int", false, false}, {"double", "uchar", "uint", false, false},
+        {"float", "int", "int", false, false},   {"double", "uint", "uint", false, false},
+        {"float", "uchar", "int", true, false},  {"float", "ushort", "int", false, false},
+        {"double", "uchar", "int", false, true},
+    };
+    for (const PlyLayouts::Layout& layout : layouts) {
+        SCOPED_TRACE(std::string(layout.coordinate) + " " + layout.count + " " + layout.index +
+                     (layout.extraFaceProperty ? " flags" : "") +
+                     (layout.bigEndian ? " big-endian" : ""));
+        EXPECT_EQ(Contents(*ImportMesh(write("b.ply", mesh.Binary(layout)))), expected);
+    }
+}
+
+TEST_F(MeshImportTest, BinaryPlyFaultsGiveTheSameMessageInEitherByteOrder) {
+    // Little-endian files are read in place, big-endian ones value by value.
+    const PlyLayouts mesh;
+    const auto failure = [&](bool bigEndian, const std::function<void(std::string&)>& spoil) {
+        std::string bytes = mesh.Binary({"float", "uchar", "int", false, bigEndian});
+        spoil(bytes);
+        try {
+            ImportMesh(write("f.ply", bytes));
+        } catch (const MeshImportError& error) {
+            return std::string(error.what());
+        }
+        return std::string("imported");
+    };
+    const std::function<void(std::string&)> spoils[] = {
+        [](std::string& bytes) { bytes.resize(bytes.size() - 2); },  // truncated last face
+        [](std::string& bytes) { bytes.push_back('\0'); },           // a byte left over
+        [](std::string& bytes) {  // the last faces (over 1000 bytes in all) turned to all ones
+            std::fill(bytes.end() - 200, bytes.end(), '\xff');
+        },
+    };
+    for (const auto& spoil : spoils) {
+        const std::string little = failure(false, spoil);
+        EXPECT_EQ(little, failure(true, spoil));
+        EXPECT_NE(little, "imported");
     }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "text_cursor.h"
@@ -11,6 +12,12 @@ namespace velpick::detail {
 namespace {
 
 enum class PlyFormat { kAscii, kBinaryLittleEndian, kBinaryBigEndian };
+
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+constexpr bool kLittleEndianHost = true;
+#else
+constexpr bool kLittleEndianHost = false;  // the in-place paths stay off
+#endif
 enum class PlyType { kInt8, kUInt8, kInt16, kUInt16, kInt32, kUInt32, kFloat32, kFloat64 };
 
 struct PlyProperty {
@@ -230,7 +237,13 @@ class BinarySource {
             throw ImportFailure(std::to_string(m_end - m_next) + " bytes follow the last element");
     }
 
-  private:
+    // For the in-place paths: values can be copied as they lie, the unread bytes, and a way to
+    // step past what was read there.
+    bool InHostByteOrder() const { return m_bigEndian != kLittleEndianHost; }
+    const char* Next() const { return m_next; }
+    const char* End() const { return m_end; }
+    void Skip(std::size_t bytes) { m_next += bytes; }
+
     static std::uint64_t sizeOf(PlyType type) {
         switch (type) {
             case PlyType::kInt8:
@@ -245,6 +258,8 @@ class BinarySource {
                 return 4;
         }
     }
+
+  private:
     template <class T>
     T read() {
         if (static_cast<std::size_t>(m_end - m_next) < sizeof(T))
@@ -295,9 +310,56 @@ std::vector<int> axisOfProperties(const PlyElement& element) {
     return axisOf;
 }
 
+template <class T>
+T valueAt(const char* bytes) {
+    T value;
+    std::memcpy(&value, bytes, sizeof(T));
+    return value;
+}
+
+// The common binary layout read in place: scalar properties only, x, y and z stored as float
+// or double in the host's byte order, so every vertex is a fixed-size record. False, having
+// read nothing, for any other layout.
+bool readVerticesInPlace(BinarySource& source, const PlyElement& element,
+                         const std::vector<int>& axisOf, PolygonSoup& soup) {
+    if (!source.InHostByteOrder())
+        return false;
+    std::size_t stride = 0, offset[3] = {0, 0, 0};
+    bool isDouble[3] = {false, false, false};
+    for (std::size_t p = 0; p < element.properties.size(); ++p) {
+        const PlyProperty& property = element.properties[p];
+        if (property.isList)
+            return false;
+        if (const int axis = axisOf[p]; axis >= 0) {
+            if (isInteger(property.type))
+                return false;
+            offset[axis] = stride;
+            isDouble[axis] = property.type == PlyType::kFloat64;
+        }
+        stride += BinarySource::sizeOf(property.type);
+    }
+    // The declared count was checked against the bytes left, so the records are all there.
+    const char* record = source.Next();
+    const std::size_t first = soup.coordinates.size();
+    soup.coordinates.resize(first + 3 * element.count);
+    double* xyz = soup.coordinates.data() + first;
+    for (std::uint64_t v = 0; v < element.count; ++v, record += stride, xyz += 3) {
+        for (int axis = 0; axis < 3; ++axis) {
+            const char* at = record + offset[axis];
+            xyz[axis] = isDouble[axis] ? valueAt<double>(at) : valueAt<float>(at);
+        }
+    }
+    source.Skip(stride * element.count);
+    return true;
+}
+
 template <class Source>
 void readVertices(Source& source, const PlyElement& element, PolygonSoup& soup) {
     const std::vector<int> axisOf = axisOfProperties(element);
+    if constexpr (std::is_same_v<Source, BinarySource>) {
+        if (readVerticesInPlace(source, element, axisOf, soup))
+            return;
+    }
     for (std::uint64_t v = 0; v < element.count; ++v) {
         source.BeginInstance(element, v);
         double xyz[3] = {0.0, 0.0, 0.0};
@@ -338,10 +400,66 @@ void readFaceCorners(Source& source, const PlyProperty& list, std::uint64_t face
     }
 }
 
+// The common binary face read in place: the index list is the only property, its count a
+// uchar, int or uint and its items int or uint, in the host's byte order. Reads faces while
+// each is whole and its indices are not negative, and returns how many it read; the general
+// reader takes over at the first face it leaves, so that face fails with the general message.
+std::uint64_t readFacesInPlace(BinarySource& source, const PlyElement& element, PolygonSoup& soup) {
+    if (element.properties.size() != 1 || !source.InHostByteOrder())
+        return 0;
+    const PlyProperty& list = element.properties.front();
+    const PlyType countType = list.countType;
+    if (countType != PlyType::kUInt8 && countType != PlyType::kInt32 &&
+        countType != PlyType::kUInt32)
+        return 0;
+    if (list.type != PlyType::kInt32 && list.type != PlyType::kUInt32)
+        return 0;
+    const std::size_t countBytes = countType == PlyType::kUInt8 ? 1 : 4;
+    const bool signedItems = list.type == PlyType::kInt32;
+    const char* const start = source.Next();
+    const char* next = start;
+    const char* const end = source.End();
+    std::uint64_t f = 0;
+    for (; f < element.count; ++f) {
+        if (static_cast<std::size_t>(end - next) < countBytes)
+            break;
+        std::uint64_t count;
+        if (countType == PlyType::kUInt8)
+            count = static_cast<std::uint8_t>(*next);
+        else if (countType == PlyType::kUInt32)
+            count = valueAt<std::uint32_t>(next);
+        else if (const std::int32_t signedCount = valueAt<std::int32_t>(next); signedCount >= 0)
+            count = static_cast<std::uint64_t>(signedCount);
+        else
+            break;
+        const char* items = next + countBytes;
+        if (count > static_cast<std::size_t>(end - items) / 4)
+            break;
+        const std::size_t firstCorner = soup.corners.size();
+        bool negative = false;
+        for (std::uint64_t k = 0; k < count; ++k) {
+            const std::uint32_t index = valueAt<std::uint32_t>(items + 4 * k);
+            negative |= signedItems && index > static_cast<std::uint32_t>(INT32_MAX);
+            soup.corners.push_back(index);
+        }
+        if (negative) {
+            soup.corners.resize(firstCorner);
+            break;
+        }
+        soup.CloseFace();
+        next = items + 4 * count;
+    }
+    source.Skip(static_cast<std::size_t>(next - start));
+    return f;
+}
+
 template <class Source>
 void readFaces(Source& source, const PlyElement& element, PolygonSoup& soup) {
     const int indexList = findIndexList(element);
-    for (std::uint64_t f = 0; f < element.count; ++f) {
+    std::uint64_t f = 0;
+    if constexpr (std::is_same_v<Source, BinarySource>)
+        f = readFacesInPlace(source, element, soup);
+    for (; f < element.count; ++f) {
         source.BeginInstance(element, f);
         for (std::size_t p = 0; p < element.properties.size(); ++p) {
             if (static_cast<int>(p) == indexList)

@@ -59,20 +59,31 @@ std::unique_ptr<MStlBase> BuildMesh(const PolygonSoup& soup) {
     for (std::size_t s = 0; s < soup.surfaceCount; ++s)
         surfaces.push_back(mesh->AddSurface(nullptr));
     // Vertices are created in order of first appearance: faces in order, and within each
-    // triangle its corners 0, 1, 2.
+    // triangle its corners 0, 1, 2. Consecutive faces of one surface go in as one batch.
     MergedVertices vertices(*mesh, units);
+    std::vector<std::uint32_t> batch;  // vertex numbers, three per triangle
+    batch.reserve(3 * triangles);
+    std::size_t batchSurface = 0;
+    const auto addBatch = [&] {
+        surfaces[batchSurface]->AddTriangles(batch.data(), batch.size() / 3);
+        batch.clear();
+    };
     for (std::size_t face = 0; face < soup.FaceCount(); ++face) {
-        MStlSurface& surface = *surfaces[soup.faceSurfaces.empty() ? 0 : soup.faceSurfaces[face]];
+        const std::size_t surface = soup.faceSurfaces.empty() ? 0 : soup.faceSurfaces[face];
+        if (surface != batchSurface) {
+            addBatch();
+            batchSurface = surface;
+        }
         const std::uint32_t* corner = soup.corners.data() + soup.faceStarts[face];
         const std::uint32_t count = soup.faceStarts[face + 1] - soup.faceStarts[face];
         // Fan from the first corner: (v0, v1, v2), (v0, v2, v3), ...
         for (std::uint32_t k = 1; k + 1 < count; ++k) {
-            const MStlPoint& a = vertices.Of(corner[0]);
-            const MStlPoint& b = vertices.Of(corner[k]);
-            const MStlPoint& c = vertices.Of(corner[k + 1]);
-            surface.AddTriangle(a, b, c);
+            batch.push_back(vertices.NumberOf(corner[0]));
+            batch.push_back(vertices.NumberOf(corner[k]));
+            batch.push_back(vertices.NumberOf(corner[k + 1]));
         }
     }
+    addBatch();
     return mesh;
 }
 

@@ -46,14 +46,18 @@ MergedVertices::MergedVertices(MStlBase& mesh, const std::vector<std::int32_t>& 
       m_first(firstOfEqualVertices(units)),
       m_meshVertex(m_first.size(), kNone) {}
 
-const MStlPoint& MergedVertices::Of(std::uint32_t inputVertex) {
+std::uint32_t MergedVertices::NumberOf(std::uint32_t inputVertex) {
     std::uint32_t& number = m_meshVertex[m_first[inputVertex]];
     if (number == kNone) {
         const std::int32_t* c = m_units.data() + 3 * std::size_t{m_first[inputVertex]};
         number =
             static_cast<std::uint32_t>(m_mesh.AddDistinctPoint(c[0], c[1], c[2])->GetMaskIndex());
     }
-    return m_mesh.GetPoint(number);
+    return number;
+}
+
+const MStlPoint& MergedVertices::Of(std::uint32_t inputVertex) {
+    return m_mesh.GetPoint(NumberOf(inputVertex));
 }
 
 }  // namespace velpick::detail

@@ -26,6 +26,8 @@ class MergedVertices {
     /// Keeps a reference to `units`, which must outlive this object.
     MergedVertices(MStlBase& mesh, const std::vector<std::int32_t>& units);
     const MStlPoint& Of(std::uint32_t inputVertex);
+    /// The number (mask index) of the mesh vertex of an input vertex, made when first asked for.
+    std::uint32_t NumberOf(std::uint32_t inputVertex);
 
   private:
     MStlBase& m_mesh;

@@ -91,6 +91,8 @@ class MStlBase {
     // Called by surfaces and graphs as they grow.
     MStlTriangle* _AddTriangle(std::uint32_t surface, const MStlPoint& a, const MStlPoint& b,
                                const MStlPoint& c);
+    /// Triangles of vertex numbers already checked; an allocation failure keeps those made.
+    void _AddTriangles(std::uint32_t surface, const std::uint32_t* corners, std::size_t count);
     MStlSurface* _SurfaceByNumber(std::uint32_t number) const { return m_surfacesByNumber[number]; }
     std::size_t _NextGraphEdgeIndex() { return m_graphEdgeCount; }
     void _GraphEdgeAdded(const MStlGraphEdge* edge);

@@ -29,6 +29,11 @@ class MStlSurface : public MStlFeatureItem {
                               int z3);
     /// Appends the triangle a, b, c of existing vertices of this surface's mesh.
     MStlTriangle* AddTriangle(const MStlPoint& a, const MStlPoint& b, const MStlPoint& c);
+    /// Appends `count` triangles of existing vertices, triangle k made of the vertices numbered
+    /// corners[3k], corners[3k + 1], corners[3k + 2] (their mask indices): the same mesh as
+    /// that many AddTriangle calls, for importers that add millions. Throws std::out_of_range,
+    /// adding nothing, when a number names no vertex of the mesh.
+    void AddTriangles(const std::uint32_t* corners, std::size_t count);
 
     MStlRange<MStlIteratorSurfaceTriangle> Triangles() {
         return {MStlIteratorSurfaceTriangle::Begin(this)};
