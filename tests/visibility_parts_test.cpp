@@ -172,11 +172,32 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     EXPECT_EQ(few, (std::vector<double>{0.0, 3.0, 9.0}));
 }
 
+TEST(SampleLines, SpansNoVectorCanHoldFailAtOnceWithALengthError) {
+    // Box bounds at ±DBL_MAX are 2·DBL_MAX apart: an infinite gap whose fill values never grow
+    // past the first bound, so filling it would only exhaust memory.
+    std::vector<double> lines{0.0};
+    EXPECT_THROW(visibility::CompleteSampleLines(lines, -DBL_MAX, DBL_MAX, 0.2), std::length_error);
+    std::vector<double> infinite{0.0};
+    EXPECT_THROW(visibility::CompleteSampleLines(infinite, -INFINITY, 1.0, 1e300),
+                 std::length_error);
+    // The same bounds without fill lines are fine.
+    std::vector<double> unfilled{0.0};
+    visibility::CompleteSampleLines(unfilled, -DBL_MAX, DBL_MAX, INFINITY);
+    EXPECT_EQ(unfilled, (std::vector<double>{-DBL_MAX, 0.0, DBL_MAX}));
+}
+
 std::vector<bool> Marks(MStlBase& mesh, const MStlMarkTrianglesByMasks& sink) {
     std::vector<bool> marks;
     for (MStlTriangle& t : mesh.Triangles())
         marks.push_back(sink.IsMarked(t));
     return marks;
+}
+
+std::size_t MarkedCount(const MStlBase& mesh) {
+    std::size_t n = 0;
+    for (const MStlTriangle& t : mesh.Triangles())
+        n += t.IsMarked();
+    return n;
 }
 
 // Runs `configure`d detectors over `mesh` in an arena of `threads` threads.
@@ -259,6 +280,54 @@ TEST(VisibilitySetUp, DegenerateInputMarksNothingAndReturns) {
     Detector empty;
     empty.SetPath(Lasso());
     empty.Operate();
+}
+
+TEST(VisibilitySetUp, RegionsSpanningMoreLinesThanAVectorHoldsFailBeforeAnyMark) {
+    const auto plate = scene::plate(3000, 100, 6);
+    const double huge = 1e308;  // finite, but the box's height overflows
+    const std::vector<std::function<void(Detector&)>> endless{
+        [&](Detector& d) {
+            d.SetMode(Detector::Brush);
+            d.SetBrushRadius(huge);
+            d.SetPath({{50, 50}});
+        },
+        [&](Detector& d) {
+            d.SetPath({{-huge, -huge}, {huge, -huge}, {0, huge}});
+        },
+    };
+    for (const auto& configure : endless) {
+        Detector detector;
+        detector.AddStlAndTransformation(plate.get(), ScreenFrame(), MMTransformMatrix(), true,
+                                         nullptr);
+        configure(detector);
+        EXPECT_THROW(detector.Operate(), std::length_error);
+        for (const MStlTriangle& t : plate->Triangles())
+            ASSERT_FALSE(t.IsMarked());
+        // The failed run leaves nothing behind: the same detector picks normally afterwards.
+        detector.SetMode(Detector::Polygon);
+        detector.SetPath(Lasso());
+        detector.Operate();
+        EXPECT_GT(MarkedCount(*plate), 0u);
+        for (MStlTriangle& t : plate->Triangles())
+            t.Unmark();
+    }
+}
+
+TEST(VisibilitySetUp, BrushReachingPastTheDoubleRangeCoversEverythingWithoutFillLines) {
+    // Without fill lines the sweep runs on the pieces' own lines; a brush whose squared radius
+    // overflows reaches from −inf to +inf on each of them, and every triangle of a flat plate
+    // is seen.
+    const auto plate = scene::plate(3000, 100, 6);
+    for (bool through : {false, true}) {
+        const std::vector<bool> marks = RunIn(2, *plate, [&](Detector& d) {
+            d.SetMode(Detector::Brush);
+            d.SetBrushRadius(1e200);
+            d.SetPath({{50, 50}});
+            d.SetPixelProportion(0.0);
+            d.SetMarkThrough(through);
+        });
+        EXPECT_EQ(std::count(marks.begin(), marks.end(), true), plate->GetNumberOfTriangles());
+    }
 }
 
 TEST(VisibilitySetUp, MarkableSurfacesAndHiddenSurfaces) {

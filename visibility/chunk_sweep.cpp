@@ -181,38 +181,40 @@ void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
 // interval starts, interval ends; each run of equal x and kind forms one group.
 void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<Triangle*>& found) {
     enum Kind { kSegmentStart, kSegmentEnd, kRegionStart, kRegionEnd };
-    constexpr double kNone = std::numeric_limits<double>::infinity();
     const double regionEnd = (last - 1)->end;
     const std::size_t regionEvents = 2 * static_cast<std::size_t>(last - first);
     m_depthOrder.clear();
     bool inside = false;
     std::size_t s = 0, e = 0, r = 0;
     // After the last interval closes nothing more can be seen; segments starting beyond it
-    // never matter.
+    // never matter. A stream that has run out takes no part, even against a region bound at
+    // +inf (a brush or polygon beyond the double range), so every step consumes an event.
     while (r < regionEvents) {
-        const double startX =
-            s < m_byStart.size() && m_byStart[s].x <= regionEnd ? m_byStart[s].x : kNone;
-        const double endX = e < m_byEnd.size() ? m_byEnd[e].x : kNone;
-        const double regionX = r % 2 == 0 ? first[r / 2].start : first[r / 2].end;
+        const bool startAhead = s < m_byStart.size() && m_byStart[s].x <= regionEnd;
+        const bool endAhead = e < m_byEnd.size();
         Kind kind = r % 2 == 0 ? kRegionStart : kRegionEnd;
-        double x = regionX;
-        if (endX < x || (endX == x && kSegmentEnd < kind)) {
+        double x = r % 2 == 0 ? first[r / 2].start : first[r / 2].end;
+        if (endAhead && (m_byEnd[e].x < x || (m_byEnd[e].x == x && kSegmentEnd < kind))) {
             kind = kSegmentEnd;
-            x = endX;
+            x = m_byEnd[e].x;
         }
-        if (startX < x || (startX == x && kSegmentStart < kind)) {
+        if (startAhead && (m_byStart[s].x < x || (m_byStart[s].x == x && kSegmentStart < kind))) {
             kind = kSegmentStart;
-            x = startX;
+            x = m_byStart[s].x;
         }
         switch (kind) {
             case kSegmentStart:
+                // Pieces the line does not cut (kept last, at +inf) never enter.
                 for (; s < m_byStart.size() && m_byStart[s].x == x; ++s)
-                    EnterSegment(m_byStart[s].slot, inside, found);
+                    if (m_segments[m_byStart[s].slot].valid)
+                        EnterSegment(m_byStart[s].slot, inside, found);
                 break;
             case kSegmentEnd:
                 for (; e < m_byEnd.size() && m_byEnd[e].x == x; ++e) {
-                    const std::uint32_t slot = m_byEnd[e].slot;
-                    m_depthOrder.erase(std::find(m_depthOrder.begin(), m_depthOrder.end(), slot));
+                    const auto entered =
+                        std::find(m_depthOrder.begin(), m_depthOrder.end(), m_byEnd[e].slot);
+                    if (entered != m_depthOrder.end())
+                        m_depthOrder.erase(entered);
                 }
                 break;
             case kRegionStart:

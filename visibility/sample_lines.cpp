@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <cmath>
 #include <functional>
+#include <stdexcept>
 
 #include "visibility/sweep_constants.h"
 
@@ -64,11 +65,31 @@ std::vector<double> StabbingLines(const std::vector<Point>& events, std::size_t 
     return lines;
 }
 
+namespace {
+
+// Room for the fill lines of every gap (about gap / step each), taken before the first one is
+// added. A span the vector cannot hold, an infinite one among them, raises std::length_error at
+// once instead of filling memory with values that never reach the gap's end.
+void ReserveFillLines(std::vector<double>& lines, double step) {
+    double fills = 0.0;
+    for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
+        const double gap = lines[i + 1] - lines[i];
+        if (gap > step)
+            fills += gap / step;
+    }
+    if (!(fills < static_cast<double>(lines.max_size() - lines.size())))
+        throw std::length_error("visibility sweep: more sample lines than a vector holds");
+    lines.reserve(lines.size() + static_cast<std::size_t>(fills) + lines.size());
+}
+
+}  // namespace
+
 void CompleteSampleLines(std::vector<double>& lines, double boxMinY, double boxMaxY, double step) {
     lines.push_back(boxMinY);
     lines.push_back(boxMaxY);
     SortValues(lines, std::less<double>());
     if (step > 0.0) {
+        ReserveFillLines(lines, step);
         const std::size_t count = lines.size();
         for (std::size_t i = 0; i + 1 < count; ++i) {
             const double a = lines[i], b = lines[i + 1];

@@ -116,6 +116,12 @@ class MStlBaseOperatorVisibilityDetector {
     /// the piece's marker when it has one, else MStlTriangle::Mark/Unmark. Returns at once when
     /// no mesh is registered. Runs parts of its work on the current oneTBB arena; the marks do
     /// not depend on the number of threads.
+    ///
+    /// The sample lines, pixelProportion per pixel over the swept height, are all kept at once:
+    /// a sweep needing more than a vector can hold (a box whose height overflows to infinity,
+    /// e.g. a brush radius or polygon near ±DBL_MAX) raises std::length_error, and one needing
+    /// more than memory holds raises std::bad_alloc, before anything is marked. The detector
+    /// stays usable.
     void Operate();
 
   private:
