@@ -151,9 +151,10 @@ void AddPrism(MStlGraphEdge& edge, double r0, double r1, Prisms& prisms) {
     prisms.edgeOfSurface.emplace_back(&surface, &edge);
 }
 
-// The raster test of the 2D candidates against the pixels the polygon fills.
-void MarkCandidates(const Candidates& candidates, PixelGrid& grid, bool markWholeCandidates,
-                    MStlScalarMaskGraphEdges& output) {
+// The raster test of the 2D candidates against the pixels the polygon fills: appends the
+// edges to mark.
+void SelectCandidates(const Candidates& candidates, PixelGrid& grid, bool markWholeCandidates,
+                      std::vector<MStlGraphEdge*>& marked) {
     std::vector<point2d> outline;
     for (const Candidates::Entry& entry : candidates.entries) {
         if (!markWholeCandidates) {
@@ -162,15 +163,16 @@ void MarkCandidates(const Candidates& candidates, PixelGrid& grid, bool markWhol
             if (!MarkGraphPolygonUtils::EdgeIntersectArea(grid, outline))
                 continue;
         }
-        output.SetInfo(*entry.edge, kMarked);
+        marked.push_back(entry.edge);
     }
 }
 
-// Marks the edges whose prism has a triangle visible under the polygon. Only prisms are drawn,
-// so they hide one another but nothing else does.
-void MarkVisiblePrisms(Prisms& prisms, const std::vector<MMPlaneEq<double>>& planes,
-                       const MMTransformMatrix& modelToPixels,
-                       const std::vector<point2d>& pixelPolygon, MStlScalarMaskGraphEdges& output) {
+// Appends the edges whose prism has a triangle visible under the polygon. Only prisms are
+// drawn, so they hide one another but nothing else does.
+void SelectVisiblePrisms(Prisms& prisms, const std::vector<MMPlaneEq<double>>& planes,
+                         const MMTransformMatrix& modelToPixels,
+                         const std::vector<point2d>& pixelPolygon,
+                         std::vector<MStlGraphEdge*>& marked) {
     MStlBaseOperatorVisibilityDetector detector;
     for (const MMPlaneEq<double>& plane : planes)
         detector.AddClippingPlane(plane);
@@ -182,7 +184,7 @@ void MarkVisiblePrisms(Prisms& prisms, const std::vector<MMPlaneEq<double>>& pla
     for (const auto& [surface, edge] : prisms.edgeOfSurface)
         for (const MStlTriangle& triangle : surface->Triangles())
             if (triangle.IsMarked()) {
-                output.SetInfo(*edge, kMarked);
+                marked.push_back(edge);
                 break;
             }
 }
@@ -267,8 +269,14 @@ MStlGraphOperatorMarkPolygon::EReturnCode MStlGraphOperatorMarkPolygon::Operate(
             CollectSegment(edge, m_modelTransform, frame, m_pixelProportion, candidates);
     }
 
+    // Every edge is written only once both tests are done, so that a test that throws (a
+    // raster or sweep beyond memory) leaves the output as it was. All writes are 1.0, so their
+    // order does not matter.
     PixelGrid grid(m_polygon, RasterSize(frame.width), RasterSize(frame.height), 1.0, false);
-    MarkCandidates(candidates, grid, markWholeCandidates, output);
-    MarkVisiblePrisms(prisms, m_clippingPlanes, m_modelTransform, m_polygon, output);
+    std::vector<MStlGraphEdge*> marked;
+    SelectCandidates(candidates, grid, markWholeCandidates, marked);
+    SelectVisiblePrisms(prisms, m_clippingPlanes, m_modelTransform, m_polygon, marked);
+    for (MStlGraphEdge* edge : marked)
+        output.SetInfo(*edge, kMarked);
     return Success;
 }

@@ -68,7 +68,9 @@ class MStlGraphOperatorMarkPolygon {
     /// converting anything; MissingEdgeThickness after the polygon and transform have been
     /// converted but with `output` untouched. A temporary mask "filtered_by_planes" lives on
     /// the graph's mesh during a run with planes and is always released. A polygon whose pixel
-    /// box exceeds 2 147 483 647 pixels raises std::length_error (nothing written).
+    /// box exceeds 2 147 483 647 pixels raises std::length_error, and so does a sweep over the
+    /// prisms of cut edges that needs more sample lines than a vector holds (std::bad_alloc
+    /// when more than memory holds); `output` is then untouched.
     EReturnCode Operate(MStlScalarMaskGraphEdges& output, bool markWholeCandidates);
 
   private:
