@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <cstring>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -86,11 +86,10 @@ std::size_t CellCount(std::int32_t width, std::int32_t height) {
 }  // namespace
 
 PixelGrid::PixelGrid(std::int32_t width, std::int32_t height, double pixelSize, bool initialValue)
-    : m_width(width), m_height(height), m_pixelSize(pixelSize), m_data(nullptr) {
-    const std::size_t cells = CellCount(width, height);
-    m_data = new bool[cells];
-    std::memset(m_data, initialValue ? 1 : 0, cells);
-}
+    : m_width(width),
+      m_height(height),
+      m_pixelSize(pixelSize),
+      m_cells(initialValue, CellCount(width, height)) {}
 
 PixelGrid::PixelGrid(const std::vector<point2d>& polygon, std::int32_t width, std::int32_t height,
                      double pixelSize, bool initialValue)
@@ -104,19 +103,15 @@ PixelGrid::PixelGrid(const std::vector<point2d>& polygon, std::int32_t width, st
         CollectCrossings(polygon, row + halfPixel, crossings);
         if (crossings.empty())
             continue;
-        bool* rowCells = m_data + row * m_width;
+        bool* rowCells = std::begin(m_cells) + row * m_width;
         WalkRowSpans(crossings, m_width, halfPixel,
                      [rowCells](std::int64_t first, std::int64_t end, bool inside) {
-                         std::memset(rowCells + first, inside ? 1 : 0, end - first);
+                         std::fill(rowCells + first, rowCells + end, inside);
                      });
     }
 }
 
-PixelGrid::~PixelGrid() {
-    delete[] m_data;
-}
-
-bool PixelGrid::Intersect(const std::vector<point2d>& polygon) {
+bool PixelGrid::Intersect(const std::vector<point2d>& polygon) const {
     if (m_width <= 0)
         return false;
     double minY = DBL_MAX, maxY = -DBL_MAX;
@@ -136,7 +131,7 @@ bool PixelGrid::Intersect(const std::vector<point2d>& polygon) {
         CollectCrossings(polygon, row + halfPixel, crossings);
         if (crossings.empty())
             continue;
-        const bool* rowCells = m_data + row * m_width;
+        const bool* rowCells = std::begin(m_cells) + row * m_width;
         WalkRowSpans(
             crossings, m_width, halfPixel,
             [rowCells, &touchesSetPixel](std::int64_t first, std::int64_t end, bool inside) {
@@ -341,7 +336,7 @@ bool PixelGrid::Intersect(std::array<point2d, 2> segment) const {
         const std::int64_t column = walk.Column();
         const std::int64_t row = walk.Row();
         if (column >= 0 && column < m_width && row >= 0 && row < m_height &&
-            m_data[row * m_width + column])
+            m_cells[row * m_width + column])
             return true;
         if (walk.PastWindow(m_width, m_height))
             return false;

@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 #include <set>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -131,6 +132,27 @@ TEST(PixelGridLayout, SizesAreWidthThenHeightAndImpossibleOnesThrow) {
     EXPECT_EQ(grid.GetHeight(), 3);
     EXPECT_THROW(PixelGrid(65536, 32768, 1.0, false), std::length_error);
     EXPECT_THROW(PixelGrid(4, -2, 1.0, false), std::length_error);
+}
+
+// A const grid gives its cells for reading only; a mutable one for writing.
+static_assert(!std::is_convertible_v<const PixelGrid&, bool*>);
+static_assert(std::is_convertible_v<const PixelGrid&, const bool*>);
+static_assert(std::is_same_v<decltype(std::declval<const PixelGrid&>().At(0, 0)), bool>);
+static_assert(std::is_same_v<decltype(std::declval<PixelGrid&>().At(0, 0)), bool&>);
+
+TEST(PixelGridLayout, CellsWrittenThroughEitherAccessAreReadBackThroughBoth) {
+    PixelGrid grid(4, 3, 1.0, false);
+    grid.At(2, 1) = true;  // row 2, column 1
+    static_cast<bool*>(grid)[4 * 1 + 3] = true;
+    const PixelGrid& view = grid;
+    const bool* cells = view;
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 4; ++column) {
+            const bool set = (row == 2 && column == 1) || (row == 1 && column == 3);
+            EXPECT_EQ(view.At(row, column), set) << row << "," << column;
+            EXPECT_EQ(cells[row * 4 + column], set) << row << "," << column;
+        }
+    EXPECT_EQ(static_cast<const bool*>(PixelGrid(0, 5, 1.0, true)), nullptr);
 }
 
 TEST_F(PixelGridFillTest, PolygonIntersectMatchesTheFillAgainstRandomGrids) {

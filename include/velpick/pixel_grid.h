@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <iterator>
+#include <valarray>
 #include <vector>
 
 #include <velpick/host/point.h>
@@ -17,7 +19,8 @@ constexpr double kMinSegmentLengthSq = 0.0003452669770922512;
 /// covers [x, x+1) × [y, y+1) and is sampled at (x + pixelSize/2, y + pixelSize/2). Screen
 /// coordinates are converted to pixel indices by truncation toward zero.
 ///
-/// The grid owns its cells. Callers keep width·height ≤ 2 147 483 647.
+/// The grid owns its cells. Callers keep width·height ≤ 2 147 483 647. A const grid hands out
+/// its cells only for reading.
 ///
 /// Hostile sizes: a grid with no cells (a zero or negative width or height, e.g. 0 × INT32_MAX
 /// or 0 × INT32_MIN) is valid; filling it and both Intersect forms do nothing and return false
@@ -37,22 +40,25 @@ class PixelGrid {
     /// others and run the row's span to its last pixel with the state reached there.
     PixelGrid(const std::vector<VelSDK::Math::point2d>& polygon, std::int32_t width,
               std::int32_t height, double pixelSize, bool initialValue);
-    ~PixelGrid();
     PixelGrid(const PixelGrid&) = delete;
     PixelGrid& operator=(const PixelGrid&) = delete;
 
     /// The cell at (row, column): row first. No bounds check.
     bool& At(unsigned long long row, unsigned long long column) {
-        return m_data[row * m_width + column];
+        return m_cells[row * m_width + column];
+    }
+    bool At(unsigned long long row, unsigned long long column) const {
+        return m_cells[row * m_width + column];
     }
     std::int32_t GetWidth() const { return m_width; }
     std::int32_t GetHeight() const { return m_height; }
-    /// The cells, for callers that walk the raster directly.
-    operator bool*() const { return m_data; }
+    /// The cells, for callers that walk the raster directly (null for a grid without cells).
+    operator bool*() { return std::begin(m_cells); }
+    operator const bool*() const { return std::begin(m_cells); }
 
     /// True when some pixel that filling `polygon` would set inside is already set. The grid
     /// is unchanged; an empty polygon gives false.
-    bool Intersect(const std::vector<VelSDK::Math::point2d>& polygon);
+    bool Intersect(const std::vector<VelSDK::Math::point2d>& polygon) const;
     /// True when some pixel crossed by the segment is set. The segment is walked cell by cell
     /// in a frame one pixel wider than its box on every side; a segment shorter than
     /// √kMinSegmentLengthSq tests only the pixel of its lower endpoint. The walk skips the
@@ -65,7 +71,9 @@ class PixelGrid {
     std::int32_t m_width;
     std::int32_t m_height;
     double m_pixelSize;
-    bool* m_data;
+    // One bool per cell, row-major. std::valarray rather than std::vector: std::vector<bool>
+    // packs bits and could not hand out the bool* the cells are read and written through.
+    std::valarray<bool> m_cells;
 };
 
 }  // namespace AU_MarkOperations::PolygonMarking
