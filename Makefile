@@ -13,7 +13,8 @@ DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 FUZZ_DIR      ?= build-fuzz
 FUZZ_SECONDS  ?= 60
 FUZZ_TARGETS  := fuzz_import_ply fuzz_import_off fuzz_import_stl fuzz_import_obj \
-                 fuzz_scene fuzz_pixel_grid fuzz_mark_polygon
+                 fuzz_scene fuzz_pixel_grid fuzz_mark_polygon fuzz_visibility_detector \
+                 fuzz_graph_mark_polygon
 
 .PHONY: all deps configure build demo example python test test-sanitize fuzz bench format \
         format-check clean

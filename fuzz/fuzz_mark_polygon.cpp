@@ -20,31 +20,19 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/mark_polygon.h>
+#include "fuzz/fuzz_values.h"
 #include "selection_region.h"
 
 namespace {
 
+using fuzz::Coordinate;
+using fuzz::Number;
+using fuzz::Require;
+using fuzz::Transform;
 using VelSDK::Math::point2d;
 
 // Rasters above this many cells are skipped only to keep each run fast and small.
 constexpr std::int64_t kMaxFuzzCells = 1 << 18;
-
-double Number(FuzzedDataProvider& input, double range) {
-    switch (input.ConsumeIntegralInRange(0, 5)) {
-        case 0:
-            return input.ConsumeFloatingPoint<double>();  // any double, NaN and inf included
-        case 1:
-            return 0.0;
-        default:
-            return input.ConsumeFloatingPointInRange(-range, range);
-    }
-}
-
-std::int32_t Coordinate(FuzzedDataProvider& input) {
-    if (input.ConsumeIntegralInRange(0, 7) == 0)
-        return input.ConsumeIntegral<std::int32_t>();
-    return input.ConsumeIntegralInRange(-40, 40) * 100;
-}
 
 struct FuzzMesh {
     std::unique_ptr<MStlBase> mesh = std::make_unique<MStlBase>();
@@ -81,19 +69,6 @@ FuzzMesh MakeMesh(FuzzedDataProvider& input) {
     if (input.ConsumeIntegralInRange(0, 3) == 0)
         made.sink = std::make_unique<MStlMarkTrianglesByMasks>(*made.mesh);
     return made;
-}
-
-MMTransformMatrix Transform(FuzzedDataProvider& input, double scale) {
-    std::array<double, 16> m{};
-    m[0] = m[5] = m[10] = scale;
-    if (input.ConsumeIntegralInRange(0, 3) == 0)
-        for (int i = 0; i < 12; ++i)
-            m[i] = Number(input, 2 * scale);
-    else
-        for (int i : {3, 7, 11})
-            m[i] = input.ConsumeIntegralInRange(-20, 20);
-    m[15] = 1.0;
-    return MMTransformMatrix(m);
 }
 
 // The region keeps its radius as a double; a drawn radius near SIZE_MAX rounds up to 2^64 there,
@@ -171,11 +146,6 @@ Snapshot Take(const std::vector<FuzzMesh>& meshes) {
     return snapshot;
 }
 
-void Require(bool condition) {
-    if (!condition)
-        __builtin_trap();
-}
-
 // Whether the run may change the flag of triangle `t` of mesh `m`.
 bool MayChangeFlag(const FuzzMesh& m, const MStlTriangle& t, bool skipHidden) {
     if (m.sink || !t.IsVisible() || (skipHidden && !t.GetSurface()->GetVisible()))
@@ -220,8 +190,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     {
         MStlBaseOperatorMarkPolygon picker(pixelProportion, tolerance, skipHidden);
         for (FuzzMesh& m : meshes) {
-            const MMTransformMatrix view = Transform(input, 0.001);
-            const MMTransformMatrix placement = Transform(input, 1.0);
+            const MMTransformMatrix view = Transform(input, 0.001, 20);
+            const MMTransformMatrix placement = Transform(input, 1.0, 20);
             picker.AddStl(m.mesh.get(), &view, &placement, m.markWholeMesh, m.sink.get());
             for (MStlSurface* surface : m.markable)
                 picker.SetMarkableSurface(surface);
