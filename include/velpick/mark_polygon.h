@@ -92,7 +92,9 @@ class MStlBaseOperatorMarkPolygon {
     /// under the cell limit may still be too large for the machine (46 000 × 46 000 pixels need 19
     /// GB): the allocation failure propagates as std::bad_alloc, before anything is marked, and the
     /// operator may be set up and run again. Callers that want a message instead ask
-    /// RasterBytes() first.
+    /// RasterBytes() first. A run numbers every triangle of every mesh, and every piece it
+    /// keeps, in 32 bits: beyond 4 294 967 294 of them it throws std::length_error, also
+    /// before anything is marked.
     bool operate();
 
   private:
