@@ -6,7 +6,9 @@
 #include <assimp/Importer.hpp>
 #include <cctype>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "off_reader.h"
@@ -34,19 +36,28 @@ std::ifstream openForReading(const std::filesystem::path& file) {
     return in;
 }
 
-std::string readAllBytes(const std::filesystem::path& file) {
-    std::ifstream in = openForReading(file);
-    std::string bytes;
-    in.seekg(0, std::ios::end);
-    const std::streamoff size = in.tellg();
-    in.seekg(0, std::ios::beg);
-    if (size < 0)
-        throw ImportFailure("cannot read the file");
-    bytes.resize(static_cast<std::size_t>(size));
-    if (!in.read(bytes.data(), size))
-        throw ImportFailure("cannot read the file");
-    return bytes;
-}
+// A whole file in memory. The buffer is not cleared first: a large scan would otherwise pay
+// for writing every byte twice.
+class FileBytes {
+  public:
+    explicit FileBytes(const std::filesystem::path& file) {
+        std::ifstream in = openForReading(file);
+        in.seekg(0, std::ios::end);
+        const std::streamoff size = in.tellg();
+        in.seekg(0, std::ios::beg);
+        if (size < 0)
+            throw ImportFailure("cannot read the file");
+        m_size = static_cast<std::size_t>(size);
+        m_bytes.reset(new char[m_size]);
+        if (!in.read(m_bytes.get(), size))
+            throw ImportFailure("cannot read the file");
+    }
+    std::string_view View() const { return {m_bytes.get(), m_size}; }
+
+  private:
+    std::unique_ptr<char[]> m_bytes;
+    std::size_t m_size = 0;
+};
 
 std::string lowerCaseExtension(const std::filesystem::path& file) {
     std::string extension = file.extension().string();
@@ -147,9 +158,9 @@ PolygonSoup readWithAssimp(const std::filesystem::path& file, bool surfacesFromG
 PolygonSoup readPolygons(const std::filesystem::path& file) {
     const std::string extension = lowerCaseExtension(file);
     if (extension == ".ply")
-        return detail::ReadPly(readAllBytes(file));
+        return detail::ReadPly(FileBytes(file).View());
     if (extension == ".off")
-        return detail::ReadOff(readAllBytes(file));
+        return detail::ReadOff(FileBytes(file).View());
     if (extension == ".obj")
         return readWithAssimp(file, true);
     if (extension == ".stl") {
