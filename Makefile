@@ -11,6 +11,9 @@ PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev
                  clang-format
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 FUZZ_DIR      ?= build-fuzz
+TSAN_DIR      ?= build-tsan
+# The CMake package directory of a oneTBB built with ThreadSanitizer (see test-tsan).
+TSAN_TBB_DIR  ?=
 FUZZ_SECONDS  ?= 60
 FUZZ_TARGETS  := fuzz_import_ply fuzz_import_off fuzz_import_stl fuzz_import_obj \
                  fuzz_scene fuzz_pixel_grid fuzz_mark_polygon fuzz_visibility_detector \
@@ -63,6 +66,21 @@ test-sanitize: deps
 	cd $(SANITIZE_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
 
+# ThreadSanitizer over the test programs that run oneTBB code. TSan sees only the synchronisation
+# of instrumented code: with Debian's libtbb it cannot see the scheduler hand tasks to its
+# threads and reports every hand-off as a race, in our parallel bodies as much as in oneTBB.
+# So the lane links a oneTBB built with TSan (its cmake -DTBB_SANITIZE=thread), named by
+# TSAN_TBB_DIR, e.g. make test-tsan TSAN_TBB_DIR=/opt/onetbb-tsan/lib/cmake/TBB.
+test-tsan: deps
+	@if [ -z "$(TSAN_TBB_DIR)" ]; then \
+	  echo "error: test-tsan needs a oneTBB built with ThreadSanitizer:" \
+	       "make test-tsan TSAN_TBB_DIR=<its lib/cmake/TBB>" >&2; exit 1; fi
+	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=Debug -DVELPICK_TSAN=ON -DVELPICK_BUILD_PYTHON=OFF \
+	  -DVELPICK_BUILD_BENCHMARKS=OFF -DTBB_DIR=$(TSAN_TBB_DIR) >/dev/null
+	cmake --build $(TSAN_DIR) -j $(JOBS)
+	cd $(TSAN_DIR) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
 # libFuzzer targets with ASan and UBSan, each run FUZZ_SECONDS on its seed corpus (fuzz/run).
 fuzz: deps
 	cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ \
@@ -82,4 +100,4 @@ format-check: deps
 	git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(FUZZ_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(FUZZ_DIR) $(TSAN_DIR)

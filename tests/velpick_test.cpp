@@ -395,8 +395,8 @@ TEST_F(VelpickErrors, MalformedOrMissingSceneFile) {
 }
 
 TEST_F(VelpickErrors, RasterBeyondTheMemoryNamesTheRegion) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the address sanitizer needs more address space than the limit leaves";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer's shadow memory needs more address space than the limit leaves";
 #endif
     // 46 000 × 46 000 pixels are under the cell limit, but their rasters need about 19 GB: more
     // than the machine has, or than the 2 GB of address space velpick is given here.
