@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include <velpick/camera_view.h>
@@ -130,9 +131,8 @@ double PixelProportion(const Request& r) {
 // The raster's side as the operator sizes it: the box extent truncated to 32 bits, plus one,
 // wrapping as 32-bit arithmetic does.
 std::int64_t RasterSide(double extent) {
-    const bool fits = extent >= -2147483648.0 && extent < 2147483648.0;
-    const std::uint32_t truncated =
-        static_cast<std::uint32_t>(fits ? static_cast<std::int32_t>(extent) : INT32_MIN);
+    const auto truncated =
+        static_cast<std::uint32_t>(AU_MarkOperations::PolygonMarking::TruncateToInt32(extent));
     return static_cast<std::int32_t>(truncated + 1u);
 }
 
