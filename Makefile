@@ -8,12 +8,12 @@ PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev
                  libgtest-dev libbenchmark-dev nlohmann-json3-dev \
                  libcli11-dev libpng-dev zlib1g-dev libembree-dev assimp-testmodels \
                  pybind11-dev python3-dev python3-numpy python3-pytest clang libclang-rt-14-dev \
-                 clang-format
+                 clang-format dpkg-dev
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 FUZZ_DIR      ?= build-fuzz
 TSAN_DIR      ?= build-tsan
-# The CMake package directory of a oneTBB built with ThreadSanitizer (see test-tsan).
-TSAN_TBB_DIR  ?=
+# Where test-tsan finds (or else builds) a oneTBB built with ThreadSanitizer.
+TSAN_TBB      ?= $(CURDIR)/$(TSAN_DIR)/onetbb
 FUZZ_SECONDS  ?= 60
 FUZZ_TARGETS  := fuzz_import_ply fuzz_import_off fuzz_import_stl fuzz_import_obj \
                  fuzz_scene fuzz_pixel_grid fuzz_mark_polygon fuzz_visibility_detector \
@@ -67,16 +67,14 @@ test-sanitize: deps
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
 
 # ThreadSanitizer over the test programs that run oneTBB code. TSan sees only the synchronisation
-# of instrumented code: with Debian's libtbb it cannot see the scheduler hand tasks to its
-# threads and reports every hand-off as a race, in our parallel bodies as much as in oneTBB.
-# So the lane links a oneTBB built with TSan (its cmake -DTBB_SANITIZE=thread), named by
-# TSAN_TBB_DIR, e.g. make test-tsan TSAN_TBB_DIR=/opt/onetbb-tsan/lib/cmake/TBB.
+# of instrumented code: against Debian's libtbb every task hand-off of the scheduler reads as a
+# race, in our parallel bodies as much as in oneTBB. So the lane links the same oneTBB version
+# rebuilt with TSan from Debian's source package (tests/tsan/build_onetbb, once, into TSAN_TBB).
 test-tsan: deps
-	@if [ -z "$(TSAN_TBB_DIR)" ]; then \
-	  echo "error: test-tsan needs a oneTBB built with ThreadSanitizer:" \
-	       "make test-tsan TSAN_TBB_DIR=<its lib/cmake/TBB>" >&2; exit 1; fi
+	@test -f $(TSAN_TBB)/lib/cmake/TBB/TBBConfig.cmake || \
+	  tests/tsan/build_onetbb $(TSAN_DIR)/onetbb-build $(TSAN_TBB)
 	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=Debug -DVELPICK_TSAN=ON -DVELPICK_BUILD_PYTHON=OFF \
-	  -DVELPICK_BUILD_BENCHMARKS=OFF -DTBB_DIR=$(TSAN_TBB_DIR) >/dev/null
+	  -DVELPICK_BUILD_BENCHMARKS=OFF -DTBB_DIR=$(TSAN_TBB)/lib/cmake/TBB >/dev/null
 	cmake --build $(TSAN_DIR) -j $(JOBS)
 	cd $(TSAN_DIR) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 	  ctest --output-on-failure -j $(JOBS)
