@@ -19,8 +19,8 @@ FUZZ_TARGETS  := fuzz_import_ply fuzz_import_off fuzz_import_stl fuzz_import_obj
                  fuzz_scene fuzz_pixel_grid fuzz_mark_polygon fuzz_visibility_detector \
                  fuzz_graph_mark_polygon
 
-.PHONY: all deps configure build demo example python test test-sanitize fuzz bench format \
-        format-check clean
+.PHONY: all deps configure build demo example python test test-sanitize test-tsan tsan-onetbb \
+        fuzz bench format format-check clean
 
 all: build
 
@@ -70,14 +70,17 @@ test-sanitize: deps
 # of instrumented code: against Debian's libtbb every task hand-off of the scheduler reads as a
 # race, in our parallel bodies as much as in oneTBB. So the lane links the same oneTBB version
 # rebuilt with TSan from Debian's source package (tests/tsan/build_onetbb, once, into TSAN_TBB).
-test-tsan: deps
-	@test -f $(TSAN_TBB)/lib/cmake/TBB/TBBConfig.cmake || \
-	  tests/tsan/build_onetbb $(TSAN_DIR)/onetbb-build $(TSAN_TBB)
+test-tsan: tsan-onetbb
 	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=Debug -DVELPICK_TSAN=ON -DVELPICK_BUILD_PYTHON=OFF \
 	  -DVELPICK_BUILD_BENCHMARKS=OFF -DTBB_DIR=$(TSAN_TBB)/lib/cmake/TBB >/dev/null
 	cmake --build $(TSAN_DIR) -j $(JOBS)
 	cd $(TSAN_DIR) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 	  ctest --output-on-failure -j $(JOBS)
+
+# The oneTBB that test-tsan links; needs Debian's source package from deb.debian.org.
+tsan-onetbb: deps
+	@test -f $(TSAN_TBB)/lib/cmake/TBB/TBBConfig.cmake || \
+	  tests/tsan/build_onetbb $(TSAN_DIR)/onetbb-build $(TSAN_TBB)
 
 # libFuzzer targets with ASan and UBSan, each run FUZZ_SECONDS on its seed corpus (fuzz/run).
 fuzz: deps
