@@ -22,24 +22,25 @@ namespace AU_MarkOperations::PolygonMarking {
 
 namespace detail {
 
-/// Visits the span rows of a walked triangle: for each row with columns inside the grid,
+/// Visits the span rows of a triangle: for each row with columns inside the grid,
 /// `visitRow(entry, region, columns)` gets the depth entry and region cell of the row's first
 /// column. Stops early, returning true, when the visitor returns true.
-template <class Entry, class RowVisitor>
-inline bool ScanDepthRows(Entry* depth, const bool* region, const _DepthSpan* spans,
-                          std::int32_t width, RowRange rows, RowVisitor&& visitRow) {
-    const std::size_t rowOffset = static_cast<std::size_t>(rows.first) * width;
-    Entry* entryRow = depth + rowOffset;
-    const bool* regionRow = region + rowOffset;
-    for (std::int32_t row = rows.first; row <= rows.last;
-         ++row, entryRow += width, regionRow += width) {
-        RowColumns columns;
-        if (!ClampDepthRow(spans[row], width, columns))
-            continue;
-        if (visitRow(entryRow + columns.first, regionRow + columns.first, columns))
-            return true;
-    }
-    return false;
+template <class RowVisitor>
+inline bool ScanDepthRows(_DepthRaster& raster, const VelSDK::Math::point3f& a,
+                          const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
+                          RowVisitor&& visitRow) {
+    const std::int32_t width = raster.m_width;
+    _DepthEntry* depth = raster.m_depth.get();
+    const bool* region = *raster.m_region;
+    return ScanTriangleRows(raster.m_rowSpans.get(), raster.m_height, a, b, c,
+                            [&](std::int32_t row, const _DepthSpan& span) {
+                                RowColumns columns;
+                                if (!ClampDepthRow(span, width, columns))
+                                    return false;
+                                const std::size_t first =
+                                    static_cast<std::size_t>(row) * width + columns.first;
+                                return visitRow(depth + first, region + first, columns);
+                            });
 }
 
 }  // namespace detail
@@ -51,11 +52,9 @@ inline bool ScanDepthRows(Entry* depth, const bool* region, const _DepthSpan* sp
 inline bool _RasterizeTriangleDepth(_DepthRaster& raster, const VelSDK::Math::point3f& a,
                                     const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
                                     std::uint32_t owner) {
-    _DepthSpan* spans = raster.m_rowSpans.get();
-    const detail::RowRange rows = detail::WalkTriangle(spans, raster.m_height, a, b, c);
     bool covered = false;
     detail::ScanDepthRows(
-        raster.m_depth.get(), *raster.m_region, spans, raster.m_width, rows,
+        raster, a, b, c,
         [&](_DepthEntry* entry, const bool* region, const detail::RowColumns& columns) {
             float z = columns.z;
             for (const _DepthEntry* end = entry + columns.Count(); entry != end;
@@ -106,10 +105,8 @@ inline bool _TestTriangleVisibility(_DepthRaster& raster, const VelSDK::Math::po
     if (verticesInRegion == 3)
         return false;
 
-    _DepthSpan* spans = raster.m_rowSpans.get();
-    const detail::RowRange rows = detail::WalkTriangle(spans, raster.m_height, a, b, c);
     return detail::ScanDepthRows(
-        depth, region, spans, width, rows,
+        raster, a, b, c,
         [](const _DepthEntry* entry, const bool* cell, const detail::RowColumns& columns) {
             float z = columns.z;
             for (const _DepthEntry* end = entry + columns.Count(); entry != end;

@@ -20,20 +20,17 @@ namespace AU_MarkOperations::PolygonMarking {
 /// once per triangle of a mark-through pick.
 inline bool _TriangleTouchesRegion(_RegionRaster& raster, const VelSDK::Math::point3f& a,
                                    const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c) {
-    const detail::RowRange rows =
-        detail::WalkTriangle(raster.m_rowSpans.get(), raster.m_height, a, b, c);
     const std::int32_t width = raster.m_width;
-    const bool* regionRow =
-        static_cast<bool*>(*raster.m_region) + static_cast<std::size_t>(rows.first) * width;
-    for (std::int32_t row = rows.first; row <= rows.last; ++row, regionRow += width) {
-        detail::RowColumns columns;
-        if (!detail::ClampRegionRow(raster.m_rowSpans[row], width, columns))
-            continue;
-        const bool* first = regionRow + columns.first;
-        if (std::find(first, first + columns.Count(), true) != first + columns.Count())
-            return true;
-    }
-    return false;
+    const bool* region = *raster.m_region;
+    return detail::ScanTriangleRows(
+        raster.m_rowSpans.get(), raster.m_height, a, b, c,
+        [&](std::int32_t row, const _RegionSpan& span) {
+            detail::RowColumns columns;
+            if (!detail::ClampRegionRow(span, width, columns))
+                return false;
+            const bool* first = region + static_cast<std::size_t>(row) * width + columns.first;
+            return std::find(first, first + columns.Count(), true) != first + columns.Count();
+        });
 }
 
 }  // namespace AU_MarkOperations::PolygonMarking

@@ -160,6 +160,84 @@ RowRange WalkTriangle(Span* spans, std::int32_t height, const VelSDK::Math::poin
     return Intersect(rows, Intersect(left, right));
 }
 
+/// One boundary walked in registers: x and depth at the current row and their steps per row,
+/// computed as the span walk computes them.
+template <bool kHasDepth>
+struct BoundaryWalk {
+    float x, z, dx, dz;
+
+    BoundaryWalk(const VelSDK::Math::point3f& p, const VelSDK::Math::point3f& q)
+        : x(p.x),
+          z(p.z),
+          dx((q.x - p.x) / (q.y - p.y)),
+          dz(kHasDepth ? (q.z - p.z) / (q.y - p.y) : 0.0f) {}
+
+    void Step() {
+        x += dx;
+        if constexpr (kHasDepth)
+            z += dz;
+    }
+};
+
+/// The span record of one row from the two boundaries.
+inline _DepthSpan RowSpan(const BoundaryWalk<true>& left, const BoundaryWalk<true>& right) {
+    return {left.x, right.x, left.z, right.z};
+}
+
+inline _RegionSpan RowSpan(const BoundaryWalk<false>& left, const BoundaryWalk<false>& right) {
+    return {left.x, right.x};
+}
+
+/// Visits the rows of the triangle's span scan top to bottom: `visitRow(row, span)` gets each
+/// row's boundaries exactly as WalkTriangle leaves them in the span records, and stops the scan
+/// by returning true (then so does this function).
+///
+/// A triangle whose three vertices lie in rows 0 … height − 1 (the common case) is walked in
+/// registers: both boundaries start at the top vertex, and the one that ends higher hands over,
+/// at its end vertex's row, to the bottom edge, which the record walk writes last and which
+/// therefore owns that row. Other triangles, whose walks are clamped at the raster's first or
+/// last row or have non-finite rows, go through the span records.
+template <class Span, class RowVisitor>
+bool ScanTriangleRows(Span* spans, std::int32_t height, const VelSDK::Math::point3f& a,
+                      const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
+                      RowVisitor&& visitRow) {
+    constexpr bool kHasDepth = std::is_same_v<Span, _DepthSpan>;
+    const float limit = static_cast<float>(static_cast<double>(height) - 0.5);
+    const auto inRows = [limit](const VelSDK::Math::point3f& p) {
+        return p.y >= 0.0f && p.y < limit;
+    };
+    if (!(inRows(a) && inRows(b) && inRows(c))) {
+        const RowRange rows = WalkTriangle(spans, height, a, b, c);
+        for (std::int32_t row = rows.first; row <= rows.last; ++row) {
+            if (visitRow(row, spans[row]))
+                return true;
+        }
+        return false;
+    }
+
+    const TriangleFrame frame = SetUpTriangle(a, b, c);
+    const bool leftEndsFirst = frame.right->y > frame.left->y;
+    const VelSDK::Math::point3f& middle = leftEndsFirst ? *frame.left : *frame.right;
+    const VelSDK::Math::point3f& bottom = leftEndsFirst ? *frame.right : *frame.left;
+    BoundaryWalk<kHasDepth> left(*frame.top, *frame.left), right(*frame.top, *frame.right);
+    const BoundaryWalk<kHasDepth> bottomEdge(middle, bottom);
+
+    // Rows are non-negative and below the row count here, so the casts truncate in range.
+    std::int32_t row = static_cast<std::int32_t>(frame.top->y);
+    const std::int32_t handover = static_cast<std::int32_t>(middle.y);
+    const std::int32_t last = static_cast<std::int32_t>(bottom.y);
+    for (; row < handover; ++row, left.Step(), right.Step()) {
+        if (visitRow(row, RowSpan(left, right)))
+            return true;
+    }
+    (leftEndsFirst ? left : right) = bottomEdge;
+    for (; row <= last; ++row, left.Step(), right.Step()) {
+        if (visitRow(row, RowSpan(left, right)))
+            return true;
+    }
+    return false;
+}
+
 /// The columns one row of a span scan visits, and the depth at the first of them.
 struct RowColumns {
     std::int32_t first = 0;
