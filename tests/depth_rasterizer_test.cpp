@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -208,6 +209,33 @@ double MaxAbsSlope(const point3f (&t)[3]) {
         slope = std::max(slope, std::fabs(double{q.x - p.x} / (q.y - p.y)));
     }
     return slope;
+}
+
+// The register walk must reproduce the span records bit for bit, including the row where the
+// bottom edge takes over, equal rows and horizontal edges (coordinates on a quarter grid make
+// those frequent), and it must leave triangles touching the first or last row to the records.
+TEST(ScanTriangleRows, RowsAndBoundariesEqualTheSpanRecords) {
+    constexpr std::int32_t kHeight = 12;
+    std::mt19937 random(5);
+    std::uniform_int_distribution<int> quarter(-8, 4 * kHeight + 8);
+    const auto corner = [&] {
+        return point3f{quarter(random) / 4.0f, quarter(random) / 4.0f, quarter(random) / 4.0f};
+    };
+    std::vector<_DepthSpan> records(kHeight), scratch(kHeight);
+    for (int trial = 0; trial < 20000; ++trial) {
+        const point3f a = corner(), b = corner(), c = corner();
+        const detail::RowRange rows = detail::WalkTriangle(records.data(), kHeight, a, b, c);
+        std::int32_t expected = rows.first;
+        detail::ScanTriangleRows(scratch.data(), kHeight, a, b, c,
+                                 [&](std::int32_t row, const _DepthSpan& span) {
+                                     EXPECT_EQ(row, expected) << "trial " << trial;
+                                     EXPECT_EQ(0, std::memcmp(&span, &records[row], sizeof span))
+                                         << "trial " << trial << " row " << row;
+                                     ++expected;
+                                     return false;
+                                 });
+        EXPECT_EQ(expected, std::max(rows.first, rows.last + 1)) << "trial " << trial;
+    }
 }
 
 TEST(TriangleTouchesRegion, AgreesWithPixelCentresOnRandomTriangles) {
