@@ -22,13 +22,16 @@ namespace AU_MarkOperations::PolygonMarking {
 
 namespace detail {
 
-/// Visits the span rows of a triangle: for each row with columns inside the grid,
-/// `visitRow(entry, region, columns)` gets the depth entry and region cell of the row's first
-/// column. Stops early, returning true, when the visitor returns true.
-template <class RowVisitor>
-inline bool ScanDepthRows(_DepthRaster& raster, const VelSDK::Math::point3f& a,
-                          const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
-                          RowVisitor&& visitRow) {
+/// Visits the pixels of a triangle's span scan that lie inside the grid, row by row:
+/// `visitPixel(entry, inRegion, z)` gets the pixel's depth entry, whether it belongs to the
+/// region, and the triangle's depth there. Stops early, returning true, when the visitor
+/// returns true. The depth starts at the row's first column and steps once per column; the
+/// step costs a division and two floors, so it is only computed for rows of several columns,
+/// which in a dense mesh are the fewer.
+template <class PixelVisitor>
+inline bool ScanDepthPixels(_DepthRaster& raster, const VelSDK::Math::point3f& a,
+                            const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
+                            PixelVisitor&& visitPixel) {
     const std::int32_t width = raster.m_width;
     _DepthEntry* depth = raster.m_depth.get();
     const bool* region = *raster.m_region;
@@ -39,7 +42,21 @@ inline bool ScanDepthRows(_DepthRaster& raster, const VelSDK::Math::point3f& a,
                                     return false;
                                 const std::size_t first =
                                     static_cast<std::size_t>(row) * width + columns.first;
-                                return visitRow(depth + first, region + first, columns);
+                                _DepthEntry* entry = depth + first;
+                                const bool* inRegion = region + first;
+                                float z = columns.z;
+                                if (visitPixel(*entry, *inRegion, z))
+                                    return true;
+                                const std::int32_t count = columns.Count();
+                                if (count == 1)
+                                    return false;
+                                const float step = DepthStep(span);
+                                for (std::int32_t column = 1; column < count; ++column) {
+                                    z += step;
+                                    if (visitPixel(entry[column], inRegion[column], z))
+                                        return true;
+                                }
+                                return false;
                             });
 }
 
@@ -53,22 +70,16 @@ inline bool _RasterizeTriangleDepth(_DepthRaster& raster, const VelSDK::Math::po
                                     const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
                                     std::uint32_t owner) {
     bool covered = false;
-    detail::ScanDepthRows(
-        raster, a, b, c,
-        [&](_DepthEntry* entry, const bool* region, const detail::RowColumns& columns) {
-            float z = columns.z;
-            for (const _DepthEntry* end = entry + columns.Count(); entry != end;
-                 ++entry, ++region, z += columns.dzdx) {
-                if (!*region)
-                    continue;
-                covered = true;
-                if (z > entry->depth) {
-                    entry->depth = z;
-                    entry->owner = owner;
-                }
-            }
+    detail::ScanDepthPixels(raster, a, b, c, [&](_DepthEntry& entry, bool inRegion, float z) {
+        if (!inRegion)
             return false;
-        });
+        covered = true;
+        if (z > entry.depth) {
+            entry.depth = z;
+            entry.owner = owner;
+        }
+        return false;
+    });
     return covered;
 }
 
@@ -105,17 +116,10 @@ inline bool _TestTriangleVisibility(_DepthRaster& raster, const VelSDK::Math::po
     if (verticesInRegion == 3)
         return false;
 
-    return detail::ScanDepthRows(
-        raster, a, b, c,
-        [](const _DepthEntry* entry, const bool* cell, const detail::RowColumns& columns) {
-            float z = columns.z;
-            for (const _DepthEntry* end = entry + columns.Count(); entry != end;
-                 ++entry, ++cell, z += columns.dzdx) {
-                if (*cell && z > entry->threshold)
-                    return true;
-            }
-            return false;
-        });
+    return detail::ScanDepthPixels(raster, a, b, c,
+                                   [](const _DepthEntry& entry, bool inRegion, float z) {
+                                       return inRegion && z > entry.threshold;
+                                   });
 }
 
 }  // namespace AU_MarkOperations::PolygonMarking

@@ -243,7 +243,6 @@ struct RowColumns {
     std::int32_t first = 0;
     std::int32_t last = -1;
     float z = 0.0f;
-    float dzdx = 0.0f;
 
     std::int32_t Count() const { return last - first + 1; }
 };
@@ -264,21 +263,24 @@ inline bool ClampRightEnd(float xLeft, float xRight, std::int32_t width, RowColu
     return columns.first >= 0;  // fails only for NaN ends
 }
 
+/// The depth step per column of a depth span. It divides by the floored column difference, so
+/// a span inside one column gets an infinite or NaN step, which only later columns would see.
+inline float DepthStep(const _DepthSpan& span) {
+    return (span.zRight - span.zLeft) / (std::floor(span.xRight) - std::floor(span.xLeft));
+}
+
 /// The columns of a depth span, with the depth carried to column 0 when the span starts left
-/// of the grid. The depth step divides by the floored column difference, so a span inside
-/// one column gets an infinite or NaN step, which only later columns would see.
+/// of the grid.
 inline bool ClampDepthRow(const _DepthSpan& span, std::int32_t width, RowColumns& columns) {
     float xLeft = span.xLeft;
     float zLeft = span.zLeft;
-    const float dzdx = (span.zRight - zLeft) / (std::floor(span.xRight) - std::floor(xLeft));
     if (xLeft < 0.0f) {
-        zLeft -= dzdx * xLeft;
+        zLeft -= DepthStep(span) * xLeft;
         xLeft = 0.0f;
     } else if (xLeft >= static_cast<float>(width)) {
         return false;
     }
     columns.z = zLeft;
-    columns.dzdx = dzdx;
     return ClampRightEnd(xLeft, span.xRight, width, columns);
 }
 
