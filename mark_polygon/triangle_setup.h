@@ -48,8 +48,9 @@ struct TriangleFrame {
 };
 
 /// Whether p comes before q as the top vertex: smaller y, and on equal y the smaller x.
+/// Evaluated without short-circuit branches, whose outcome is a coin toss per triangle.
 inline bool IsHigher(const VelSDK::Math::point3f& p, const VelSDK::Math::point3f& q) {
-    return p.y < q.y || (p.y == q.y && p.x < q.x);
+    return (p.y < q.y) | ((p.y == q.y) & (p.x < q.x));
 }
 
 /// Picks the top vertex T (a against b, then the winner against c), takes the other two in
@@ -57,13 +58,14 @@ inline bool IsHigher(const VelSDK::Math::point3f& p, const VelSDK::Math::point3f
 /// ends the left boundary.
 inline TriangleFrame SetUpTriangle(const VelSDK::Math::point3f& a, const VelSDK::Math::point3f& b,
                                    const VelSDK::Math::point3f& c) {
-    const VelSDK::Math::point3f* cyclic[3] = {&a, &b, &c};
-    int top = IsHigher(b, a) ? 1 : 0;
-    if (IsHigher(c, *cyclic[top]))
-        top = 2;
-    const VelSDK::Math::point3f& t = *cyclic[top];
-    const VelSDK::Math::point3f& u = *cyclic[(top + 1) % 3];
-    const VelSDK::Math::point3f& v = *cyclic[(top + 2) % 3];
+    TriangleFrame cyclic{&a, &b, &c};  // top, then the two after it
+    if (IsHigher(b, a))
+        cyclic = {&b, &c, &a};
+    if (IsHigher(c, *cyclic.top))
+        cyclic = {&c, &a, &b};
+    const VelSDK::Math::point3f& t = *cyclic.top;
+    const VelSDK::Math::point3f& u = *cyclic.left;
+    const VelSDK::Math::point3f& v = *cyclic.right;
     if ((v.y - t.y) * (u.x - t.x) > (u.y - t.y) * (v.x - t.x))
         return {&t, &v, &u};
     return {&t, &u, &v};
