@@ -26,8 +26,8 @@ namespace detail {
 /// `visitPixel(entry, inRegion, z)` gets the pixel's depth entry, whether it belongs to the
 /// region, and the triangle's depth there. Stops early, returning true, when the visitor
 /// returns true. The depth starts at the row's first column and steps once per column; the
-/// step costs a division and two floors, so it is only computed for rows of several columns,
-/// which in a dense mesh are the fewer.
+/// step costs a division, so it is only computed for rows of several columns, which in a
+/// dense mesh are the fewer.
 template <class PixelVisitor>
 inline bool ScanDepthPixels(_DepthRaster& raster, const VelSDK::Math::point3f& a,
                             const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
@@ -50,7 +50,7 @@ inline bool ScanDepthPixels(_DepthRaster& raster, const VelSDK::Math::point3f& a
                                 const std::int32_t count = columns.Count();
                                 if (count == 1)
                                     return false;
-                                const float step = DepthStep(span);
+                                const float step = RowDepthStep(span, columns, width);
                                 for (std::int32_t column = 1; column < count; ++column) {
                                     z += step;
                                     if (visitPixel(entry[column], inRegion[column], z))

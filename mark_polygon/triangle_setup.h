@@ -271,6 +271,15 @@ inline float DepthStep(const _DepthSpan& span) {
     return (span.zRight - span.zLeft) / (std::floor(span.xRight) - std::floor(span.xLeft));
 }
 
+/// DepthStep for a row of several columns. When neither end of the span was clamped to the
+/// grid, the floored ends are the row's first and last columns, so the floored difference is
+/// the column count less one, exactly, and the two floors can be spared.
+inline float RowDepthStep(const _DepthSpan& span, const RowColumns& columns, std::int32_t width) {
+    if (span.xLeft >= 0.0f && span.xRight < static_cast<float>(width))
+        return (span.zRight - span.zLeft) / static_cast<float>(columns.Count() - 1);
+    return DepthStep(span);
+}
+
 /// The columns of a depth span, with the depth carried to column 0 when the span starts left
 /// of the grid.
 inline bool ClampDepthRow(const _DepthSpan& span, std::int32_t width, RowColumns& columns) {

@@ -238,6 +238,29 @@ TEST(ScanTriangleRows, RowsAndBoundariesEqualTheSpanRecords) {
     }
 }
 
+// Rows whose ends lie inside the grid take their depth step from the column count instead of
+// two floors; it must be the same float, including ends on column borders and at −0.
+TEST(ScanTriangleRows, ColumnCountStepEqualsTheFlooredStep) {
+    constexpr std::int32_t kWidth = 9;
+    std::mt19937 random(3);
+    std::uniform_int_distribution<int> quarter(-8, 4 * kWidth + 8);
+    std::uniform_real_distribution<float> depth(-50.0f, 50.0f);
+    int checked = 0;
+    for (int trial = 0; trial < 20000; ++trial) {
+        const _DepthSpan span{quarter(random) / 4.0f,
+                              trial % 97 == 0 ? -0.0f : quarter(random) / 4.0f, depth(random),
+                              depth(random)};
+        detail::RowColumns columns;
+        if (!detail::ClampDepthRow(span, kWidth, columns) || columns.Count() < 2)
+            continue;
+        ++checked;
+        const float expected = detail::DepthStep(span),
+                    step = detail::RowDepthStep(span, columns, kWidth);
+        EXPECT_EQ(0, std::memcmp(&expected, &step, sizeof step)) << "trial " << trial;
+    }
+    EXPECT_GT(checked, 5000);
+}
+
 TEST(TriangleTouchesRegion, AgreesWithPixelCentresOnRandomTriangles) {
     constexpr int kWidth = 40, kHeight = 30;
     // The scan samples each boundary once per row, up to a row away from the pixel centre:
