@@ -198,11 +198,14 @@ inline _RegionSpan RowSpan(const BoundaryWalk<false>& left, const BoundaryWalk<f
 /// registers: both boundaries start at the top vertex, and the one that ends higher hands over,
 /// at its end vertex's row, to the bottom edge, which the record walk writes last and which
 /// therefore owns that row. Other triangles, whose walks are clamped at the raster's first or
-/// last row or have non-finite rows, go through the span records.
+/// last row or have non-finite rows, go through the span records. Always inlined, so that the
+/// row visitor's loop and the caller's triangle loop are compiled as one.
 template <class Span, class RowVisitor>
-bool ScanTriangleRows(Span* spans, std::int32_t height, const VelSDK::Math::point3f& a,
-                      const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
-                      RowVisitor&& visitRow) {
+[[gnu::always_inline]] inline bool ScanTriangleRows(Span* spans, std::int32_t height,
+                                                    const VelSDK::Math::point3f& a,
+                                                    const VelSDK::Math::point3f& b,
+                                                    const VelSDK::Math::point3f& c,
+                                                    RowVisitor&& visitRow) {
     constexpr bool kHasDepth = std::is_same_v<Span, _DepthSpan>;
     const float limit = static_cast<float>(static_cast<double>(height) - 0.5);
     const auto inRows = [limit](const VelSDK::Math::point3f& p) {
