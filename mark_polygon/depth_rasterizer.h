@@ -97,22 +97,25 @@ void _FinalizeDepthRaster(_DepthRaster& raster, std::uint8_t* flags);
 inline bool _TestTriangleVisibility(_DepthRaster& raster, const VelSDK::Math::point3f& a,
                                     const VelSDK::Math::point3f& b,
                                     const VelSDK::Math::point3f& c) {
-    const std::int32_t width = raster.m_width;
+    // The three vertices are tested together, without early exits, so that their cells are
+    // fetched at once; a vertex outside the grid reads cell 0 and is masked out.
+    const std::uint32_t width = static_cast<std::uint32_t>(raster.m_width);
+    const std::uint32_t height = static_cast<std::uint32_t>(raster.m_height);
     const bool* region = *raster.m_region;
     const _DepthEntry* depth = raster.m_depth.get();
     int verticesInRegion = 0;
+    bool vertexReachesFront = false;
     for (const VelSDK::Math::point3f* vertex : {&a, &b, &c}) {
-        const std::int32_t column = detail::TruncateToInt32(vertex->x);
-        const std::int32_t row = detail::TruncateToInt32(vertex->y);
-        if (column < 0 || column >= width || row < 0 || row >= raster.m_height)
-            continue;
-        const std::size_t cell = static_cast<std::size_t>(row) * width + column;
-        if (!region[cell])
-            continue;
-        ++verticesInRegion;
-        if (vertex->z >= depth[cell].threshold)
-            return true;
+        const auto column = static_cast<std::uint32_t>(detail::TruncateToInt32(vertex->x));
+        const auto row = static_cast<std::uint32_t>(detail::TruncateToInt32(vertex->y));
+        const bool inGrid = column < width && row < height;
+        const std::size_t cell = inGrid ? std::size_t{row} * width + column : 0;
+        const bool inRegion = inGrid & region[cell];
+        verticesInRegion += inRegion;
+        vertexReachesFront |= inRegion & (vertex->z >= depth[cell].threshold);
     }
+    if (vertexReachesFront)
+        return true;
     if (verticesInRegion == 3)
         return false;
 
