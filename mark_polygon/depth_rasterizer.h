@@ -32,7 +32,7 @@ template <class PixelVisitor>
 inline bool ScanDepthPixels(_DepthRaster& raster, const VelSDK::Math::point3f& a,
                             const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
                             PixelVisitor&& visitPixel) {
-    const std::int32_t width = raster.m_width;
+    const GridWidth width(raster.m_width);
     _DepthEntry* depth = raster.m_depth.get();
     const bool* region = *raster.m_region;
     return ScanTriangleRows(raster.m_rowSpans.get(), raster.m_height, a, b, c,
@@ -41,7 +41,7 @@ inline bool ScanDepthPixels(_DepthRaster& raster, const VelSDK::Math::point3f& a
                                 if (!ClampDepthRow(span, width, columns))
                                     return false;
                                 const std::size_t first =
-                                    static_cast<std::size_t>(row) * width + columns.first;
+                                    static_cast<std::size_t>(row) * width.columns + columns.first;
                                 _DepthEntry* entry = depth + first;
                                 const bool* inRegion = region + first;
                                 float z = columns.z;

@@ -20,7 +20,7 @@ namespace AU_MarkOperations::PolygonMarking {
 /// once per triangle of a mark-through pick.
 inline bool _TriangleTouchesRegion(_RegionRaster& raster, const VelSDK::Math::point3f& a,
                                    const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c) {
-    const std::int32_t width = raster.m_width;
+    const detail::GridWidth width(raster.m_width);
     const bool* region = *raster.m_region;
     return detail::ScanTriangleRows(
         raster.m_rowSpans.get(), raster.m_height, a, b, c,
@@ -28,7 +28,8 @@ inline bool _TriangleTouchesRegion(_RegionRaster& raster, const VelSDK::Math::po
             detail::RowColumns columns;
             if (!detail::ClampRegionRow(span, width, columns))
                 return false;
-            const bool* first = region + static_cast<std::size_t>(row) * width + columns.first;
+            const bool* first =
+                region + static_cast<std::size_t>(row) * width.columns + columns.first;
             return std::find(first, first + columns.Count(), true) != first + columns.Count();
         });
 }

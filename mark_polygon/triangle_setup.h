@@ -252,17 +252,30 @@ struct RowColumns {
     std::int32_t Count() const { return last - first + 1; }
 };
 
+/// The grid's width as the row clamps compare with it, converted once per scan rather than
+/// once per row.
+struct GridWidth {
+    std::int32_t columns;
+    float end;         // the width as a float
+    float lastColumn;  // width − 1 as a float
+
+    explicit GridWidth(std::int32_t width)
+        : columns(width),
+          end(static_cast<float>(width)),
+          lastColumn(static_cast<float>(width - 1)) {}
+};
+
 /// Columns trunc(xLeft) … trunc(xRight) of a row whose left end is already inside the grid.
 /// A sliver row whose ends crossed still covers the one column trunc(xRight), so that thin
 /// triangles do not vanish. False when the row is skipped.
-inline bool ClampRightEnd(float xLeft, float xRight, std::int32_t width, RowColumns& columns) {
+inline bool ClampRightEnd(float xLeft, float xRight, const GridWidth& width, RowColumns& columns) {
     if (xRight < 0.0f)
         return false;
-    if (xRight >= static_cast<float>(width))
-        xRight = static_cast<float>(width - 1);
+    if (xRight >= width.end)
+        xRight = width.lastColumn;
     columns.first = TruncateToInt32(xLeft);
     // The min only matters for widths beyond float precision, where width − 1 rounds up.
-    columns.last = std::min(TruncateToInt32(xRight), width - 1);
+    columns.last = std::min(TruncateToInt32(xRight), width.columns - 1);
     if (columns.last < columns.first)
         columns.first = columns.last;
     return columns.first >= 0;  // fails only for NaN ends
@@ -277,21 +290,22 @@ inline float DepthStep(const _DepthSpan& span) {
 /// DepthStep for a row of several columns. When neither end of the span was clamped to the
 /// grid, the floored ends are the row's first and last columns, so the floored difference is
 /// the column count less one, exactly, and the two floors can be spared.
-inline float RowDepthStep(const _DepthSpan& span, const RowColumns& columns, std::int32_t width) {
-    if (span.xLeft >= 0.0f && span.xRight < static_cast<float>(width))
+inline float RowDepthStep(const _DepthSpan& span, const RowColumns& columns,
+                          const GridWidth& width) {
+    if (span.xLeft >= 0.0f && span.xRight < width.end)
         return (span.zRight - span.zLeft) / static_cast<float>(columns.Count() - 1);
     return DepthStep(span);
 }
 
 /// The columns of a depth span, with the depth carried to column 0 when the span starts left
 /// of the grid.
-inline bool ClampDepthRow(const _DepthSpan& span, std::int32_t width, RowColumns& columns) {
+inline bool ClampDepthRow(const _DepthSpan& span, const GridWidth& width, RowColumns& columns) {
     float xLeft = span.xLeft;
     float zLeft = span.zLeft;
     if (xLeft < 0.0f) {
         zLeft -= DepthStep(span) * xLeft;
         xLeft = 0.0f;
-    } else if (xLeft >= static_cast<float>(width)) {
+    } else if (xLeft >= width.end) {
         return false;
     }
     columns.z = zLeft;
@@ -299,11 +313,11 @@ inline bool ClampDepthRow(const _DepthSpan& span, std::int32_t width, RowColumns
 }
 
 /// The columns of a region span.
-inline bool ClampRegionRow(const _RegionSpan& span, std::int32_t width, RowColumns& columns) {
+inline bool ClampRegionRow(const _RegionSpan& span, const GridWidth& width, RowColumns& columns) {
     float xLeft = span.xLeft;
     if (xLeft < 0.0f) {
         xLeft = 0.0f;
-    } else if (xLeft >= static_cast<float>(width)) {
+    } else if (xLeft >= width.end) {
         return false;
     }
     return ClampRightEnd(xLeft, span.xRight, width, columns);

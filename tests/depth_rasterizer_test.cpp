@@ -251,11 +251,11 @@ TEST(ScanTriangleRows, ColumnCountStepEqualsTheFlooredStep) {
                               trial % 97 == 0 ? -0.0f : quarter(random) / 4.0f, depth(random),
                               depth(random)};
         detail::RowColumns columns;
-        if (!detail::ClampDepthRow(span, kWidth, columns) || columns.Count() < 2)
+        if (!detail::ClampDepthRow(span, detail::GridWidth(kWidth), columns) || columns.Count() < 2)
             continue;
         ++checked;
         const float expected = detail::DepthStep(span),
-                    step = detail::RowDepthStep(span, columns, kWidth);
+                    step = detail::RowDepthStep(span, columns, detail::GridWidth(kWidth));
         EXPECT_EQ(0, std::memcmp(&expected, &step, sizeof step)) << "trial " << trial;
     }
     EXPECT_GT(checked, 5000);
