@@ -112,6 +112,21 @@ MStlPoint* MStlBase::AddDistinctPoint(std::int32_t x, std::int32_t y, std::int32
     return &point;
 }
 
+void MStlBase::AddDistinctPoints(const std::int32_t* xyz, std::size_t count) {
+    const auto growMasks = [this] {
+        m_masks._ElementsAdded(static_cast<const MStlPoint*>(nullptr), m_points.Size());
+    };
+    try {
+        for (const std::int32_t* end = xyz + 3 * count; xyz != end; xyz += 3)
+            m_points.Emplace(MStlElementKey(), m_points.Size(), xyz[0], xyz[1], xyz[2]);
+    } catch (...) {
+        growMasks();  // for the vertices made before the failure
+        throw;
+    }
+    // Once for the batch: nothing reads the masks in between.
+    growMasks();
+}
+
 void MStlBase::Reserve(std::size_t points, std::size_t triangles) {
     m_points.Reserve(points);
     m_triangles.Reserve(triangles);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -225,6 +226,36 @@ TEST(MeshTest, BatchOfTrianglesEqualsSingleAdditions) {
     const std::uint32_t bad[] = {0, 1, 2, 3, 4, 500};
     EXPECT_THROW(batchedSurfaces[0]->AddTriangles(bad, 2), std::out_of_range);
     EXPECT_EQ(batched.GetNumberOfTriangles(), single.GetNumberOfTriangles());
+}
+
+TEST(MeshTest, BatchOfVerticesEqualsSingleAdditions) {
+    // Batches of every size around the storage chunk, a vertex mask registered beforehand,
+    // and the coordinate index built afterwards over the batched vertices.
+    MStlBase single, batched;
+    MDataMask<MStlPoint, int> singleMask(single.GetMasks(), 6), batchedMask(batched.GetMasks(), 6);
+    std::vector<std::int32_t> xyz;
+    std::size_t made = 0;
+    for (const std::size_t count : {0u, 1u, 16383u, 16385u, 5u}) {
+        xyz.clear();
+        for (std::size_t k = 0; k < count; ++k, ++made) {
+            const auto v = static_cast<std::int32_t>(made);
+            xyz.insert(xyz.end(), {v, -3 * v, v * v % 1001});
+            single.AddDistinctPoint(xyz[3 * k], xyz[3 * k + 1], xyz[3 * k + 2]);
+        }
+        batched.AddDistinctPoints(xyz.data(), count);
+        ASSERT_EQ(batched.GetNumberOfPoints(), made);
+        EXPECT_EQ(batchedMask.Size(), made);
+    }
+    for (std::size_t i = 0; i < made; ++i) {
+        const MStlPoint &a = single.GetPoint(i), &b = batched.GetPoint(i);
+        ASSERT_EQ((std::array<int, 3>{b[0], b[1], b[2]}), (std::array<int, 3>{a[0], a[1], a[2]}));
+        EXPECT_EQ(b.GetMaskIndex(), i);
+        EXPECT_EQ(batchedMask.GetInfo(b), 6);
+    }
+    const MStlPoint& last = batched.GetPoint(made - 1);
+    EXPECT_EQ(batched.FindPoint(last[0], last[1], last[2]), &last);
+    EXPECT_EQ(batched.FindOrAddPoint(1, -3, 1), &batched.GetPoint(1));
+    EXPECT_EQ(batched.GetNumberOfPoints(), made);
 }
 
 TEST(MeshTest, SurfaceIteratorVisitsTreeDepthFirstOnce) {

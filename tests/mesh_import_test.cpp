@@ -1,14 +1,21 @@
 #include "mesh_import.h"
+#include "ply_header.h"
+#include "ply_triangle_mesh.h"
+#include "vertex_merge.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
+#include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -187,13 +194,14 @@ class PlyLayouts {
         bool bigEndian;
     };
 
-    PlyLayouts() {
+    /// Faces of 3 to 2 + cornerChoices corners: 1 gives a triangle mesh.
+    explicit PlyLayouts(unsigned cornerChoices = 3) {
         std::mt19937 random(3);
         for (int v = 0; v < 60; ++v)  // halves: exact in float, and repeated positions
             for (int axis = 0; axis < 3; ++axis)
                 m_coordinates.push_back(static_cast<double>(random() % 9) / 2.0);
         for (int f = 0; f < 90; ++f) {
-            std::vector<std::int32_t> face(3 + random() % 3);
+            std::vector<std::int32_t> face(3 + random() % cornerChoices);
             for (std::int32_t& index : face)
                 index = static_cast<std::int32_t>(random() % 60);
             m_faces.push_back(face);
@@ -248,6 +256,9 @@ class PlyLayouts {
         }
         return bytes;
     }
+
+    const std::vector<double>& Coordinates() const { return m_coordinates; }
+    const std::vector<std::vector<std::int32_t>>& Faces() const { return m_faces; }
 
   private:
     static std::string header(const std::string& format, const std::string& coordinate,
@@ -320,6 +331,172 @@ TEST_F(MeshImportTest, BinaryPlyFaultsGiveTheSameMessageInEitherByteOrder) {
         const std::string little = failure(false, spoil);
         EXPECT_EQ(little, failure(true, spoil));
         EXPECT_NE(little, "imported");
+    }
+}
+
+// The mesh of a triangle file worked out independently: positions in internal units numbered
+// in order of first use, corners 0, 1, 2 of each face in turn, in the layout of Contents.
+std::vector<Corner> expectedTriangleContents(const PlyLayouts& file, double unitsPerModelUnit) {
+    std::map<Corner, int> numbers;
+    std::vector<Corner> points, corners;
+    for (const auto& face : file.Faces())
+        for (const std::int32_t index : face) {
+            Corner position;
+            for (int axis = 0; axis < 3; ++axis)
+                position[axis] = static_cast<int>(
+                    std::lround(file.Coordinates()[3 * index + axis] * unitsPerModelUnit));
+            const auto [it, isNew] = numbers.try_emplace(position, static_cast<int>(points.size()));
+            if (isNew)
+                points.push_back(position);
+            corners.push_back({it->second, -1, -1});
+        }
+    points.insert(points.end(), corners.begin(), corners.end());
+    return points;
+}
+
+TEST_F(MeshImportTest, TriangleFilesReadInPlaceGiveTheMeshOfFirstUse) {
+    VelSDK::Common::MInternalUnits::Set(2.0);
+    const PlyLayouts file(1);
+    const std::vector<Corner> expected = expectedTriangleContents(file, 2.0);
+    ASSERT_LT(expected.size(), 60u + 270u) << "some vertices should be unused or shared";
+    EXPECT_EQ(Contents(*ImportMesh(write("a.ply", file.Ascii()))), expected);
+    const PlyLayouts::Layout layouts[] = {
+        {"float", "uchar", "int", false, false}, {"double", "uchar", "uint", false, false},
+        {"float", "int", "uint", false, false},  {"double", "uint", "int", false, false},
+        {"float", "uchar", "int", false, true},  {"float", "uint", "int", false, true},
+        {"float", "uchar", "int", true, false},  // a face property: read value by value
+    };
+    for (const PlyLayouts::Layout& layout : layouts) {
+        SCOPED_TRACE(std::string(layout.coordinate) + " " + layout.count + " " + layout.index +
+                     (layout.extraFaceProperty ? " flags" : "") +
+                     (layout.bigEndian ? " big-endian" : ""));
+        const std::string bytes = file.Binary(layout);
+        const auto mesh = ImportMesh(write("b.ply", bytes));
+        EXPECT_EQ(Contents(*mesh), expected);
+        EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
+        EXPECT_EQ(mesh->GetTopSurfaces().front()->GetNumberOfTriangles(), 90u);
+        // The little-endian layouts without a face property are the ones read in place.
+        const bool inPlace = !layout.bigEndian && !layout.extraFaceProperty;
+        const auto header = velpick::detail::ReadPlyHeader(bytes);
+        EXPECT_EQ(velpick::detail::BuildPlyTriangleMesh(header, bytes) != nullptr, inPlace);
+    }
+}
+
+TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
+    // A little-endian triangle file is read in place until a fault; a big-endian one value by
+    // value throughout. Both must end alike: the same message, or the same mesh.
+    VelSDK::Common::MInternalUnits::Set(1000.0);
+    const PlyLayouts file(1);
+    constexpr std::size_t kVertexBytes = 17, kFaceBytes = 13;  // float layout, uchar counts
+    using Spoil = std::function<void(std::string&, std::size_t body, bool bigEndian)>;
+    const auto put = [](std::string& bytes, std::size_t at, auto value, bool bigEndian) {
+        std::string raw;
+        append(raw, value, bigEndian);
+        bytes.replace(at, raw.size(), raw);
+    };
+    const auto corner = [&](std::size_t face, std::size_t k) {
+        return 60 * kVertexBytes + face * kFaceBytes + 1 + 4 * k;
+    };
+    const std::pair<const char*, Spoil> spoils[] = {
+        {"truncated", [](std::string& b, std::size_t, bool) { b.resize(b.size() - 2); }},
+        {"bytes follow", [](std::string& b, std::size_t, bool) { b.push_back('\0'); }},
+        {"face 7 uses vertex 60",
+         [&](std::string& b, std::size_t body, bool be) {
+             put(b, body + corner(7, 2), std::int32_t{60}, be);
+         }},
+        {"face 89: vertex index -1",
+         [&](std::string& b, std::size_t body, bool be) {
+             put(b, body + corner(89, 0), std::int32_t{-1}, be);
+         }},
+        {"vertex 59: coordinate z",
+         [&](std::string& b, std::size_t body, bool be) {
+             put(b, body + 59 * kVertexBytes + 13, std::numeric_limits<float>::quiet_NaN(), be);
+         }},
+        {"vertex 3: coordinate x", [&](std::string& b, std::size_t body,
+                                       bool be) { put(b, body + 3 * kVertexBytes + 1, 3e6f, be); }},
+        // Face 40 becomes a quad: a valid file, but not all triangles.
+        {"imported",
+         [&](std::string& b, std::size_t body, bool) {
+             b[body + 60 * kVertexBytes + 40 * kFaceBytes] = 4;
+             b.insert(body + corner(40, 3), 4, '\0');
+         }},
+        {"face 0 has 2 vertices",
+         [&](std::string& b, std::size_t body, bool) {
+             b[body + 60 * kVertexBytes] = 2;
+             b.erase(body + corner(0, 2), 4);
+         }},
+    };
+    const auto outcome = [&](bool bigEndian, const Spoil& spoil) {
+        std::string bytes = file.Binary({"float", "uchar", "int", false, bigEndian});
+        spoil(bytes, bytes.find("end_header\n") + 11, bigEndian);
+        try {
+            const auto mesh = ImportMesh(write("f.ply", bytes));
+            std::string contents = "imported";
+            for (const Corner& c : Contents(*mesh))
+                contents += " " + std::to_string(c[0]) + "," + std::to_string(c[1]) + "," +
+                            std::to_string(c[2]);
+            return contents;
+        } catch (const MeshImportError& error) {
+            return std::string(error.what());
+        }
+    };
+    for (const auto& [fragment, spoil] : spoils) {
+        SCOPED_TRACE(fragment);
+        const std::string little = outcome(false, spoil);
+        EXPECT_EQ(little, outcome(true, spoil));
+        EXPECT_NE(little.find(fragment), std::string::npos) << little;
+    }
+    std::string none =
+        "ply\nformat binary_little_endian 1.0\nelement vertex 1\nproperty float x\n"
+        "property float y\nproperty float z\nelement face 0\n"
+        "property list uchar int vertex_indices\nend_header\n";
+    none.append(12, '\0');
+    expectFailure(write("none.ply", none), "no faces");
+}
+
+TEST(InternalUnitsTest, RoundingMatchesRoundHalfAwayFromZeroAndRefusesWhatDoesNotFit) {
+    // std::round and a range check on its result are the oracle.
+    const auto oracle = [](double coordinate, double scale) -> std::optional<std::int32_t> {
+        const double rounded = std::round(coordinate * scale);
+        if (!(rounded >= -2147483648.0 && rounded <= 2147483647.0))
+            return std::nullopt;
+        return static_cast<std::int32_t>(rounded);
+    };
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  0.5,
+                                  -0.5,
+                                  1.5,
+                                  -2.5,
+                                  2147483647.0,
+                                  -2147483648.0,
+                                  2147483647.5,
+                                  -2147483648.5,
+                                  1e300,
+                                  -1e300,
+                                  INFINITY,
+                                  -INFINITY,
+                                  NAN,
+                                  0.49999999999999994,
+                                  4503599627370497.0};
+    for (const double edge :
+         {0.5, 1.5, 1e6 + 0.5, 2147483646.5, -2147483647.5, 2147483647.5, -2147483648.5}) {
+        values.push_back(std::nextafter(edge, 0.0));
+        values.push_back(std::nextafter(edge, edge * 2));
+    }
+    std::mt19937_64 random(17);
+    std::uniform_real_distribution<double> wide(-3e9, 3e9), narrow(-4.0, 4.0);
+    for (int i = 0; i < 20000; ++i) {
+        values.push_back(wide(random));
+        values.push_back(narrow(random));
+        values.push_back(std::floor(narrow(random) * 8.0) / 8.0);  // exact eighths and halves
+    }
+    for (const double scale : {1.0, 1000.0, 0.001, 3.0}) {
+        for (const double value : values) {
+            const std::optional<std::int32_t> expected = oracle(value, scale);
+            ASSERT_EQ(velpick::detail::ToInternalUnits(value, scale), expected)
+                << value << " x " << scale;
+        }
     }
 }
 

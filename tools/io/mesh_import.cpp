@@ -13,6 +13,7 @@
 
 #include "off_reader.h"
 #include "ply_reader.h"
+#include "ply_triangle_mesh.h"
 #include "polygon_soup.h"
 
 namespace velpick {
@@ -155,10 +156,17 @@ PolygonSoup readWithAssimp(const std::filesystem::path& file, bool surfacesFromG
     return soup;
 }
 
-PolygonSoup readPolygons(const std::filesystem::path& file) {
-    const std::string extension = lowerCaseExtension(file);
-    if (extension == ".ply")
-        return detail::ReadPly(FileBytes(file).View());
+// Triangle files in the common binary layout are built where they lie; everything else, and
+// every faulty file, goes through the general reader.
+std::unique_ptr<MStlBase> importPly(const std::filesystem::path& file) {
+    const FileBytes bytes(file);
+    const detail::PlyHeader header = detail::ReadPlyHeader(bytes.View());
+    if (auto mesh = detail::BuildPlyTriangleMesh(header, bytes.View()))
+        return mesh;
+    return detail::BuildMesh(detail::ReadPlyBody(header, bytes.View()));
+}
+
+PolygonSoup readPolygons(const std::filesystem::path& file, const std::string& extension) {
     if (extension == ".off")
         return detail::ReadOff(FileBytes(file).View());
     if (extension == ".obj")
@@ -175,7 +183,10 @@ PolygonSoup readPolygons(const std::filesystem::path& file) {
 
 std::unique_ptr<MStlBase> ImportMesh(const std::filesystem::path& file) {
     try {
-        return detail::BuildMesh(readPolygons(file));
+        const std::string extension = lowerCaseExtension(file);
+        if (extension == ".ply")
+            return importPly(file);
+        return detail::BuildMesh(readPolygons(file, extension));
     } catch (const ImportFailure& failure) {
         throw MeshImportError(file.string() + ": " + failure.what());
     }

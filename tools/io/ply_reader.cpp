@@ -11,130 +11,6 @@
 namespace velpick::detail {
 namespace {
 
-enum class PlyFormat { kAscii, kBinaryLittleEndian, kBinaryBigEndian };
-
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-constexpr bool kLittleEndianHost = true;
-#else
-constexpr bool kLittleEndianHost = false;  // the in-place paths stay off
-#endif
-enum class PlyType { kInt8, kUInt8, kInt16, kUInt16, kInt32, kUInt32, kFloat32, kFloat64 };
-
-struct PlyProperty {
-    std::string name;
-    PlyType type = PlyType::kFloat32;  // the item type of a list
-    bool isList = false;
-    PlyType countType = PlyType::kUInt8;
-};
-
-struct PlyElement {
-    std::string name;
-    std::uint64_t count = 0;
-    std::vector<PlyProperty> properties;
-};
-
-struct PlyHeader {
-    PlyFormat format = PlyFormat::kAscii;
-    std::vector<PlyElement> elements;
-    std::size_t bodyOffset = 0;
-};
-
-// ---- Header ----
-
-[[noreturn]] void failAtLine(const TextCursor& cursor, const std::string& what) {
-    throw ImportFailure("header line " + std::to_string(cursor.LineNumber()) + ": " + what);
-}
-
-bool isInteger(PlyType type) {
-    return type != PlyType::kFloat32 && type != PlyType::kFloat64;
-}
-
-PlyType readType(TextCursor& cursor) {
-    static const std::pair<const char*, PlyType> kNames[] = {
-        {"char", PlyType::kInt8},      {"int8", PlyType::kInt8},
-        {"uchar", PlyType::kUInt8},    {"uint8", PlyType::kUInt8},
-        {"short", PlyType::kInt16},    {"int16", PlyType::kInt16},
-        {"ushort", PlyType::kUInt16},  {"uint16", PlyType::kUInt16},
-        {"int", PlyType::kInt32},      {"int32", PlyType::kInt32},
-        {"uint", PlyType::kUInt32},    {"uint32", PlyType::kUInt32},
-        {"float", PlyType::kFloat32},  {"float32", PlyType::kFloat32},
-        {"double", PlyType::kFloat64}, {"float64", PlyType::kFloat64}};
-    const std::string_view word = cursor.ReadToken();
-    for (const auto& [name, type] : kNames)
-        if (word == name)
-            return type;
-    failAtLine(cursor, "unknown property type '" + std::string(word) + "'");
-}
-
-PlyFormat readFormat(TextCursor& cursor) {
-    const std::string_view word = cursor.ReadToken();
-    if (word == "ascii")
-        return PlyFormat::kAscii;
-    if (word == "binary_little_endian")
-        return PlyFormat::kBinaryLittleEndian;
-    if (word == "binary_big_endian")
-        return PlyFormat::kBinaryBigEndian;
-    failAtLine(cursor, "unknown format '" + std::string(word) + "'");
-}
-
-PlyElement readElement(TextCursor& cursor) {
-    PlyElement element;
-    element.name = cursor.ReadToken();
-    std::int64_t count = -1;
-    if (element.name.empty() || !cursor.ReadInteger(count) || count < 0)
-        failAtLine(cursor, "expected an element name and count");
-    element.count = static_cast<std::uint64_t>(count);
-    return element;
-}
-
-// "property <type> <name>" or "property list <count type> <item type> <name>".
-PlyProperty readProperty(TextCursor& cursor) {
-    PlyProperty property;
-    TextCursor lookAhead = cursor;
-    if (lookAhead.ReadToken() == "list") {
-        cursor = lookAhead;
-        property.isList = true;
-        property.countType = readType(cursor);
-        if (!isInteger(property.countType))
-            failAtLine(cursor, "a list count must be an integer");
-    }
-    property.type = readType(cursor);
-    property.name = cursor.ReadToken();
-    if (property.name.empty())
-        failAtLine(cursor, "expected a property name");
-    return property;
-}
-
-PlyHeader readHeader(std::string_view bytes) {
-    TextCursor cursor(bytes);
-    if (cursor.ReadToken() != "ply")
-        failAtLine(cursor, "not a PLY file (expected 'ply')");
-    PlyHeader header;
-    bool hasFormat = false;
-    for (cursor.NextLine(); !cursor.AtEnd(); cursor.NextLine()) {
-        const std::string_view keyword = cursor.ReadToken();
-        if (keyword == "format") {
-            header.format = readFormat(cursor);
-            hasFormat = true;
-        } else if (keyword == "element") {
-            header.elements.push_back(readElement(cursor));
-        } else if (keyword == "property") {
-            if (header.elements.empty())
-                failAtLine(cursor, "property before any element");
-            header.elements.back().properties.push_back(readProperty(cursor));
-        } else if (keyword == "end_header") {
-            if (!hasFormat)
-                failAtLine(cursor, "the header has no format line");
-            cursor.NextLine();
-            header.bodyOffset = cursor.Position();
-            return header;
-        } else if (keyword != "comment" && keyword != "obj_info" && !keyword.empty()) {
-            failAtLine(cursor, "unknown keyword '" + std::string(keyword) + "'");
-        }
-    }
-    failAtLine(cursor, "the header has no end_header line");
-}
-
 // ---- Body sources: one value at a time, as a double or as an exact integer ----
 
 std::string instanceName(const PlyElement& element, std::uint64_t instance) {
@@ -200,7 +76,7 @@ class BinarySource {
     static std::uint64_t LeastInstanceBytes(const PlyElement& element) {
         std::uint64_t bytes = 0;
         for (const PlyProperty& property : element.properties)
-            bytes += sizeOf(property.isList ? property.countType : property.type);
+            bytes += BinarySize(property.isList ? property.countType : property.type);
         return bytes;
     }
     std::uint64_t BytesLeft() const { return static_cast<std::uint64_t>(m_end - m_next); }
@@ -243,21 +119,6 @@ class BinarySource {
     const char* Next() const { return m_next; }
     const char* End() const { return m_end; }
     void Skip(std::size_t bytes) { m_next += bytes; }
-
-    static std::uint64_t sizeOf(PlyType type) {
-        switch (type) {
-            case PlyType::kInt8:
-            case PlyType::kUInt8:
-                return 1;
-            case PlyType::kInt16:
-            case PlyType::kUInt16:
-                return 2;
-            case PlyType::kFloat64:
-                return 8;
-            default:
-                return 4;
-        }
-    }
 
   private:
     template <class T>
@@ -331,12 +192,12 @@ bool readVerticesInPlace(BinarySource& source, const PlyElement& element,
         if (property.isList)
             return false;
         if (const int axis = axisOf[p]; axis >= 0) {
-            if (isInteger(property.type))
+            if (IsInteger(property.type))
                 return false;
             offset[axis] = stride;
             isDouble[axis] = property.type == PlyType::kFloat64;
         }
-        stride += BinarySource::sizeOf(property.type);
+        stride += BinarySize(property.type);
     }
     // The declared count was checked against the bytes left, so the records are all there.
     const char* record = source.Next();
@@ -379,7 +240,7 @@ int findIndexList(const PlyElement& element) {
         const PlyProperty& property = element.properties[i];
         if (property.isList &&
             (property.name == "vertex_indices" || property.name == "vertex_index")) {
-            if (!isInteger(property.type))
+            if (!IsInteger(property.type))
                 throw ImportFailure("face vertex indices must be integers");
             return static_cast<int>(i);
         }
@@ -485,13 +346,6 @@ void skipElement(Source& source, const PlyElement& element) {
     }
 }
 
-void checkElements(const PlyHeader& header) {
-    for (const char* name : {"vertex", "face"})
-        if (std::count_if(header.elements.begin(), header.elements.end(),
-                          [&](const PlyElement& e) { return e.name == name; }) > 1)
-            throw ImportFailure(std::string("more than one element '") + name + "'");
-}
-
 // A header that declares more instances than the remaining bytes can hold fails before the
 // element is read, so a lying count can neither loop long nor reserve much.
 template <class Source>
@@ -526,9 +380,7 @@ void readBody(Source& source, const PlyHeader& header, std::size_t byteCount, Po
 
 }  // namespace
 
-PolygonSoup ReadPly(std::string_view bytes) {
-    const PlyHeader header = readHeader(bytes);
-    checkElements(header);
+PolygonSoup ReadPlyBody(const PlyHeader& header, std::string_view bytes) {
     const std::string_view body = bytes.substr(header.bodyOffset);
     PolygonSoup soup;
     if (header.format == PlyFormat::kAscii) {

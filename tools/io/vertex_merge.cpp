@@ -1,50 +1,84 @@
 #include "vertex_merge.h"
 
+#include <algorithm>
+#include <memory>
+
 namespace velpick::detail {
 namespace {
 
 constexpr std::uint32_t kNone = UINT32_MAX;
 
-std::size_t positionHash(const std::int32_t* c) {
-    const std::uint64_t h = static_cast<std::uint32_t>(c[0]) * 0x9E3779B97F4A7C15ull ^
-                            static_cast<std::uint32_t>(c[1]) * 0xC2B2AE3D27D4EB4Full ^
-                            static_cast<std::uint32_t>(c[2]) * 0x165667B19E3779F9ull;
-    return static_cast<std::size_t>(h ^ (h >> 29));
+// Mixes all bits of the three coordinates into all 64 bits: the table takes its slot from the
+// low half and a tag from the high half.
+std::uint64_t positionHash(const std::int32_t* c) {
+    std::uint64_t h = static_cast<std::uint32_t>(c[0]) * 0x9E3779B97F4A7C15ull ^
+                      static_cast<std::uint32_t>(c[1]) * 0xC2B2AE3D27D4EB4Full ^
+                      static_cast<std::uint32_t>(c[2]) * 0x165667B19E3779F9ull;
+    h ^= h >> 32;
+    h *= 0xD6E8FEB86659FD93ull;
+    return h ^ (h >> 32);
 }
 
-// For every input vertex, the first input vertex at the same position: an open-addressing
-// table over the input vertices, at most half full.
-std::vector<std::uint32_t> firstOfEqualVertices(const std::vector<std::int32_t>& units) {
-    const std::size_t count = units.size() / 3;
-    std::size_t capacity = 16;
-    while (capacity < 2 * count)
-        capacity *= 2;
-    std::vector<std::uint32_t> table(capacity, kNone);
-    std::vector<std::uint32_t> first(count);
-    for (std::size_t v = 0; v < count; ++v) {
-        const std::int32_t* c = units.data() + 3 * v;
-        for (std::size_t s = positionHash(c) & (capacity - 1);; s = (s + 1) & (capacity - 1)) {
-            if (table[s] == kNone) {
-                table[s] = first[v] = static_cast<std::uint32_t>(v);
-                break;
+// An open-addressing table of input vertices, at most half full. A slot holds a vertex number
+// in its low half and the high half of that vertex's hash in its high half: probes compare
+// coordinates only when the tags agree, so a collision costs no read of a far-away vertex.
+class PositionTable {
+  public:
+    explicit PositionTable(std::size_t count) {
+        std::size_t capacity = 16;
+        while (capacity < 2 * count)
+            capacity *= 2;
+        m_mask = capacity - 1;
+        // Not value-initialised: filled once, with the empty mark.
+        m_slots.reset(new std::uint64_t[capacity]);
+        std::fill_n(m_slots.get(), capacity, kEmpty);
+    }
+
+    void Prefetch(std::uint64_t hash) const { __builtin_prefetch(&m_slots[hash & m_mask]); }
+
+    // The first vertex entered at the position of vertex v, entering v when there is none.
+    std::uint32_t FirstAt(const std::int32_t* units, std::uint32_t v, std::uint64_t hash) {
+        const std::int32_t* c = units + 3 * std::size_t{v};
+        const std::uint64_t tag = hash & ~std::uint64_t{UINT32_MAX};
+        for (std::size_t s = hash & m_mask;; s = (s + 1) & m_mask) {
+            const std::uint64_t slot = m_slots[s];
+            if (slot == kEmpty) {
+                m_slots[s] = tag | v;
+                return v;
             }
-            const std::int32_t* other = units.data() + 3 * std::size_t{table[s]};
-            if (other[0] == c[0] && other[1] == c[1] && other[2] == c[2]) {
-                first[v] = table[s];
-                break;
-            }
+            if ((slot & ~std::uint64_t{UINT32_MAX}) != tag)
+                continue;
+            const auto other = static_cast<std::uint32_t>(slot);
+            const std::int32_t* o = units + 3 * std::size_t{other};
+            if (o[0] == c[0] && o[1] == c[1] && o[2] == c[2])
+                return other;
         }
     }
-    return first;
-}
+
+  private:
+    static constexpr std::uint64_t kEmpty = UINT64_MAX;  // vertex number kNone: never entered
+
+    std::unique_ptr<std::uint64_t[]> m_slots;
+    std::size_t m_mask = 0;
+};
 
 }  // namespace
 
+// Slots are reached in no order, so each vertex's first slot is fetched some vertices ahead.
+void FindFirstOfEqualVertices(const std::int32_t* units, std::size_t count, std::uint32_t* first) {
+    constexpr std::size_t kLookAhead = 32;
+    PositionTable table(count);
+    for (std::size_t v = 0; v < count; ++v) {
+        if (v + kLookAhead < count)
+            table.Prefetch(positionHash(units + 3 * (v + kLookAhead)));
+        first[v] = table.FirstAt(units, static_cast<std::uint32_t>(v), positionHash(units + 3 * v));
+    }
+}
+
 MergedVertices::MergedVertices(MStlBase& mesh, const std::vector<std::int32_t>& units)
-    : m_mesh(mesh),
-      m_units(units),
-      m_first(firstOfEqualVertices(units)),
-      m_meshVertex(m_first.size(), kNone) {}
+    : m_mesh(mesh), m_units(units), m_first(units.size() / 3), m_meshVertex(m_first.size(), kNone) {
+    FindFirstOfEqualVertices(units.data(), m_first.size(), m_first.data());
+}
 
 std::uint32_t MergedVertices::NumberOf(std::uint32_t inputVertex) {
     std::uint32_t& number = m_meshVertex[m_first[inputVertex]];

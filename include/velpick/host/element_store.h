@@ -41,7 +41,9 @@ class MStlElementStore {
         if (m_size == m_chunks.size() * kChunkSize) {
             if (m_size >= kMaxSize)
                 throw std::length_error("more than 2^32 - 1 mesh elements of one kind");
-            m_chunks.push_back(std::make_unique<Storage>());
+            // Default-initialised: the bytes are written as elements are made, so clearing
+            // a fresh chunk first would only add a pass over memory.
+            m_chunks.push_back(std::unique_ptr<Storage>(new Storage));
         }
         T* slot = reinterpret_cast<T*>(m_chunks.back()->bytes) + (m_size & (kChunkSize - 1));
         T* element = new (slot) T(std::forward<Args>(args)...);

@@ -52,6 +52,10 @@ class MStlBase {
     /// mesh must not hold a vertex at these coordinates yet. Cheaper than FindOrAddPoint,
     /// whose coordinate index is brought up to date only when next needed.
     MStlPoint* AddDistinctPoint(std::int32_t x, std::int32_t y, std::int32_t z);
+    /// `count` new vertices at once, vertex k at xyz[3k], xyz[3k + 1], xyz[3k + 2]: the same
+    /// mesh as that many AddDistinctPoint calls, under the same condition. An allocation
+    /// failure keeps the vertices made before it.
+    void AddDistinctPoints(const std::int32_t* xyz, std::size_t count);
     /// Room for this many vertices and triangles in all.
     void Reserve(std::size_t points, std::size_t triangles);
 

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include <velpick/host/stl_base.h>
+
+#include "ply_header.h"
+
+namespace velpick::detail {
+
+/// The mesh of a binary PLY file in the host's byte order whose layout allows reading it where
+/// it lies: exactly the elements "vertex" then "face"; vertex records of scalar properties with
+/// x, y and z stored as float or double; faces of the index list alone, its count a uchar, int
+/// or uint and its items int or uint, every face a triangle; at most 2^31 - 1 vertices.
+/// `bytes` is the whole file and `header` its header.
+///
+/// The mesh is the one the general reader would build (same merged vertices, numbered in order
+/// of first use, same triangles in file order, one surface). Returns null, having built
+/// nothing, for any other layout and for any fault (a truncated or overlong body, a face that
+/// is not a triangle, an index out of range, a coordinate out of range in internal units): the
+/// general reader then reads the file and reports the fault in its own words.
+std::unique_ptr<MStlBase> BuildPlyTriangleMesh(const PlyHeader& header, std::string_view bytes);
+
+}  // namespace velpick::detail
