@@ -13,6 +13,7 @@
 
 #include <velpick/host/element_info.h>
 #include <velpick/host/feature_graphs.h>
+#include <velpick/host/huge_pages.h>
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/named_mask.h>
 #include <velpick/host/stl_base.h>
@@ -256,6 +257,48 @@ TEST(MeshTest, BatchOfVerticesEqualsSingleAdditions) {
     EXPECT_EQ(batched.FindPoint(last[0], last[1], last[2]), &last);
     EXPECT_EQ(batched.FindOrAddPoint(1, -3, 1), &batched.GetPoint(1));
     EXPECT_EQ(batched.GetNumberOfPoints(), made);
+}
+
+TEST(MeshTest, ReservedStorageKeepsElementsInPlaceAndInOrder) {
+    // Storage reserved ahead, outgrown, reserved again mid-chunk and outgrown again: every
+    // vertex keeps its address and number, and walks see them all in creation order.
+    MStlBase stl;
+    std::vector<const MStlPoint*> made;
+    const auto addUpTo = [&](int count) {
+        for (int v = static_cast<int>(made.size()); v < count; ++v)
+            made.push_back(stl.AddDistinctPoint(v, 7 * v, -v));
+    };
+    stl.Reserve(20000, 0);
+    addUpTo(25000);
+    stl.Reserve(40001, 0);
+    stl.Reserve(100, 0);  // less than held: nothing changes
+    addUpTo(40001);
+    addUpTo(50000);
+    ASSERT_EQ(stl.GetNumberOfPoints(), made.size());
+    std::size_t i = 0;
+    for (const MStlPoint& p : stl.Vertices()) {
+        ASSERT_EQ(&p, made[i]) << i;
+        EXPECT_EQ(&stl.GetPoint(i), made[i]);
+        const int v = static_cast<int>(i);
+        EXPECT_EQ((std::array<int, 3>{p[0], p[1], p[2]}), (std::array<int, 3>{v, 7 * v, -v}));
+        EXPECT_EQ(p.GetMaskIndex(), i);
+        ++i;
+    }
+    EXPECT_EQ(i, made.size());
+}
+
+TEST(HugePageAdviceTest, LeavesContentsAloneForAnyRange) {
+    std::vector<unsigned char> bytes(5u << 20);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(i * 131 + 7);
+    const std::vector<unsigned char> before = bytes;
+    MStlAdviseHugePages(bytes.data(), bytes.size());
+    MStlAdviseHugePages(bytes.data() + 12345, 3u << 20);  // unaligned at both ends
+    MStlAdviseHugePages(bytes.data() + 1, 100);           // within one small page
+    MStlAdviseHugePages(bytes.data(), 0);
+    EXPECT_EQ(bytes, before);
+    bytes.assign(bytes.size(), 0);  // still ordinary writable memory
+    EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 0), static_cast<long>(bytes.size()));
 }
 
 TEST(MeshTest, SurfaceIteratorVisitsTreeDepthFirstOnce) {

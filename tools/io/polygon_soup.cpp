@@ -54,13 +54,13 @@ std::unique_ptr<MStlBase> BuildMesh(const PolygonSoup& soup) {
         triangles += soup.faceStarts[face + 1] - soup.faceStarts[face] - 2;
 
     auto mesh = std::make_unique<MStlBase>();
-    mesh->Reserve(soup.VertexCount(), triangles);
-    std::vector<MStlSurface*> surfaces;
-    for (std::size_t s = 0; s < soup.surfaceCount; ++s)
-        surfaces.push_back(mesh->AddSurface(nullptr));
     // Vertices are created in order of first appearance: faces in order, and within each
     // triangle its corners 0, 1, 2. Consecutive faces of one surface go in as one batch.
     MergedVertices vertices(*mesh, units);
+    mesh->Reserve(vertices.PositionCount(), triangles);
+    std::vector<MStlSurface*> surfaces;
+    for (std::size_t s = 0; s < soup.surfaceCount; ++s)
+        surfaces.push_back(mesh->AddSurface(nullptr));
     std::vector<std::uint32_t> batch;  // vertex numbers, three per triangle
     batch.reserve(3 * triangles);
     std::size_t batchSurface = 0;

@@ -78,6 +78,8 @@ void FindFirstOfEqualVertices(const std::int32_t* units, std::size_t count, std:
 MergedVertices::MergedVertices(MStlBase& mesh, const std::vector<std::int32_t>& units)
     : m_mesh(mesh), m_units(units), m_first(units.size() / 3), m_meshVertex(m_first.size(), kNone) {
     FindFirstOfEqualVertices(units.data(), m_first.size(), m_first.data());
+    for (std::size_t v = 0; v < m_first.size(); ++v)
+        m_positionCount += m_first[v] == v;
 }
 
 std::uint32_t MergedVertices::NumberOf(std::uint32_t inputVertex) {

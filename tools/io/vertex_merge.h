@@ -38,12 +38,16 @@ class MergedVertices {
     const MStlPoint& Of(std::uint32_t inputVertex);
     /// The number (mask index) of the mesh vertex of an input vertex, made when first asked for.
     std::uint32_t NumberOf(std::uint32_t inputVertex);
+    /// The number of distinct positions among the input vertices: at most this many mesh
+    /// vertices are made.
+    std::size_t PositionCount() const { return m_positionCount; }
 
   private:
     MStlBase& m_mesh;
     const std::vector<std::int32_t>& m_units;
     std::vector<std::uint32_t> m_first;       // first input vertex at the same position
     std::vector<std::uint32_t> m_meshVertex;  // by first input vertex; UINT32_MAX until made
+    std::size_t m_positionCount = 0;
 };
 
 }  // namespace velpick::detail

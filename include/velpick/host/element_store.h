@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include <velpick/host/huge_pages.h>
+
 /// Elements of type T in creation order, in chunks of kChunkSize. Element i is never moved.
 /// T must be trivially destructible: chunks are released without visiting their elements.
 template <class T>
@@ -31,8 +33,16 @@ class MStlElementStore {
     std::size_t Size() const { return m_size; }
     T& operator[](std::size_t i) const { return Chunk(i >> kChunkShift)[i & (kChunkSize - 1)]; }
 
-    /// Room in the chunk table for `count` elements (the chunks themselves come as needed).
-    void Reserve(std::size_t count) { m_chunks.reserve((count + kChunkSize - 1) >> kChunkShift); }
+    /// Room for `count` elements in all: the missing chunks are allocated now, as one block
+    /// that asks for huge pages, so a store filled to a known size is a few large blocks.
+    void Reserve(std::size_t count) {
+        const std::size_t chunks = (count + kChunkSize - 1) >> kChunkShift;
+        const std::size_t held = m_chunks.size() + m_spare.size();
+        if (chunks > held) {
+            m_chunks.reserve(chunks);
+            AddBlock(chunks - held);
+        }
+    }
 
     /// Constructs element Size() in place and returns it; throws std::length_error beyond
     /// kMaxSize elements.
@@ -41,9 +51,10 @@ class MStlElementStore {
         if (m_size == m_chunks.size() * kChunkSize) {
             if (m_size >= kMaxSize)
                 throw std::length_error("more than 2^32 - 1 mesh elements of one kind");
-            // Default-initialised: the bytes are written as elements are made, so clearing
-            // a fresh chunk first would only add a pass over memory.
-            m_chunks.push_back(std::unique_ptr<Storage>(new Storage));
+            if (m_spare.empty())
+                AddBlock(1);
+            m_chunks.push_back(m_spare.back());
+            m_spare.pop_back();
         }
         T* slot = reinterpret_cast<T*>(m_chunks.back()->bytes) + (m_size & (kChunkSize - 1));
         T* element = new (slot) T(std::forward<Args>(args)...);
@@ -62,7 +73,24 @@ class MStlElementStore {
     struct Storage {
         alignas(T) unsigned char bytes[kChunkSize * sizeof(T)];
     };
-    std::vector<std::unique_ptr<Storage>> m_chunks;
+
+    // Appends `count` chunks to the spare ones, in one allocation; on failure nothing changes.
+    void AddBlock(std::size_t count) {
+        m_blocks.reserve(m_blocks.size() + 1);
+        m_spare.reserve(m_spare.size() + count);
+        // Default-initialised: the bytes are written as elements are made, so clearing a fresh
+        // block first would only add a pass over memory.
+        std::unique_ptr<Storage[]> block(new Storage[count]);
+        MStlAdviseHugePages(block.get(), count * sizeof(Storage));
+        m_spare.insert(m_spare.begin(), count, nullptr);  // the next chunk is taken from the back
+        for (std::size_t k = 0; k < count; ++k)
+            m_spare[count - 1 - k] = block.get() + k;
+        m_blocks.push_back(std::move(block));
+    }
+
+    std::vector<std::unique_ptr<Storage[]>> m_blocks;  // owns every chunk
+    std::vector<Storage*> m_chunks;                    // chunk k holds elements from k << shift
+    std::vector<Storage*> m_spare;                     // allocated, not yet used; next at back
     std::size_t m_size = 0;
 };
 

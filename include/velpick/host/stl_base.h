@@ -56,7 +56,9 @@ class MStlBase {
     /// mesh as that many AddDistinctPoint calls, under the same condition. An allocation
     /// failure keeps the vertices made before it.
     void AddDistinctPoints(const std::int32_t* xyz, std::size_t count);
-    /// Room for this many vertices and triangles in all.
+    /// Room for this many vertices and triangles in all, allocated now (a few large blocks
+    /// backed by huge pages where the system has them); throws std::bad_alloc, changing
+    /// nothing, when the memory cannot be had.
     void Reserve(std::size_t points, std::size_t triangles);
 
     std::size_t GetNumberOfPoints() const { return m_points.Size(); }
