@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <memory>
 
+#include <velpick/host/huge_pages.h>
+
 namespace velpick::detail {
 namespace {
 
@@ -31,6 +33,8 @@ class PositionTable {
         m_mask = capacity - 1;
         // Not value-initialised: filled once, with the empty mark.
         m_slots.reset(new std::uint64_t[capacity]);
+        // Probes land anywhere in the table: huge pages spare address translations.
+        MStlAdviseHugePages(m_slots.get(), capacity * sizeof(std::uint64_t));
         std::fill_n(m_slots.get(), capacity, kEmpty);
     }
 
