@@ -454,6 +454,31 @@ TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
     expectFailure(write("none.ply", none), "no faces");
 }
 
+TEST(VertexMergeTest, FirstOfEqualVerticesMatchesAnOrderedMap) {
+    // Counts around powers of two (where the table splits its slots differently), positions
+    // drawn from a few values so that most repeat, from many so that few do, and from many
+    // with every vertex of the second half a copy of any earlier one, late ones included.
+    std::mt19937 random(11);
+    for (const std::size_t count : {0u, 1u, 2u, 3u, 7u, 8u, 255u, 256u, 257u, 70000u}) {
+        for (const int mode : {0, 1, 2}) {
+            const int spread = mode == 0 ? 3 : 1 << 30;
+            std::vector<std::int32_t> units(3 * count);
+            for (std::int32_t& u : units)
+                u = static_cast<std::int32_t>(random() % spread) - spread / 2;
+            for (std::size_t v = std::max<std::size_t>(1, count / 2); mode == 2 && v < count; ++v)
+                std::copy_n(&units[3 * (random() % v)], 3, &units[3 * v]);
+            std::vector<std::uint32_t> first(count, 12345);
+            velpick::detail::FindFirstOfEqualVertices(units.data(), count, first.data());
+            std::map<Corner, std::uint32_t> seen;
+            for (std::size_t v = 0; v < count; ++v) {
+                const Corner position{units[3 * v], units[3 * v + 1], units[3 * v + 2]};
+                const auto it = seen.try_emplace(position, static_cast<std::uint32_t>(v)).first;
+                ASSERT_EQ(first[v], it->second) << "count " << count << ", vertex " << v;
+            }
+        }
+    }
+}
+
 TEST(InternalUnitsTest, RoundingMatchesRoundHalfAwayFromZeroAndRefusesWhatDoesNotFit) {
     // std::round and a range check on its result are the oracle.
     const auto oracle = [](double coordinate, double scale) -> std::optional<std::int32_t> {

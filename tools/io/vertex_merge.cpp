@@ -22,8 +22,9 @@ std::uint64_t positionHash(const std::int32_t* c) {
 }
 
 // An open-addressing table of input vertices, at most half full. A slot holds a vertex number
-// in its low half and the high half of that vertex's hash in its high half: probes compare
-// coordinates only when the tags agree, so a collision costs no read of a far-away vertex.
+// in its low bits (as many as the count needs) and, in the bits above, a tag taken from the
+// vertex's hash: probes compare coordinates only when the tags agree, so a collision rarely
+// costs a read of a far-away vertex, and the table stays 4 bytes a slot.
 class PositionTable {
   public:
     explicit PositionTable(std::size_t count) {
@@ -31,10 +32,15 @@ class PositionTable {
         while (capacity < 2 * count)
             capacity *= 2;
         m_mask = capacity - 1;
+        // Vertex numbers stay below the all-ones number field, so no entered slot is kEmpty.
+        int numberBits = 1;
+        while (numberBits < 32 && (std::uint64_t{1} << numberBits) - 1 < count)
+            ++numberBits;
+        m_tagMask = static_cast<std::uint32_t>(~((std::uint64_t{1} << numberBits) - 1));
         // Not value-initialised: filled once, with the empty mark.
-        m_slots.reset(new std::uint64_t[capacity]);
+        m_slots.reset(new std::uint32_t[capacity]);
         // Probes land anywhere in the table: huge pages spare address translations.
-        MStlAdviseHugePages(m_slots.get(), capacity * sizeof(std::uint64_t));
+        MStlAdviseHugePages(m_slots.get(), capacity * sizeof(std::uint32_t));
         std::fill_n(m_slots.get(), capacity, kEmpty);
     }
 
@@ -43,16 +49,16 @@ class PositionTable {
     // The first vertex entered at the position of vertex v, entering v when there is none.
     std::uint32_t FirstAt(const std::int32_t* units, std::uint32_t v, std::uint64_t hash) {
         const std::int32_t* c = units + 3 * std::size_t{v};
-        const std::uint64_t tag = hash & ~std::uint64_t{UINT32_MAX};
+        const std::uint32_t tag = static_cast<std::uint32_t>(hash >> 32) & m_tagMask;
         for (std::size_t s = hash & m_mask;; s = (s + 1) & m_mask) {
-            const std::uint64_t slot = m_slots[s];
+            const std::uint32_t slot = m_slots[s];
             if (slot == kEmpty) {
                 m_slots[s] = tag | v;
                 return v;
             }
-            if ((slot & ~std::uint64_t{UINT32_MAX}) != tag)
+            if ((slot & m_tagMask) != tag)
                 continue;
-            const auto other = static_cast<std::uint32_t>(slot);
+            const std::uint32_t other = slot & ~m_tagMask;
             const std::int32_t* o = units + 3 * std::size_t{other};
             if (o[0] == c[0] && o[1] == c[1] && o[2] == c[2])
                 return other;
@@ -60,10 +66,11 @@ class PositionTable {
     }
 
   private:
-    static constexpr std::uint64_t kEmpty = UINT64_MAX;  // vertex number kNone: never entered
+    static constexpr std::uint32_t kEmpty = UINT32_MAX;
 
-    std::unique_ptr<std::uint64_t[]> m_slots;
+    std::unique_ptr<std::uint32_t[]> m_slots;
     std::size_t m_mask = 0;
+    std::uint32_t m_tagMask = 0;
 };
 
 }  // namespace
