@@ -68,10 +68,11 @@ ArrayMesh BuildArrayMesh(const MeshArrays<Coordinate, Index>& arrays) {
     CheckFaces(arrays.faces, arrays.vertices.rows);
 
     auto mesh = std::make_unique<MStlBase>();
-    mesh->Reserve(arrays.vertices.rows, arrays.faces.rows);
+    detail::MergedVertices vertices(*mesh, units);
+    // Reserving allocates: rows at repeated positions would only take memory.
+    mesh->Reserve(vertices.PositionCount(), arrays.faces.rows);
     MStlSurface& markable = *mesh->AddSurface(nullptr);
     MStlSurface* fixed = arrays.markable ? mesh->AddSurface(nullptr) : &markable;
-    detail::MergedVertices vertices(*mesh, units);
     for (std::size_t f = 0; f < arrays.faces.rows; ++f) {
         const bool mayMark = !arrays.markable || arrays.markable->At(f) != 0;
         const MStlPoint& a = vertices.Of(static_cast<std::uint32_t>(arrays.faces.At(f, 0)));
