@@ -4,7 +4,8 @@
 // and the region test. A pixel-space triangle is split at its top vertex into a left and a
 // right boundary; the edge walks write, per row, the x (and depth) of each boundary into the
 // left and right halves of the raster's span records, and the span scans then visit the
-// columns between them.
+// columns between them. ScanTriangleRows hands each row's boundaries to its visitor, walking
+// the common triangle in registers with the very values the records would hold.
 
 #include <algorithm>
 #include <cmath>
