@@ -41,8 +41,8 @@ constexpr std::uint8_t kIgnored = 0x8;    // neither drawn nor marked
 constexpr std::uint8_t kSelected = 0xC;   // mark-through: covers a region pixel
 
 /// A tolerance in model length as whole internal units; negative and NaN give 0.
-std::size_t ToInternalUnits(double tolerance) {
-    const double units = VelSDK::Common::MInternalUnits::Get() * tolerance;
+std::size_t ToInternalUnits(double tolerance, double unitsPerModelUnit) {
+    const double units = unitsPerModelUnit * tolerance;
     if (!(units > 0.0))
         return 0;
     if (units >= 18446744073709551616.0)
@@ -63,7 +63,8 @@ double Dot(const point3d& a, const point3d& b) {
 // The operator's members and steps. The setters only store; operate() runs the steps.
 class MStlBaseOperatorMarkPolygon::Impl {
   public:
-    Impl(double pixelProportion, double depthTolerance, bool skipHiddenSurfaces);
+    Impl(double pixelProportion, double depthTolerance, bool skipHiddenSurfaces,
+         double unitsPerModelUnit);
 
     void AddStl(MStlBase* stl, const MMTransformMatrix* view, const MMTransformMatrix* placement,
                 bool markWholeMesh, IStlMarkTriangles* sink);
@@ -152,7 +153,15 @@ MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon(double pixelProportion,
                                                          double depthTolerance,
                                                          bool skipHiddenSurfaces)
-    : m_impl(std::make_unique<Impl>(pixelProportion, depthTolerance, skipHiddenSurfaces)) {}
+    : MStlBaseOperatorMarkPolygon(pixelProportion, depthTolerance, skipHiddenSurfaces,
+                                  VelSDK::Common::MInternalUnits::Get()) {}
+
+MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon(double pixelProportion,
+                                                         double depthTolerance,
+                                                         bool skipHiddenSurfaces,
+                                                         double unitsPerModelUnit)
+    : m_impl(std::make_unique<Impl>(pixelProportion, depthTolerance, skipHiddenSurfaces,
+                                    unitsPerModelUnit)) {}
 
 MStlBaseOperatorMarkPolygon::~MStlBaseOperatorMarkPolygon() = default;
 
@@ -204,11 +213,11 @@ std::uint64_t MStlBaseOperatorMarkPolygon::RasterBytes() const {
 }
 
 MStlBaseOperatorMarkPolygon::Impl::Impl(double pixelProportion, double depthTolerance,
-                                        bool skipHiddenSurfaces)
-    : m_depthTolerance(ToInternalUnits(depthTolerance)),
+                                        bool skipHiddenSurfaces, double unitsPerModelUnit)
+    : m_depthTolerance(ToInternalUnits(depthTolerance, unitsPerModelUnit)),
       m_pixelProportion(pixelProportion),
       m_skipHiddenSurfaces(skipHiddenSurfaces) {
-    m_depthRaster.m_depthTolerance = ToInternalUnits(depthTolerance);
+    m_depthRaster.m_depthTolerance = m_depthTolerance;
     m_depthRaster.m_finalized = true;
 }
 

@@ -33,6 +33,11 @@ class MStlBaseOperatorMarkPolygon {
     /// marked.
     MStlBaseOperatorMarkPolygon(double pixelProportion, double depthTolerance,
                                 bool skipHiddenSurfaces);
+    /// The same with the internal-unit scale given (internal units per model length unit)
+    /// instead of read from MInternalUnits::Get(): a host that picks on several threads, or
+    /// meshes of different scales, passes each run its own scale and shares no state.
+    MStlBaseOperatorMarkPolygon(double pixelProportion, double depthTolerance,
+                                bool skipHiddenSurfaces, double unitsPerModelUnit);
     ~MStlBaseOperatorMarkPolygon();
     MStlBaseOperatorMarkPolygon(const MStlBaseOperatorMarkPolygon&) = delete;
     MStlBaseOperatorMarkPolygon& operator=(const MStlBaseOperatorMarkPolygon&) = delete;
