@@ -8,6 +8,7 @@
 #include <velpick/camera_view.h>
 #include <velpick/host/internal_units.h>
 #include <velpick/host/mark_triangles.h>
+#include <velpick/host/plane_transform.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/vector_math.h>
 #include "mark_polygon/depth_rasterizer.h"
@@ -390,17 +391,8 @@ void MStlBaseOperatorMarkPolygon::Impl::_MapClippingPlanes() {
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         const MMTransformMatrix& inverse = m_inversePlacement[mesh];
         std::vector<MMPlaneEq<double>> mapped;
-        for (const MMPlaneEq<double>& plane : m_clippingPlanes) {
-            const point3d normal{plane.a, plane.b, plane.c};
-            const double scale = -plane.d / Dot(normal, normal);
-            const point3d onPlane{normal.x * scale, normal.y * scale, normal.z * scale};
-            point3d mappedNormal, mappedPoint;
-            inverse.Transform(mappedPoint, onPlane, false);
-            inverse.Transform(mappedNormal, normal, true);
-            VelSDK::Math::Normalize(mappedNormal);
-            mapped.push_back(
-                {mappedNormal.x, mappedNormal.y, mappedNormal.z, -Dot(mappedNormal, mappedPoint)});
-        }
+        for (const MMPlaneEq<double>& plane : m_clippingPlanes)
+            mapped.push_back(VelSDK::Math::TransformPlane(plane, inverse));
         m_meshClippingPlanes.push_back(std::move(mapped));
     }
 }

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include <velpick/host/plane_transform.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/stl_iterators.h>
 #include <velpick/host/stl_surface.h>
@@ -15,19 +16,17 @@ using visibility::Piece;
 
 namespace {
 
-// Carries a plane through `inverse` by its foot point (the point of the plane nearest the
-// origin) and its normal as a direction. A zero normal has no foot point; the origin stands in
-// for it, so no division by zero happens.
+// Carries a plane through `inverse`. A zero normal has no foot point: the plane keeps
+// everything instead (the origin stands in for the foot point), as the detector always did.
 MMPlaneEq<double> CarryPlane(const MMPlaneEq<double>& plane, const MMTransformMatrix& inverse) {
-    const double lengthSq = plane.a * plane.a + plane.b * plane.b + plane.c * plane.c;
-    const double scale = lengthSq != 0.0 ? -plane.d / lengthSq : 0.0;
-    point3d foot;
-    inverse.Transform(foot, point3d{scale * plane.a, scale * plane.b, scale * plane.c}, false);
-    point3d normal;
-    inverse.Transform(normal, point3d{plane.a, plane.b, plane.c}, true);
-    VelSDK::Math::Normalize(normal);
-    const double offset = -(normal.x * foot.x + normal.y * foot.y + normal.z * foot.z);
-    return {normal.x, normal.y, normal.z, offset};
+    if (plane.a * plane.a + plane.b * plane.b + plane.c * plane.c == 0.0) {
+        point3d foot, normal;
+        inverse.Transform(foot, point3d{0.0, 0.0, 0.0}, false);
+        inverse.Transform(normal, point3d{0.0, 0.0, 0.0}, true);
+        return {normal.x, normal.y, normal.z,
+                -(normal.x * foot.x + normal.y * foot.y + normal.z * foot.z)};
+    }
+    return VelSDK::Math::TransformPlane(plane, inverse);
 }
 
 // The affine product in the row-vector layout of matrix4x4, no division by w.
