@@ -251,6 +251,49 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
         }
 }
 
+TEST(VisibilityThreads, PiecesOfZeroHeightGiveTheSameMarksInEveryChunking) {
+    // A piece that projects to a point has zero height: it starts on the line at its own y and
+    // only a line within DBL_EPSILON of that y cuts it. Two such needles a few ulps apart put two
+    // lines that close; the lower needle is seen on the upper line, whichever chunk that line
+    // begins.
+    MMTransformMatrix lowerShift, upperShift;
+    lowerShift.MakeTranslation({0.3, 0.3, 0});
+    upperShift.MakeTranslation({0.3, 0.3 + 1e-16, 0});
+    const auto frame = [](const MMTransformMatrix& shift) {
+        MMTransformMatrix m;
+        m.MakeScale3D(0.01, 0.01, 0.01);
+        return m.PreMultiply(shift);
+    };
+    const auto needle = [] {
+        return scene::oneSurface([](MStlSurface& s) {
+            scene::addTriangle(s, {0, 0, 0}, {0, 0, 10}, {0, 0, 20});
+        });
+    };
+    const auto back = scene::plate(100, -1000, 2);
+    const auto lower = needle(), upper = needle();
+    std::vector<std::vector<bool>> runs;
+    for (int threads : {1, 2, 3, 4}) {
+        tbb::task_arena arena(threads);
+        MStlMarkTrianglesByMasks backMarks(*back), lowerMarks(*lower), upperMarks(*upper);
+        arena.execute([&] {
+            Detector d;
+            d.AddStlAndTransformation(back.get(), frame(lowerShift), {}, true, &backMarks);
+            d.AddStlAndTransformation(lower.get(), frame(lowerShift), {}, true, &lowerMarks);
+            d.AddStlAndTransformation(upper.get(), frame(upperShift), {}, true, &upperMarks);
+            d.SetPixelProportion(9);
+            d.SetPath({{-0.5, -0.4}, {1.1, -0.5}, {1.2, 1.0}, {-0.4, 1.1}});
+            d.Operate();
+        });
+        runs.push_back(Marks(*back, backMarks));
+        runs.back().push_back(lowerMarks.IsMarked(lower->GetTriangle(0)));
+        runs.back().push_back(upperMarks.IsMarked(upper->GetTriangle(0)));
+    }
+    EXPECT_TRUE(runs[0].end()[-2]);  // the single chunk sees the lower needle
+    EXPECT_FALSE(runs[0].back());    // and no line at or above the upper one cuts it
+    for (const std::vector<bool>& run : runs)
+        EXPECT_EQ(run, runs[0]);
+}
+
 TEST(VisibilitySetUp, DegenerateInputMarksNothingAndReturns) {
     const auto plate = scene::plate(3000, 100, 6);
     const auto marked = [&](const std::function<void(Detector&)>& configure) {

@@ -16,6 +16,7 @@
 #include "visibility/chunk_sweep.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
+#include "visibility/sweep_constants.h"
 #include "visibility/sweep_events.h"
 
 using VelSDK::Math::point2d;
@@ -147,7 +148,17 @@ Chunks SplitIntoChunks(const std::vector<Point>& events, const std::vector<doubl
     return chunks;
 }
 
-// For every chunk, the pieces strictly across its first line, in ascending global index.
+// Whether a piece is active on a chunk's first line y as it would be in one chunk of all lines:
+// strictly across it, or of zero height below it and still cut by it. A piece of zero height
+// meets its end event before its start event, so it stays active to the end of its chunk; only
+// lines within kOnPlaneTolerance above it cut it, and those see it in every chunking.
+bool ActiveOnFirstLine(const PieceRef& ref, double y) {
+    if (ref.yMin == ref.yMax)
+        return ref.yMin < y && !(ref.yMin - y < -kOnPlaneTolerance);
+    return ref.yMin < y && y < ref.yMax;
+}
+
+// For every chunk, the pieces active on its first line, in ascending global index.
 std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<PieceRef>& refs,
                                                           const std::vector<double>& lines,
                                                           const Chunks& chunks) {
@@ -158,7 +169,7 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
     for (std::size_t index = 0; index < refs.size(); ++index) {
         const PieceRef& ref = refs[index];
         auto chunk = std::upper_bound(firstY.begin(), firstY.end(), ref.yMin);
-        for (; chunk != firstY.end() && *chunk < ref.yMax; ++chunk)
+        for (; chunk != firstY.end() && ActiveOnFirstLine(ref, *chunk); ++chunk)
             sets[chunk - firstY.begin()].push_back(index);
     }
     return sets;
