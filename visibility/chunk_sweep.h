@@ -5,8 +5,8 @@
 #include <vector>
 
 #include <velpick/host/point.h>
-#include <velpick/visibility_detector.h>
 #include "visibility/region_intervals.h"
+#include "visibility/screen_piece.h"
 
 namespace visibility {
 
@@ -15,20 +15,28 @@ namespace visibility {
 /// mark goes.
 struct SweepPiece {
     VelSDK::Math::point3d corners[3];
-    MStlBaseOperatorVisibilityDetector::Triangle* piece;
+    Triangle* piece;
     bool markable;
 };
 
 /// The sweep over one chunk of sample lines: the pieces active between lines, and the
 /// decision on each line of which markable pieces are seen inside the region.
 ///
+/// Cutting a piece on a line: its corners in lexicographic (x, y, z) order c0, c1, c2, its edges
+/// in the order c0c1, c1c2, c0c2; an edge is cut from its smaller corner a towards b at
+/// t = d_a/(d_a − d_b) (an edge lying on the line gives corner a). The segment starts at the
+/// leftmost cut (the first found, at equal x) and ends at the rightmost (the last found).
+///
+/// The x sweep of a line handles events at equal x in the order segment starts, segment ends,
+/// region-interval starts, region-interval ends, and within one kind by ascending piece index.
+/// Two segments are compared at m = (lo + hi)/2 of their common x-range, a segment's depth
+/// there being z0 + (z1 − z0)·((m − x0)/(x1 − x0)), or (z0 + z1)/2 when x0 = x1.
+///
 /// One object serves many chunks in turn (Begin starts one); its working storage is reused
 /// from line to line and from chunk to chunk, and the marks found depend only on the lines and
 /// the active pieces, never on what the object did before.
 class ChunkSweep {
   public:
-    using Triangle = MStlBaseOperatorVisibilityDetector::Triangle;
-
     ChunkSweep(const std::vector<SweepPiece>& pieces, bool markThrough)
         : m_pieces(&pieces), m_markThrough(markThrough) {}
 

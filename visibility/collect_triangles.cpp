@@ -6,7 +6,7 @@
 #include <velpick/host/stl_surface.h>
 #include <velpick/host/stl_triangle.h>
 #include <velpick/host/vector_math.h>
-#include <velpick/visibility_detector.h>
+#include "visibility/detector_impl.h"
 #include "visibility/piece_clipper.h"
 
 using VelSDK::Math::matrix4x4;
@@ -56,7 +56,7 @@ bool IsFlipped(const Piece& piece) {
 
 }  // namespace
 
-void MStlBaseOperatorVisibilityDetector::_CollectTriangles() {
+void MStlBaseOperatorVisibilityDetector::Impl::_CollectTriangles() {
     triangles.clear();
     triangles.resize(stls.size());
     std::vector<MMPlaneEq<double>> modelPlanes;

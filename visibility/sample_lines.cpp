@@ -22,8 +22,7 @@ void SortValues(std::vector<T>& values, Less less) {
 
 template void SortValues(std::vector<Point>&, PointKeyComparator);
 template void SortValues(std::vector<double>&, std::less<double>);
-template void SortValues(std::vector<MStlBaseOperatorVisibilityDetector::Triangle*>&,
-                         std::less<MStlBaseOperatorVisibilityDetector::Triangle*>);
+template void SortValues(std::vector<visibility::Triangle*>&, std::less<visibility::Triangle*>);
 
 void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events) {
     for (std::size_t index = 0; index < refs.size(); ++index) {

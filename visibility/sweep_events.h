@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <vector>
 
-#include <velpick/visibility_detector.h>
+#include "visibility/screen_piece.h"
 
 namespace visibility {
 
 /// One piece taking part in a run, by global index (meshes in order, pieces in order), with
 /// its unshrunk y bounds.
 struct PieceRef {
-    MStlBaseOperatorVisibilityDetector::Triangle* piece;
+    Triangle* piece;
     std::size_t mesh;
     double yMax, yMin;
 };

@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include <velpick/host/vector_math.h>
-#include <velpick/visibility_detector.h>
+#include "visibility/detector_impl.h"
 #include "visibility/sweep_constants.h"
 
 using VelSDK::Math::point2d;
@@ -35,7 +35,7 @@ void Rotate(const MMTransformMatrix& rotation, point3d& p) {
 
 }  // namespace
 
-void MStlBaseOperatorVisibilityDetector::_TransformModel() {
+void MStlBaseOperatorVisibilityDetector::Impl::_TransformModel() {
     // x components of the normals of edge-on pieces, mirrored, within the bounds ±1. An
     // edge-on piece projects to a line perpendicular to its normal's (x, y); the sweep
     // direction is then taken where these directions leave the widest gap.

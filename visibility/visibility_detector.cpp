@@ -1,4 +1,5 @@
 #include <velpick/visibility_detector.h>
+#include "visibility/detector_impl.h"
 
 #include <tbb/blocked_range.h>
 #include <tbb/enumerable_thread_specific.h>
@@ -22,56 +23,68 @@
 using VelSDK::Math::point2d;
 using namespace visibility;
 
+MStlBaseOperatorVisibilityDetector::MStlBaseOperatorVisibilityDetector()
+    : m_impl(std::make_unique<Impl>()) {}
+MStlBaseOperatorVisibilityDetector::~MStlBaseOperatorVisibilityDetector() = default;
+MStlBaseOperatorVisibilityDetector::MStlBaseOperatorVisibilityDetector(
+    MStlBaseOperatorVisibilityDetector&&) noexcept = default;
+MStlBaseOperatorVisibilityDetector& MStlBaseOperatorVisibilityDetector::operator=(
+    MStlBaseOperatorVisibilityDetector&&) noexcept = default;
+
 void MStlBaseOperatorVisibilityDetector::AddStlAndTransformation(
     const MStlBase* stl, const MMTransformMatrix& modelToScreen,
     const MMTransformMatrix& planeTransform, bool allSurfacesMarkable,
     MStlMarkTrianglesByMasks* marker) {
-    stls.push_back({stl, modelToScreen, planeTransform, allSurfacesMarkable, marker});
+    m_impl->stls.push_back({stl, modelToScreen, planeTransform, allSurfacesMarkable, marker});
 }
 
 void MStlBaseOperatorVisibilityDetector::AddClippingPlane(const MMPlaneEq<double>& plane) {
-    clippingPlanes.push_back(plane);
+    m_impl->clippingPlanes.push_back(plane);
 }
 
-void MStlBaseOperatorVisibilityDetector::SetPath(std::vector<point2d> newPath) {
-    path = std::move(newPath);
+void MStlBaseOperatorVisibilityDetector::SetPath(std::vector<point2d> path) {
+    m_impl->path = std::move(path);
 }
 
 void MStlBaseOperatorVisibilityDetector::SetBrushRadius(double radius) {
-    brushRadius = radius;
+    m_impl->brushRadius = radius;
 }
 
 void MStlBaseOperatorVisibilityDetector::SetPixelProportion(double proportion) {
-    pixelProportion = proportion;
+    m_impl->pixelProportion = proportion;
 }
 
-void MStlBaseOperatorVisibilityDetector::SetMode(Mode newMode) {
-    mode = newMode;
+void MStlBaseOperatorVisibilityDetector::SetMode(Mode mode) {
+    m_impl->mode = mode;
 }
 
-void MStlBaseOperatorVisibilityDetector::SetMark(bool newMark) {
-    mark = newMark;
+void MStlBaseOperatorVisibilityDetector::SetMark(bool mark) {
+    m_impl->mark = mark;
 }
 
-void MStlBaseOperatorVisibilityDetector::SetMarkThrough(bool newMarkThrough) {
-    markThrough = newMarkThrough;
+void MStlBaseOperatorVisibilityDetector::SetMarkThrough(bool markThrough) {
+    m_impl->markThrough = markThrough;
 }
 
 void MStlBaseOperatorVisibilityDetector::SetMarkFlippedTriangles(bool markFlipped) {
-    markFlippedTriangles = markFlipped;
+    m_impl->markFlippedTriangles = markFlipped;
 }
 
 void MStlBaseOperatorVisibilityDetector::SetCheckSurfaceVisibility(bool check) {
-    checkSurfaceVisibility = check;
+    m_impl->checkSurfaceVisibility = check;
 }
 
 void MStlBaseOperatorVisibilityDetector::SetMarkableSurface(const MStlSurface& surface) {
-    markableSurfaces.insert(&surface);
+    m_impl->markableSurfaces.insert(&surface);
+}
+
+void MStlBaseOperatorVisibilityDetector::Operate() {
+    m_impl->Operate();
 }
 
 namespace {
 
-using Triangle = MStlBaseOperatorVisibilityDetector::Triangle;
+using Triangle = visibility::Triangle;
 using VelSDK::Math::point3d;
 
 bool LexicographicLess(const point3d& a, const point3d& b) {
@@ -237,27 +250,29 @@ void SweepChunk(ChunkSweep& sweep, const std::vector<Point>& events, std::size_t
 
 }  // namespace
 
-void MStlBaseOperatorVisibilityDetector::Operate() {
-    if (stls.empty())
-        return;
-    const bool brush = mode == Brush;
+bool MStlBaseOperatorVisibilityDetector::Impl::_ComputeRegionBox() {
     for (const point2d& p : path)
         if (!std::isfinite(p.x) || !std::isfinite(p.y))
-            return;
-    if (brush && !std::isfinite(brushRadius))
-        return;
-
+            return false;
+    if (mode == Brush && !std::isfinite(brushRadius))
+        return false;
     pathBoxMin = {DBL_MAX, DBL_MAX};
     pathBoxMax = {-DBL_MAX, -DBL_MAX};
     for (const point2d& p : path) {
         pathBoxMin = {std::min(pathBoxMin.x, p.x), std::min(pathBoxMin.y, p.y)};
         pathBoxMax = {std::max(pathBoxMax.x, p.x), std::max(pathBoxMax.y, p.y)};
     }
-    pixelStep = 1.0 / pixelProportion;
-    if (brush) {
+    if (mode == Brush) {
         pathBoxMin = {pathBoxMin.x - brushRadius, pathBoxMin.y - brushRadius};
         pathBoxMax = {pathBoxMax.x + brushRadius, pathBoxMax.y + brushRadius};
     }
+    return true;
+}
+
+void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
+    if (stls.empty() || !_ComputeRegionBox())
+        return;
+    pixelStep = 1.0 / pixelProportion;
     _CollectTriangles();
     _TransformModel();
 
@@ -266,9 +281,6 @@ void MStlBaseOperatorVisibilityDetector::Operate() {
     if (lines.empty())
         return;
     CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
-
-    const RegionIntervals regions =
-        brush ? BrushIntervals(runPath, brushRadius, lines) : PolygonIntervals(runPath, lines);
     std::vector<Point> events;
     events.reserve(2 * refs.size() + lines.size());
     AppendPieceYEvents(refs, events);
@@ -276,6 +288,15 @@ void MStlBaseOperatorVisibilityDetector::Operate() {
         events.push_back(Point::Make(lines[line], line, kSampleLine));
     SortValues(events, PointYComparator());
 
+    _SweepChunks(refs, lines, events);
+    _MarkVisiblePieces();
+}
+
+void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<PieceRef>& refs,
+                                                            const std::vector<double>& lines,
+                                                            const std::vector<Point>& events) {
+    const RegionIntervals regions = mode == Brush ? BrushIntervals(runPath, brushRadius, lines)
+                                                  : PolygonIntervals(runPath, lines);
     const Chunks chunks = SplitIntoChunks(events, lines);
     const std::vector<std::vector<std::uint64_t>> initialSets =
         InitialActiveSets(refs, lines, chunks);
@@ -295,7 +316,9 @@ void MStlBaseOperatorVisibilityDetector::Operate() {
                                          chunkResults[chunk]);
                           }
                       });
+}
 
+void MStlBaseOperatorVisibilityDetector::Impl::_MarkVisiblePieces() {
     std::size_t foundCount = 0;
     for (const std::vector<Triangle*>& found : chunkResults)
         foundCount += found.size();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <memory>
 #include <vector>
 
 #include <velpick/host/plane_eq.h>
@@ -24,38 +24,19 @@ class MStlMarkTrianglesByMasks;
 /// The detector borrows meshes, surfaces and markers: they must outlive every Operate(). It
 /// creates no threads; one detector must not be used from two threads at once.
 ///
-/// Choices where the algorithm leaves room (each gives the marks the algorithm describes):
-/// - Polygon crossings: a polygon edge counts on a line at y when min(y_a, y_b) ≤ y <
-///   max(y_a, y_b), at x = x_a + (y − y_a)·(x_b − x_a)/(y_b − y_a); horizontal edges never
-///   count. Crossings are paired even-odd; touching or overlapping intervals are merged.
-/// - Brush: a segment's band is the rectangle between its two edge lines and the two caps
-///   through its end points, so discs and bands together form the stroke of all points within
-///   brushRadius of the path; a band of a horizontal segment covers [min x, max x] over the
-///   whole y-range of width 2r. Zero-length segments add no band (their disc covers them).
-///   Intervals that touch or overlap are merged.
-/// - x sweep of a line: events at equal x are handled in the order segment starts, segment
-///   ends, region-interval starts, region-interval ends, and within one kind by ascending piece
-///   index (pieces counted over all meshes in registration order), so pieces entering at one x
-///   are inserted into the depth order in that order. Two segments are compared at
-///   m = (lo + hi)/2 of their common x-range [lo, hi], a segment's depth there being
-///   z0 + (z1 − z0)·((m − x0)/(x1 − x0)), or (z0 + z1)/2 when x0 = x1.
-/// - Cutting a piece on a line: its corners are taken in lexicographic (x, y, z) order c0, c1,
-///   c2 and its edges in the order c0c1, c1c2, c0c2; an edge is cut from its smaller corner a
-///   towards b at t = d_a/(d_a − d_b) (an edge lying on the line, d_a = d_b, gives corner a).
-///   The segment starts at the leftmost cut (the first one found, at equal x) and ends at the
-///   rightmost (the last one found, at equal x).
-/// - Containers: a chunk keeps its active pieces in stable slots with an index of each piece's
-///   slot, and its x orders from line to line; its results are a vector that may repeat a
-///   piece. Only the merged, sorted and de-duplicated list of pieces is marked, so the marks
-///   equal those of the ordered sets the algorithm names, whatever the number of threads.
-/// - A clipping plane with a zero normal is carried into model space with the origin as its
-///   foot point; it then keeps everything.
-/// - The in-plane rotation turns about the origin, and is applied to a working copy of the
-///   path: the stored path never changes.
+/// Region and sweep rules (each fixes the marks exactly):
+/// - Polygon: even-odd interior; an edge counts on a line at y when min(y_a, y_b) ≤ y <
+///   max(y_a, y_b), so horizontal edges never count.
+/// - Brush: every point within brushRadius of the path (a disc at each point, a band along each
+///   segment of non-zero length).
+/// - On each sample line every piece is cut into an x segment; pieces enter a depth order in x
+///   order (ties by piece index over all meshes in registration order) and move ahead of each
+///   piece they are nearer than at the middle of their common x-range. The front piece of that
+///   order is seen wherever it lies inside the region.
 /// - Non-finite input marks nothing instead of failing: a path with a non-finite coordinate,
 ///   or a non-finite brush radius in Brush mode, makes Operate() return at once; a piece with a
-///   NaN y takes part in no line, and a piece whose cut on a line has a NaN x is left out of
-///   that line. A pixelProportion that is not positive and finite adds no fill lines.
+///   NaN y takes part in no line. A pixelProportion that is not positive and finite adds no
+///   fill lines. A clipping plane with a zero normal keeps everything.
 class MStlBaseOperatorVisibilityDetector {
   public:
     /// Region kind; the values are fixed.
@@ -66,16 +47,10 @@ class MStlBaseOperatorVisibilityDetector {
         Polygon = 1
     };
 
-    /// One clipped piece of one host triangle in screen space: x, y in pixels, z depth
-    /// (larger is nearer). One host triangle can give several pieces.
-    struct Triangle {
-        VelSDK::Math::point3d p0, p1, p2;
-        MStlTriangle* triangle;  // the host triangle to mark; not owned
-        bool markable;           // this piece may be marked; unmarkable pieces still occlude
-        MStlMarkTrianglesByMasks* marker;  // null: the triangle's own mark flag; not owned
-    };
-
-    MStlBaseOperatorVisibilityDetector() = default;
+    MStlBaseOperatorVisibilityDetector();
+    ~MStlBaseOperatorVisibilityDetector();
+    MStlBaseOperatorVisibilityDetector(MStlBaseOperatorVisibilityDetector&&) noexcept;
+    MStlBaseOperatorVisibilityDetector& operator=(MStlBaseOperatorVisibilityDetector&&) noexcept;
 
     /// Registers a mesh (not owned; no argument is checked and one mesh may be added twice).
     /// `modelToScreen` maps model coordinates to screen pixels (x, y) and depth (z, larger is
@@ -125,39 +100,8 @@ class MStlBaseOperatorVisibilityDetector {
     void Operate();
 
   private:
-    struct StlEntry {
-        const MStlBase* stl;
-        VelSDK::Math::matrix4x4<double> modelToScreen;
-        MMTransformMatrix planeTransform;
-        bool allSurfacesMarkable;
-        MStlMarkTrianglesByMasks* marker;
-    };
-
-    /// Builds `triangles`: every visible triangle clipped by the planes, mapped to the screen,
-    /// culled against the region box and flagged markable or not.
-    void _CollectTriangles();
-    /// Turns the screen plane about the view axis so that no edge-on piece projects along the
-    /// sweep direction, rotating the working path, the region box and every piece.
-    void _TransformModel();
-
-    std::vector<StlEntry> stls;
-    std::vector<VelSDK::Math::point2d> path;
-    double brushRadius = 0.0;
-    Mode mode = Polygon;
-    std::set<const MStlSurface*> markableSurfaces;
-    std::vector<std::vector<Triangle>> triangles;
-    std::vector<MMPlaneEq<double>> clippingPlanes;
-    VelSDK::Math::point2d pathBoxMin{1.7976931348623157e308, 1.7976931348623157e308};
-    VelSDK::Math::point2d pathBoxMax{-1.7976931348623157e308, -1.7976931348623157e308};
-    double pixelProportion = 5.0;
-    double pixelStep = 0.2;
-    bool mark = true;
-    bool markFlippedTriangles = false;
-    bool checkSurfaceVisibility = true;
-    bool markThrough = false;
-    /// Per chunk of sample lines, the visible markable pieces it found (a piece may be listed
-    /// more than once; the merge keeps one of each); emptied, capacity kept, after every run.
-    std::vector<std::vector<Triangle*>> chunkResults;
-    /// The path of the current run, rotated with the screen plane.
-    std::vector<VelSDK::Math::point2d> runPath;
+    // The settings, the working state of a run and its steps live behind this pointer, so that
+    // this header shows only the operations.
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
 };

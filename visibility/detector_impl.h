@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <vector>
+
+#include <velpick/host/plane_eq.h>
+#include <velpick/host/point.h>
+#include <velpick/host/transform_matrix.h>
+#include <velpick/visibility_detector.h>
+#include "visibility/screen_piece.h"
+
+namespace visibility {
+struct PieceRef;
+struct Point;
+}  // namespace visibility
+
+/// The detector's settings, the working state of one run and the run's steps.
+class MStlBaseOperatorVisibilityDetector::Impl {
+  public:
+    using Triangle = visibility::Triangle;
+
+    struct StlEntry {
+        const MStlBase* stl;
+        VelSDK::Math::matrix4x4<double> modelToScreen;
+        MMTransformMatrix planeTransform;
+        bool allSurfacesMarkable;
+        MStlMarkTrianglesByMasks* marker;
+    };
+
+    void Operate();
+
+    // Settings, as the setters store them.
+    std::vector<StlEntry> stls;
+    std::vector<VelSDK::Math::point2d> path;
+    double brushRadius = 0.0;
+    Mode mode = Polygon;
+    std::set<const MStlSurface*> markableSurfaces;
+    std::vector<MMPlaneEq<double>> clippingPlanes;
+    double pixelProportion = 5.0;
+    bool mark = true;
+    bool markFlippedTriangles = false;
+    bool checkSurfaceVisibility = true;
+    bool markThrough = false;
+
+  private:
+    /// False, leaving the box as it was, when the path or the brush radius is not finite.
+    bool _ComputeRegionBox();
+    /// Builds `triangles`: every visible triangle clipped by the planes, mapped to the screen,
+    /// culled against the region box and flagged markable or not.
+    void _CollectTriangles();
+    /// Turns the screen plane about the view axis so that no edge-on piece projects along the
+    /// sweep direction, rotating the working path, the region box and every piece.
+    void _TransformModel();
+    /// Sweeps the sample lines chunk by chunk on the oneTBB scheduler, filling chunkResults.
+    void _SweepChunks(const std::vector<visibility::PieceRef>& refs,
+                      const std::vector<double>& lines,
+                      const std::vector<visibility::Point>& events);
+    /// Merges the chunks' results and marks or unmarks each piece's triangle once.
+    void _MarkVisiblePieces();
+
+    // Working state of a run.
+    std::vector<std::vector<Triangle>> triangles;  // per mesh, the pieces of the run
+    VelSDK::Math::point2d pathBoxMin{1.7976931348623157e308, 1.7976931348623157e308};
+    VelSDK::Math::point2d pathBoxMax{-1.7976931348623157e308, -1.7976931348623157e308};
+    double pixelStep = 0.2;
+    /// Per chunk of sample lines, the visible markable pieces it found (a piece may be listed
+    /// more than once; the merge keeps one of each); emptied, capacity kept, after every run.
+    std::vector<std::vector<Triangle*>> chunkResults;
+    /// The path of the current run, rotated with the screen plane.
+    std::vector<VelSDK::Math::point2d> runPath;
+};
