@@ -71,6 +71,11 @@ void ChunkSweep::Insert(std::uint64_t piece) {
         m_active[slot] = piece;
     }
     m_position[piece] = slot;
+    // The sweep reads a piece on every line it crosses: a copy by slot keeps those reads
+    // together instead of scattered over all pieces in mesh order.
+    if (m_slotPieces.size() <= slot)
+        m_slotPieces.resize(slot + 1);
+    m_slotPieces[slot] = (*m_pieces)[piece];
     m_fresh.push_back({0.0, piece, slot});
 }
 
@@ -94,7 +99,7 @@ void ChunkSweep::Decide(double y, const Interval* first, const Interval* last,
     Sweep(first, last, found);
 }
 
-void ChunkSweep::Cut(const SweepPiece& piece, double y, Segment& segment) {
+inline void ChunkSweep::Cut(const SweepPiece& piece, double y, Segment& segment) {
     const point3d* c = piece.corners;
     const double d[3] = {c[0].y - y, c[1].y - y, c[2].y - y};
     static constexpr int kEdges[3][2] = {{0, 1}, {1, 2}, {0, 2}};
@@ -122,13 +127,13 @@ void ChunkSweep::Cut(const SweepPiece& piece, double y, Segment& segment) {
     segment.valid = any && !std::isnan(segment.x0) && !std::isnan(segment.x1);
 }
 
-double ChunkSweep::DepthAt(const Segment& s, double x) {
+inline double ChunkSweep::DepthAt(const Segment& s, double x) {
     if (s.x1 == s.x0)
         return (s.z0 + s.z1) / 2.0;
     return s.z0 + (s.z1 - s.z0) * ((x - s.x0) / (s.x1 - s.x0));
 }
 
-bool ChunkSweep::Nearer(const Segment& entering, const Segment& ahead) {
+inline bool ChunkSweep::Nearer(const Segment& entering, const Segment& ahead) {
     const double lo = std::max(entering.x0, ahead.x0);
     const double hi = std::min(entering.x1, ahead.x1);
     const double middle = (lo + hi) / 2.0;
@@ -139,7 +144,7 @@ void ChunkSweep::CutActivePieces(double y) {
     m_segments.resize(m_active.size());
     for (std::size_t slot = 0; slot < m_active.size(); ++slot)
         if (m_active[slot] != kFreeSlot)
-            Cut((*m_pieces)[m_active[slot]], y, m_segments[slot]);
+            Cut(m_slotPieces[slot], y, m_segments[slot]);
 }
 
 void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
@@ -252,7 +257,7 @@ void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Trian
 }
 
 void ChunkSweep::Offer(std::uint32_t slot, std::vector<Triangle*>& found) {
-    const SweepPiece& piece = (*m_pieces)[m_active[slot]];
+    const SweepPiece& piece = m_slotPieces[slot];
     if (!piece.markable || piece.piece == m_lastOffered)
         return;
     m_lastOffered = piece.piece;

@@ -89,6 +89,7 @@ class ChunkSweep {
     std::vector<std::uint64_t> m_active;
     std::vector<std::uint32_t> m_freeSlots;
     std::vector<std::uint32_t> m_position;
+    std::vector<SweepPiece> m_slotPieces;  // by slot, the active piece's corners and mark
     // Pieces activated since the last decided line, not yet in the x orders.
     std::vector<Ordered> m_fresh;
     // The active pieces by segment start and by segment end as of the last decided line: from
