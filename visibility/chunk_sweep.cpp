@@ -125,6 +125,26 @@ inline void ChunkSweep::Cut(const SweepPiece& piece, double y, Segment& segment)
         }
     }
     segment.valid = any && !std::isnan(segment.x0) && !std::isnan(segment.x1);
+    BoundDepth(segment);
+}
+
+// Every depth DepthAt can return for an x inside the segment's own range lies between z0 and
+// z1 up to the rounding of the interpolation (at most 1.5 DBL_EPSILON of the larger |z|, each
+// rounding step being monotone), so a slack of kInterpolationSlack of it bounds it. Segments
+// whose coordinates could overflow in the interpolation (or are NaN) get NaN bounds, which
+// prove nothing.
+inline void ChunkSweep::BoundDepth(Segment& s) {
+    const bool bounded = std::fabs(s.x0) < kBoundedMagnitude &&
+                         std::fabs(s.x1) < kBoundedMagnitude &&
+                         std::fabs(s.z0) < kBoundedMagnitude && std::fabs(s.z1) < kBoundedMagnitude;
+    if (!bounded) {
+        s.zLo = s.zHi = std::numeric_limits<double>::quiet_NaN();
+        return;
+    }
+    const double slack =
+        kInterpolationSlack * std::max(std::fabs(s.z0), std::fabs(s.z1)) + kUnderflowSlack;
+    s.zLo = std::min(s.z0, s.z1) - slack;
+    s.zHi = std::max(s.z0, s.z1) + slack;
 }
 
 inline double ChunkSweep::DepthAt(const Segment& s, double x) {
@@ -136,6 +156,14 @@ inline double ChunkSweep::DepthAt(const Segment& s, double x) {
 inline bool ChunkSweep::Nearer(const Segment& entering, const Segment& ahead) {
     const double lo = std::max(entering.x0, ahead.x0);
     const double hi = std::min(entering.x1, ahead.x1);
+    // With a common x-range the middle lies inside both segments, where their depth bounds
+    // hold: most comparisons are decided without the two divisions.
+    if (lo <= hi) {
+        if (entering.zLo > ahead.zHi)
+            return true;
+        if (entering.zHi <= ahead.zLo)
+            return false;
+    }
     const double middle = (lo + hi) / 2.0;
     return DepthAt(entering, middle) > DepthAt(ahead, middle);
 }

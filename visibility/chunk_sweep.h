@@ -58,9 +58,11 @@ class ChunkSweep {
     static constexpr std::uint32_t kAbsent = ~std::uint32_t(0);
     static constexpr std::uint64_t kFreeSlot = ~std::uint64_t(0);
 
-    /// A piece's cut on the line, x0 ≤ x1; invalid when the cut has no x.
+    /// A piece's cut on the line, x0 ≤ x1; invalid when the cut has no x. [zLo, zHi] holds
+    /// every depth the segment is given inside its x-range (NaN: no bound known).
     struct Segment {
         double x0, z0, x1, z1;
+        double zLo, zHi;
         bool valid;
     };
     /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut), the global
@@ -73,6 +75,7 @@ class ChunkSweep {
     };
 
     static void Cut(const SweepPiece& piece, double y, Segment& segment);
+    static void BoundDepth(Segment& segment);
     static double DepthAt(const Segment& segment, double x);
     static bool Nearer(const Segment& entering, const Segment& ahead);
 
