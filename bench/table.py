@@ -15,8 +15,8 @@ def load(path):
 
 
 def ms(run):
-    """Milliseconds: wall time for the multi-threaded Embree runs, otherwise CPU time, which a
-    machine shared with other work disturbs less (the benchmarks report milliseconds)."""
+    """Milliseconds: wall time for the multi-threaded Embree and scan-line runs, otherwise CPU
+    time, which a machine shared with other work disturbs less (the benchmarks report milliseconds)."""
     return run["real_time"] if run["name"].endswith("real_time") else run["cpu_time"]
 
 
@@ -45,8 +45,10 @@ def main(path):
         row(f"Embree build (all threads), {label}", f"Embree/build/{size}/real_time")
     row("Embree cast, 1M, 1 thread", "Embree/cast/1000000/1/real_time")
     row("Embree cast, 1M, 2 threads", "Embree/cast/1000000/2/real_time")
+    row("scan-line ordered, 1M, 1 thread", "BM_VisibilityDetectorTorus/1/real_time")
+    row("scan-line ordered, 1M, 2 threads", "BM_VisibilityDetectorTorus/2/real_time")
 
-    print(f"{'measure':44s} {'ms':>10s}  (CPU time; Embree rows wall time)")
+    print(f"{'measure':44s} {'ms':>10s}  (CPU time; Embree and scan-line rows wall time)")
     print("-" * 56)
     for label, value, note in rows:
         print(f"{label:44s} {value} {note}")
