@@ -63,13 +63,6 @@ TEST(PieceClipper, CutsAtTheOddCornerKeepingWindingAndArea) {
         }
         EXPECT_NEAR(area, c.keptArea, 1e-9);
     }
-    // Dropping corner 0: (X1, p1, p2) and (X1, p2, X2), X1 on edge 0–1 and X2 on edge 0–2.
-    std::vector<Piece> pieces{triangle}, scratch;
-    visibility::ClipPieces(pieces, {1, 1, 0, -2}, scratch);
-    ASSERT_EQ(pieces.size(), 2u);
-    EXPECT_EQ(pieces[0].p[0], (point3d{2, 0, 0}));
-    EXPECT_EQ(pieces[0].p[1], (point3d{8, 0, 0}));
-    EXPECT_EQ(pieces[1].p[2], (point3d{0, 2, 0}));
 }
 
 TEST(PieceClipper, CutParallelToThePlaneLandsOnTheOrigin) {
@@ -89,23 +82,17 @@ TEST(PieceClipper, CutParallelToThePlaneLandsOnTheOrigin) {
     EXPECT_NE(pieces[1].p[2], origin);  // towards p2 the cut is a real crossing
 }
 
-TEST(RegionIntervals, PolygonIntervalsMatchAnEvenOddTestOfPoints) {
-    const std::vector<point2d> polygon{{0, 0}, {10, 0}, {10, 10}, {5, 3}, {0, 10}, {2, 5}, {7, 5}};
-    std::vector<double> lines;
-    for (double y = -0.5; y <= 10.5; y += 0.37)
-        lines.push_back(y);
-    lines.push_back(5.0);  // through a horizontal edge
-    lines.push_back(3.0);  // through a reflex vertex
-    const visibility::RegionIntervals regions = visibility::PolygonIntervals(polygon, lines);
-    const oracle::RegionMargin inside = oracle::PolygonRegion(polygon);
+// The intervals of every line are sorted and disjoint, and cover exactly the sample points
+// that `inside` puts in the region (points within 1e-9 of its boundary are not judged).
+void ExpectIntervalsMatch(const visibility::RegionIntervals& regions,
+                          const std::vector<double>& lines, const oracle::RegionMargin& inside,
+                          double xFrom, double xTo, double xStep) {
     for (std::size_t i = 0; i < lines.size(); ++i) {
         for (const visibility::Interval* it = regions.begin(i); it != regions.end(i); ++it) {
             EXPECT_LE(it->start, it->end);
-            if (it + 1 != regions.end(i)) {
-                EXPECT_LT(it->end, (it + 1)->start);  // sorted and disjoint
-            }
+            EXPECT_TRUE(it + 1 == regions.end(i) || it->end < (it + 1)->start);
         }
-        for (double x = -1.01; x < 11; x += 0.043) {
+        for (double x = xFrom; x < xTo; x += xStep) {
             const double margin = inside(x, lines[i]);
             if (std::fabs(margin) < 1e-9)
                 continue;
@@ -115,6 +102,17 @@ TEST(RegionIntervals, PolygonIntervalsMatchAnEvenOddTestOfPoints) {
             EXPECT_EQ(covered, margin > 0) << "x " << x << " y " << lines[i];
         }
     }
+}
+
+TEST(RegionIntervals, PolygonIntervalsMatchAnEvenOddTestOfPoints) {
+    const std::vector<point2d> polygon{{0, 0}, {10, 0}, {10, 10}, {5, 3}, {0, 10}, {2, 5}, {7, 5}};
+    std::vector<double> lines;
+    for (double y = -0.5; y <= 10.5; y += 0.37)
+        lines.push_back(y);
+    lines.push_back(5.0);  // through a horizontal edge
+    lines.push_back(3.0);  // through a reflex vertex
+    ExpectIntervalsMatch(visibility::PolygonIntervals(polygon, lines), lines,
+                         oracle::PolygonRegion(polygon), -1.01, 11, 0.043);
 }
 
 TEST(RegionIntervals, BrushIntervalsCoverExactlyThePointsNearThePath) {
@@ -127,18 +125,8 @@ TEST(RegionIntervals, BrushIntervalsCoverExactlyThePointsNearThePath) {
         for (double y = -9; y <= 9; y += 0.29)
             lines.push_back(y);
         const double radius = 2.5;
-        const visibility::RegionIntervals regions = visibility::BrushIntervals(path, radius, lines);
-        const oracle::RegionMargin near = oracle::BrushRegion(path, radius);
-        for (std::size_t i = 0; i < lines.size(); ++i)
-            for (double x = -4; x < 17; x += 0.051) {
-                const double margin = near(x, lines[i]);
-                if (std::fabs(margin) < 1e-9)
-                    continue;
-                bool covered = false;
-                for (const visibility::Interval* it = regions.begin(i); it != regions.end(i); ++it)
-                    covered = covered || (it->start <= x && x <= it->end);
-                EXPECT_EQ(covered, margin > 0) << "x " << x << " y " << lines[i];
-            }
+        ExpectIntervalsMatch(visibility::BrushIntervals(path, radius, lines), lines,
+                             oracle::BrushRegion(path, radius), -4, 17, 0.051);
     }
 }
 
@@ -170,20 +158,6 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     std::vector<double> few{3.0};
     visibility::CompleteSampleLines(few, 0.0, 9.0, -0.2);
     EXPECT_EQ(few, (std::vector<double>{0.0, 3.0, 9.0}));
-}
-
-TEST(SampleLines, SpansNoVectorCanHoldFailAtOnceWithALengthError) {
-    // Box bounds at ±DBL_MAX are 2·DBL_MAX apart: an infinite gap whose fill values never grow
-    // past the first bound, so filling it would only exhaust memory.
-    std::vector<double> lines{0.0};
-    EXPECT_THROW(visibility::CompleteSampleLines(lines, -DBL_MAX, DBL_MAX, 0.2), std::length_error);
-    std::vector<double> infinite{0.0};
-    EXPECT_THROW(visibility::CompleteSampleLines(infinite, -INFINITY, 1.0, 1e300),
-                 std::length_error);
-    // The same bounds without fill lines are fine.
-    std::vector<double> unfilled{0.0};
-    visibility::CompleteSampleLines(unfilled, -DBL_MAX, DBL_MAX, INFINITY);
-    EXPECT_EQ(unfilled, (std::vector<double>{-DBL_MAX, 0.0, DBL_MAX}));
 }
 
 std::vector<bool> Marks(MStlBase& mesh, const MStlMarkTrianglesByMasks& sink) {
@@ -226,20 +200,14 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
         [](Detector& d) {
             d.SetPath(Lasso());
             d.SetPixelProportion(23);  // hundreds of lines per chunk
-        },
-        [](Detector& d) {
-            d.SetPath(Lasso());
-            d.SetMarkThrough(true);
+            d.AddClippingPlane({0.3, 1, 0.2, 150});
+            d.SetMarkFlippedTriangles(true);
         },
         [](Detector& d) {
             d.SetMode(Detector::Brush);
             d.SetBrushRadius(4);
             d.SetPath({{25, 30}, {50, 70}, {75, 40}});
-        },
-        [](Detector& d) {
-            d.SetPath(Lasso());
-            d.AddClippingPlane({0.3, 1, 0.2, 150});
-            d.SetMarkFlippedTriangles(true);
+            d.SetMarkThrough(true);
         },
     };
     for (std::size_t c = 0; c < configurations.size(); ++c)
@@ -252,41 +220,36 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
 }
 
 TEST(VisibilityThreads, PiecesOfZeroHeightGiveTheSameMarksInEveryChunking) {
-    // A piece that projects to a point has zero height: it starts on the line at its own y and
-    // only a line within DBL_EPSILON of that y cuts it. Two such needles a few ulps apart put two
-    // lines that close; the lower needle is seen on the upper line, whichever chunk that line
-    // begins.
-    MMTransformMatrix lowerShift, upperShift;
-    lowerShift.MakeTranslation({0.3, 0.3, 0});
-    upperShift.MakeTranslation({0.3, 0.3 + 1e-16, 0});
-    const auto frame = [](const MMTransformMatrix& shift) {
-        MMTransformMatrix m;
-        m.MakeScale3D(0.01, 0.01, 0.01);
-        return m.PreMultiply(shift);
-    };
+    // A needle seen end-on has zero height: it starts on the line at its own y and only a line
+    // within DBL_EPSILON of that y cuts it. Two needles a few ulps apart give two lines that
+    // close; the lower needle is seen on the upper line, whichever chunk that line begins.
     const auto needle = [] {
         return scene::oneSurface([](MStlSurface& s) {
             scene::addTriangle(s, {0, 0, 0}, {0, 0, 10}, {0, 0, 20});
         });
     };
-    const auto back = scene::plate(100, -1000, 2);
-    const auto lower = needle(), upper = needle();
+    const std::unique_ptr<MStlBase> meshes[] = {scene::plate(100, -1000, 2), needle(), needle()};
     std::vector<std::vector<bool>> runs;
     for (int threads : {1, 2, 3, 4}) {
-        tbb::task_arena arena(threads);
-        MStlMarkTrianglesByMasks backMarks(*back), lowerMarks(*lower), upperMarks(*upper);
-        arena.execute([&] {
+        MStlMarkTrianglesByMasks sinks[] = {MStlMarkTrianglesByMasks(*meshes[0]),
+                                            MStlMarkTrianglesByMasks(*meshes[1]),
+                                            MStlMarkTrianglesByMasks(*meshes[2])};
+        tbb::task_arena(threads).execute([&] {
             Detector d;
-            d.AddStlAndTransformation(back.get(), frame(lowerShift), {}, true, &backMarks);
-            d.AddStlAndTransformation(lower.get(), frame(lowerShift), {}, true, &lowerMarks);
-            d.AddStlAndTransformation(upper.get(), frame(upperShift), {}, true, &upperMarks);
+            for (int m = 0; m < 3; ++m) {
+                MMTransformMatrix frame, shift;
+                frame.MakeScale3D(0.01, 0.01, 0.01);
+                shift.MakeTranslation({0.3, m == 2 ? 0.3 + 1e-16 : 0.3, 0});
+                d.AddStlAndTransformation(meshes[m].get(), frame.PreMultiply(shift), {}, true,
+                                          &sinks[m]);
+            }
             d.SetPixelProportion(9);
             d.SetPath({{-0.5, -0.4}, {1.1, -0.5}, {1.2, 1.0}, {-0.4, 1.1}});
             d.Operate();
         });
-        runs.push_back(Marks(*back, backMarks));
-        runs.back().push_back(lowerMarks.IsMarked(lower->GetTriangle(0)));
-        runs.back().push_back(upperMarks.IsMarked(upper->GetTriangle(0)));
+        runs.push_back(Marks(*meshes[0], sinks[0]));
+        for (int m : {1, 2})
+            runs.back().push_back(sinks[m].IsMarked(meshes[m]->GetTriangle(0)));
     }
     EXPECT_TRUE(runs[0].end()[-2]);  // the single chunk sees the lower needle
     EXPECT_FALSE(runs[0].back());    // and no line at or above the upper one cuts it
@@ -371,53 +334,6 @@ TEST(VisibilitySetUp, BrushReachingPastTheDoubleRangeCoversEverythingWithoutFill
         });
         EXPECT_EQ(std::count(marks.begin(), marks.end(), true), plate->GetNumberOfTriangles());
     }
-}
-
-TEST(VisibilitySetUp, MarkableSurfacesAndHiddenSurfaces) {
-    MStlBase mesh;
-    MStlSurface& front = *mesh.AddSurface(nullptr);
-    MStlSurface& back = *mesh.AddSurface(nullptr);
-    MStlSurface& sub = *mesh.AddSurface(&back);
-    scene::addPlateWithHole(front, 1500, 0, 500, 2);  // hides the back cells at 40 … 60 px
-    scene::addPlateWithHole(back, 3000, 0, 100, 6);
-    scene::addPlateWithHole(sub, 3000, 0, -100, 2);  // hidden behind `back`
-    const auto marksOf = [&](MStlSurface& s) {
-        std::size_t n = 0;
-        for (MStlTriangle& t : s.Triangles())
-            n += t.IsMarked();
-        return n;
-    };
-    const auto run = [&](const std::function<void(Detector&)>& configure) {
-        for (MStlTriangle& t : mesh.Triangles())
-            t.Unmark();
-        Detector d;
-        d.AddStlAndTransformation(&mesh, ScreenFrame(), MMTransformMatrix(), false, nullptr);
-        d.SetPath(Lasso());
-        configure(d);
-        d.Operate();
-    };
-    run([&](Detector& d) {
-        d.SetMarkableSurface(back);
-        d.SetMarkableSurface(back);  // twice is once
-    });
-    EXPECT_EQ(marksOf(front), 0u);
-    EXPECT_GT(marksOf(back), 0u);
-    EXPECT_LT(marksOf(back), back.GetNumberOfTriangles());  // the front plate hides some
-    const std::size_t behindFront = marksOf(back);
-    EXPECT_EQ(marksOf(sub), 0u);
-
-    front.SetVisible(false);  // skipped: no longer hides
-    run([&](Detector& d) { d.SetMarkableSurface(back); });
-    EXPECT_GT(marksOf(back), behindFront);
-    run([&](Detector& d) {
-        d.SetMarkableSurface(back);
-        d.SetCheckSurfaceVisibility(false);  // hidden surfaces take part again
-    });
-    EXPECT_EQ(marksOf(back), behindFront);
-
-    back.SetVisible(false);  // the sub-surface shows through; it is walked though its parent is
-    run([&](Detector& d) { d.SetMarkableSurface(sub); });  // skipped
-    EXPECT_GT(marksOf(sub), 0u);
 }
 
 }  // namespace

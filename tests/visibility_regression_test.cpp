@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/stl_surface.h>
 #include <velpick/visibility_detector.h>
@@ -77,11 +78,15 @@ std::unique_ptr<MStlBase> TriangleSoup() {
 
 using Meshes = std::vector<std::unique_ptr<MStlBase>>;
 
+// Switches a scene may turn on besides its region.
+enum Switch : unsigned { kThrough = 1, kFlipped = 2, kAllSurfaces = 4 };
+
 struct Scene {
     std::string name;
     std::function<Meshes()> meshes;
     bool tilted;
-    std::function<void(Detector&)> configure;
+    std::function<void(Detector&)> region;
+    unsigned switches;
     std::size_t count;
     std::uint64_t hash;
     // Registers the meshes; by default each with every surface markable, in the scene's frame.
@@ -112,16 +117,33 @@ std::unique_ptr<MStlBase> SurfacesPlate() {
     return mesh;
 }
 
+/// The torus and, in front of it, a plate switched invisible whose visible sub-surface (walked
+/// though its parent is skipped) is the only markable one.
+Meshes TorusUnderHiddenParent() {
+    Meshes meshes = One(Torus());
+    meshes.push_back(std::make_unique<MStlBase>());
+    MStlSurface& parent = *meshes[1]->AddSurface(nullptr);
+    MStlSurface& sub = *meshes[1]->AddSurface(&parent);
+    scene::addGrid(parent, {-3000, -3000, 1500}, {6000, 0, 0}, {0, 6000, 0}, 4);
+    scene::addGrid(sub, {-1000, -2000, 1400}, {2500, 0, 0}, {0, 2500, 0}, 3);
+    parent.SetVisible(false);
+    return meshes;
+}
+
+void RegisterHiddenParent(Detector& d, Meshes& meshes) {
+    d.AddStlAndTransformation(meshes[0].get(), Frame(true), MMTransformMatrix(), false, nullptr);
+    d.AddStlAndTransformation(meshes[1].get(), Frame(false), MMTransformMatrix(), false, nullptr);
+    MStlSurface& sub = *meshes[1]->GetTopSurfaces()[0]->GetSubSurfaces()[0];
+    d.SetMarkableSurface(sub);
+    d.SetMarkableSurface(sub);
+}
+
 /// The torus, the plate of surfaces and the soup, each a mesh of its own.
 Meshes Stack() {
     Meshes meshes = One(Torus());
     meshes.push_back(SurfacesPlate());
     meshes.push_back(TriangleSoup());
     return meshes;
-}
-
-void Polygon(Detector& d) {
-    d.SetPath(Lasso());
 }
 
 // The torus in the tilted frame; the plate, markable on its left half only, in the untilted
@@ -137,124 +159,72 @@ void RegisterStack(Detector& d, Meshes& meshes) {
                               MMTransformMatrix(), true, none);
 }
 
+void Polygon(Detector& d) {
+    d.SetPath(Lasso());
+}
+
+std::function<void(Detector&)> Brush(double radius, std::vector<point2d> path,
+                                     double linesPerPixel = 5) {
+    return [=](Detector& d) {
+        d.SetMode(Detector::Brush);
+        d.SetBrushRadius(radius);
+        d.SetPath(path);
+        d.SetPixelProportion(linesPerPixel);
+    };
+}
+
+std::function<void(Detector&)> PolygonCutBy(std::vector<MMPlaneEq<double>> planes) {
+    return [=](Detector& d) {
+        Polygon(d);
+        for (const MMPlaneEq<double>& plane : planes)
+            d.AddClippingPlane(plane);
+    };
+}
+
 TEST(VisibilityRegression, MarkedSetsOfVariedScenesStayTheSame) {
     const std::function<Meshes()> torus = [] { return One(Torus()); };
     const std::function<Meshes()> soup = [] { return One(TriangleSoup()); };
+    const auto sparse = [](Detector& d) {
+        Polygon(d);
+        d.SetPixelProportion(0.7);
+    };
     const std::vector<Scene> scenes{
-        {"torus", torus, false, Polygon, 3802, 2597993718034037472ull},
-        {"torus tilted", torus, true, Polygon, 4142, 8645852402600560838ull},
-        {"torus through", torus, true,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetMarkThrough(true);
-         },
-         6819, 17098710620738341783ull},
-        {"torus brush", torus, true,
-         [](Detector& d) {
-             d.SetMode(Detector::Brush);
-             d.SetBrushRadius(3.5);
-             d.SetPath({{20, 30}, {45, 62}, {58, 61}, {80, 35}});
-         },
-         1439, 24862232648671689ull},
-        {"torus disc", torus, true,
-         [](Detector& d) {
-             d.SetMode(Detector::Brush);
-             d.SetBrushRadius(9);
-             d.SetPath({{38, 57}});
-         },
-         564, 16096132646066886765ull},
-        {"torus sparse lines", torus, true,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetPixelProportion(0.7);
-         },
-         4015, 5833693102993217801ull},
-        {"torus planes", torus, true,
-         [](Detector& d) {
-             Polygon(d);
-             d.AddClippingPlane({0.2, 1, 0.1, 300});
-             d.AddClippingPlane({-1, 0.3, 0, 1200});
-         },
+        {"torus", torus, false, Polygon, 0, 3802, 2597993718034037472ull},
+        {"torus tilted", torus, true, Polygon, 0, 4142, 8645852402600560838ull},
+        {"torus through", torus, true, Polygon, kThrough, 6819, 17098710620738341783ull},
+        {"torus brush", torus, true, Brush(3.5, {{20, 30}, {45, 62}, {58, 61}, {80, 35}}), 0, 1439,
+         24862232648671689ull},
+        {"torus disc", torus, true, Brush(9, {{38, 57}}), 0, 564, 16096132646066886765ull},
+        {"torus sparse lines", torus, true, sparse, 0, 4015, 5833693102993217801ull},
+        {"torus planes", torus, true, PolygonCutBy({{0.2, 1, 0.1, 300}, {-1, 0.3, 0, 1200}}), 0,
          1950, 8679565064327404203ull},
-        {"torus flipped through", torus, true,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetMarkThrough(true);
-             d.SetMarkFlippedTriangles(true);
-         },
-         13700, 12292912688526996819ull},
-        {"soup", soup, false,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetMarkFlippedTriangles(true);
-         },
-         288, 8150386131319516191ull},
-        {"soup tilted", soup, true, Polygon, 147, 17842344024908943987ull},
-        {"soup through", soup, false,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetMarkThrough(true);
-             d.SetMarkFlippedTriangles(true);
-         },
-         332, 8206384970433757866ull},
-        {"soup brush", soup, false,
-         [](Detector& d) {
-             d.SetMode(Detector::Brush);
-             d.SetBrushRadius(2.5);
-             d.SetPath({{20, 50}, {80, 50}, {50, 20}});
-             d.SetMarkFlippedTriangles(true);
-         },
-         97, 8266986488447206064ull},
+        {"torus flipped through", torus, true, Polygon, kThrough | kFlipped, 13700,
+         12292912688526996819ull},
+        {"soup", soup, false, Polygon, kFlipped, 288, 8150386131319516191ull},
+        {"soup tilted", soup, true, Polygon, 0, 147, 17842344024908943987ull},
+        {"soup through", soup, false, Polygon, kThrough | kFlipped, 332, 8206384970433757866ull},
+        {"soup brush", soup, false, Brush(2.5, {{20, 50}, {80, 50}, {50, 20}}), kFlipped, 97,
+         8266986488447206064ull},
         {"soup planes flipped", soup, true,
-         [](Detector& d) {
-             Polygon(d);
-             d.AddClippingPlane({0.1, -1, 0.3, 900});
-             d.AddClippingPlane({1, 0.2, -0.4, 0});
-             d.AddClippingPlane({-0.3, 0.4, 1, 200});
-             d.SetMarkFlippedTriangles(true);
-         },
-         39, 2464245187362536504ull},
-        {"stack", Stack, false, Polygon, 3281, 756991826208256967ull, RegisterStack},
-        {"stack planes", Stack, false,
-         [](Detector& d) {
-             Polygon(d);
-             d.AddClippingPlane({0.5, 1, 0, 0});
-             d.AddClippingPlane({0, 0, 1, -200});
-         },
-         1707, 15802357315118280372ull, RegisterStack},
-        {"stack flipped", Stack, false,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetMarkFlippedTriangles(true);
-         },
-         3314, 5194084744573117686ull, RegisterStack},
-        {"stack all surfaces", Stack, false,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetCheckSurfaceVisibility(false);
-         },
-         3248, 10217932282903862178ull, RegisterStack},
-        {"stack through", Stack, false,
-         [](Detector& d) {
-             Polygon(d);
-             d.SetMarkThrough(true);
-         },
-         7080, 14690501223548917745ull, RegisterStack},
-        {"stack brush", Stack, false,
-         [](Detector& d) {
-             d.SetMode(Detector::Brush);
-             d.SetBrushRadius(2.2);
-             d.SetPath({{22, 48}, {41, 40}, {47, 61}, {78, 55}});
-         },
-         485, 11898634115484032929ull, RegisterStack},
-        {"stack brush dense", Stack, false,
-         [](Detector& d) {
-             d.SetMode(Detector::Brush);
-             d.SetBrushRadius(7);
-             d.SetPath({{45, 52}, {52, 45}});
-             d.SetPixelProportion(13);
-         },
-         153, 765685135045856907ull, RegisterStack},
+         PolygonCutBy({{0.1, -1, 0.3, 900}, {1, 0.2, -0.4, 0}, {-0.3, 0.4, 1, 200}}), kFlipped, 39,
+         2464245187362536504ull},
+        {"stack", Stack, false, Polygon, 0, 3281, 756991826208256967ull, RegisterStack},
+        {"stack planes", Stack, false, PolygonCutBy({{0.5, 1, 0, 0}, {0, 0, 1, -200}}), 0, 1707,
+         15802357315118280372ull, RegisterStack},
+        {"stack flipped", Stack, false, Polygon, kFlipped, 3314, 5194084744573117686ull,
+         RegisterStack},
+        {"stack all surfaces", Stack, false, Polygon, kAllSurfaces, 3248, 10217932282903862178ull,
+         RegisterStack},
+        {"stack through", Stack, false, Polygon, kThrough, 7080, 14690501223548917745ull,
+         RegisterStack},
+        {"stack brush", Stack, false, Brush(2.2, {{22, 48}, {41, 40}, {47, 61}, {78, 55}}), 0, 485,
+         11898634115484032929ull, RegisterStack},
+        {"stack brush dense", Stack, false, Brush(7, {{45, 52}, {52, 45}}, 13), 0, 153,
+         765685135045856907ull, RegisterStack},
+        {"hidden parent", TorusUnderHiddenParent, false, Polygon, 0, 18, 15496327388993318692ull,
+         RegisterHiddenParent},
+        {"hidden parent shown", TorusUnderHiddenParent, false, Polygon, kAllSurfaces, 0,
+         14695981039346656037ull, RegisterHiddenParent},
     };
     for (const Scene& s : scenes) {
         Meshes meshes = s.meshes();
@@ -265,7 +235,10 @@ TEST(VisibilityRegression, MarkedSetsOfVariedScenesStayTheSame) {
             for (auto& mesh : meshes)
                 detector.AddStlAndTransformation(mesh.get(), Frame(s.tilted), MMTransformMatrix(),
                                                  true, nullptr);
-        s.configure(detector);
+        s.region(detector);
+        detector.SetMarkThrough(s.switches & kThrough);
+        detector.SetMarkFlippedTriangles(s.switches & kFlipped);
+        detector.SetCheckSurfaceVisibility(!(s.switches & kAllSurfaces));
         detector.Operate();
         // Mesh index in the high word: a mark moving from one mesh to another shows.
         std::vector<std::uint64_t> marked;
