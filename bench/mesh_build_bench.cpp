@@ -6,7 +6,6 @@
 
 #include <cstdint>
 
-#include <velpick/host/internal_units.h>
 #include "polygon_soup.h"
 
 namespace {
@@ -31,11 +30,10 @@ velpick::detail::PolygonSoup GridSoup(int side) {
 
 // side 708 gives 2 · 707² = 999 698 triangles.
 void BM_BuildMeshFromSoup(benchmark::State& state) {
-    VelSDK::Common::MInternalUnits::Set(1000.0);
     const velpick::detail::PolygonSoup soup = GridSoup(static_cast<int>(state.range(0)));
     std::size_t triangles = 0;
     for (auto _ : state) {
-        const auto mesh = velpick::detail::BuildMesh(soup);
+        const auto mesh = velpick::detail::BuildMesh(soup, 1000.0);
         triangles = mesh->GetNumberOfTriangles();
         benchmark::DoNotOptimize(triangles);
     }

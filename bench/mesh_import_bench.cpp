@@ -52,7 +52,7 @@ void BM_ImportBinaryPly(benchmark::State& state) {
     const auto path = writeGridPly(static_cast<int>(state.range(0)));
     std::size_t triangles = 0;
     for (auto _ : state) {
-        const auto mesh = velpick::ImportMesh(path);
+        const auto mesh = velpick::ImportMesh(path, 1000.0);
         triangles = mesh->GetNumberOfTriangles();
         benchmark::DoNotOptimize(triangles);
     }

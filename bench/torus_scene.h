@@ -79,7 +79,7 @@ inline MStlBase& TorusMesh(std::size_t triangles) {
     static std::map<std::size_t, std::unique_ptr<MStlBase>> meshes;
     auto [it, inserted] = meshes.try_emplace(triangles);
     if (inserted)
-        it->second = velpick::ImportMesh(TorusPly(triangles));
+        it->second = velpick::ImportMesh(TorusPly(triangles), 1000.0);
     return *it->second;
 }
 

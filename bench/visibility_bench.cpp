@@ -165,7 +165,7 @@ void BM_AgreementWithZBuffer(benchmark::State& state) {
         torus = Agreement(Torus(), View(kMajor + kMinor));
         const std::filesystem::path file = "/usr/share/assimp/models/OFF/Wuson.off";
         if (std::filesystem::exists(file)) {
-            const auto mesh = velpick::ImportMesh(file);
+            const auto mesh = velpick::ImportMesh(file, 1000.0);
             point3d centre;
             const double radius = Radius(*mesh, centre);
             MMTransformMatrix view, toOrigin;

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <string>
 
-#include <velpick/host/internal_units.h>
 #include "mesh_import.h"
 
 namespace {
@@ -48,9 +47,8 @@ void CheckMesh(MStlBase& mesh) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static InputFile file;
-    VelSDK::Common::MInternalUnits::Set(1000.0);
     try {
-        const auto mesh = velpick::ImportMesh(file.Write(data, size));
+        const auto mesh = velpick::ImportMesh(file.Write(data, size), 1000.0);
         CheckMesh(*mesh);
     } catch (const velpick::MeshImportError&) {
     }

@@ -10,7 +10,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <velpick/host/internal_units.h>
 #include "picker.h"
 #include "report_json.h"
 #include "scene.h"
@@ -75,9 +74,9 @@ void DrawAndWrite(const Scene& scene, const std::vector<std::unique_ptr<MStlBase
         const std::optional<ImageFrame> frame = PictureFrame(scene, placed, size);
         if (!frame || long(frame->width) * frame->height > kMaxNaturalPicturePixels)
             continue;
-        PngBytes(RenderScene(placed, scene.view, scene.region, *frame));
+        PngBytes(RenderScene(placed, scene.view.matrix, scene.settings.region, *frame));
     }
-    PlyBytes(placed, scene.unitsPerModelUnit);
+    PlyBytes(placed, scene.settings.unitsPerModelUnit);
 }
 
 }  // namespace
@@ -89,9 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } catch (const SceneError&) {
         return 0;
     }
-    VelSDK::Common::MInternalUnits::Set(scene.unitsPerModelUnit);
     const std::vector<std::unique_ptr<MStlBase>> meshes = SceneMeshes(scene);
-    const std::unique_ptr<Picker> picker = MakePicker(scene.picker);
+    const std::unique_ptr<Picker> picker = MakePicker(scene.settings.picker);
     if (meshes.empty() || !picker)
         return 0;
     const PickRequest request = MakePickRequest(scene, meshes);
@@ -105,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     PickReport report;
-    report.picker = scene.picker;
+    report.picker = scene.settings.picker;
     for (std::size_t i = 0; i < meshes.size(); ++i)
         report.meshes.push_back({scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(),
                                  result.meshes[i].triangles, result.meshes[i].edges});

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <unordered_map>
 #include <vector>
 
 #include <velpick/host/stl_base.h>
@@ -48,36 +46,21 @@ struct MeshArrays {
         markable;  // none: every face may be marked; else nonzero marks
 };
 
-/// A host mesh built from arrays, and its input vertices in internal units (x, y, z of vertex i
-/// at 3i, 3i + 1, 3i + 2).
+/// A host mesh built from arrays, and for each of its vertices the lowest input vertex at its
+/// position.
 struct ArrayMesh {
     std::unique_ptr<MStlBase> mesh;
-    std::vector<std::int32_t> units;
+    std::vector<std::uint32_t> inputVertexOf;
 };
 
-/// Builds a host mesh the way the file importer does: every coordinate multiplied by
-/// MInternalUnits::Get() and rounded half away from zero into 32 bits, identical vertices merged,
-/// triangle i made of face i. Without `markable` the mesh has one surface; with it, surface 0
-/// holds the markable faces and surface 1 the others. Throws ArrayMeshError naming the first
-/// vertex out of the 32-bit range (or not finite) or the first face using a missing vertex;
-/// nothing is built then. Reads the arrays once; keeps no reference to them.
+/// Builds a host mesh the way the file importer does, with the importer's own builder: every
+/// coordinate multiplied by `unitsPerModelUnit` and rounded half away from zero into 32 bits,
+/// identical vertices merged, triangle i made of face i. Without `markable` the mesh has one
+/// surface; with it, surface 0 holds the markable faces and surface 1 the others. Throws
+/// ArrayMeshError naming the first vertex out of the 32-bit range (or not finite) or the first
+/// face using a missing vertex; nothing is built then. Reads the arrays once; keeps no
+/// reference to them.
 template <class Coordinate, class Index>
-ArrayMesh BuildArrayMesh(const MeshArrays<Coordinate, Index>& arrays);
-
-/// Names merged mesh vertices by input vertex: the lowest index of an input vertex at each
-/// internal-unit position.
-class FirstVertexIndex {
-  public:
-    using Position = std::array<std::int32_t, 3>;
-    explicit FirstVertexIndex(const std::vector<std::int32_t>& units);
-    /// The lowest input vertex index at `position`, or nothing when no input vertex is there.
-    std::optional<std::size_t> Find(const Position& position) const;
-
-  private:
-    struct PositionHash {
-        std::size_t operator()(const Position& p) const;
-    };
-    std::unordered_map<Position, std::size_t, PositionHash> m_first;
-};
+ArrayMesh BuildArrayMesh(const MeshArrays<Coordinate, Index>& arrays, double unitsPerModelUnit);
 
 }  // namespace velpick::python

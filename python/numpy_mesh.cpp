@@ -58,18 +58,18 @@ StridedArray<T> View(const py::array& array) {
 }
 
 template <class Coordinate, class Index>
-std::function<ArrayMesh()> Builder(const py::array& vertices, const py::array& faces,
-                                   const std::optional<py::array>& markable) {
+std::function<ArrayMesh(double)> Builder(const py::array& vertices, const py::array& faces,
+                                         const std::optional<py::array>& markable) {
     MeshArrays<Coordinate, Index> arrays{View<Coordinate>(vertices), View<Index>(faces), {}};
     if (markable)
         arrays.markable = View<std::uint8_t>(*markable);  // numpy bools are bytes
-    return [arrays] { return BuildArrayMesh(arrays); };
+    return [arrays](double units) { return BuildArrayMesh(arrays, units); };
 }
 
 template <class Coordinate>
-std::function<ArrayMesh()> Builder(const py::array& vertices, const py::array& faces,
-                                   const std::optional<py::array>& markable,
-                                   const std::string& facesName) {
+std::function<ArrayMesh(double)> Builder(const py::array& vertices, const py::array& faces,
+                                         const std::optional<py::array>& markable,
+                                         const std::string& facesName) {
     const bool isSigned = faces.dtype().kind() == 'i';
     switch (faces.dtype().itemsize()) {
         case 1:
@@ -130,9 +130,9 @@ NumpyMesh::NumpyMesh(const py::handle& vertices, const py::handle& faces,
                               DtypeText(m_vertices));
 }
 
-ArrayMesh NumpyMesh::Build() const {
+ArrayMesh NumpyMesh::Build(double unitsPerModelUnit) const {
     try {
-        return m_build();
+        return m_build(unitsPerModelUnit);
     } catch (const ArrayMeshError& error) {
         throw ArrayMeshError(m_label + error.what());
     }

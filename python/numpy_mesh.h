@@ -28,14 +28,14 @@ class NumpyMesh {
     bool HasMarkable() const { return m_markable.has_value(); }
     /// Converts the vertices to internal units and builds the host mesh (see BuildArrayMesh).
     /// Throws ArrayMeshError, its message prefixed with the label.
-    ArrayMesh Build() const;
+    ArrayMesh Build(double unitsPerModelUnit) const;
 
   private:
     pybind11::array m_vertices, m_faces;
     std::optional<pybind11::array> m_markable;
     std::string m_label;
     std::size_t m_faceCount = 0;
-    std::function<ArrayMesh()> m_build;
+    std::function<ArrayMesh(double)> m_build;
 };
 
 }  // namespace velpick::python

@@ -1,12 +1,8 @@
 // The velpick Python module: the picking library over numpy arrays, with the velpick program's
 // validation, pickers and mesh building.
 
-#include <cmath>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,74 +10,65 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include <velpick/host/internal_units.h>
 #include "array_mesh.h"
+#include "keyword_settings.h"
 #include "numpy_mesh.h"
+#include "pick_settings_validator.h"
 #include "picker.h"
-#include "scene_arguments.h"
-#include "scene_loader.h"
 
 namespace velpick::python {
 namespace {
 
 namespace py = pybind11;
 
-// The internal-unit scale is process-wide host state that mesh building and the pick both
-// read; picks from several Python threads therefore run one after another.
-std::mutex g_pickMutex;
-
-// The picker that marks edges; pick_edges runs it, the face picks refuse it.
-constexpr const char* kEdgePicker = "graph";
-
-std::unique_ptr<Picker> PickerFor(const Scene& scene, bool edges) {
-    if (scene.picker == kEdgePicker && !edges)
-        throw py::value_error("picker: the graph picker marks edges, not faces; use pick_edges");
-    // The scene's picker is one of the registered ones.
-    return MakePicker(scene.picker);
-}
-
-void MarkableToScene(const std::vector<NumpyMesh>& meshes, Scene& scene) {
-    for (std::size_t i = 0; i < meshes.size(); ++i) {
-        if (meshes[i].HasMarkable()) {
-            scene.meshes[i].markWholeMesh = false;
-            scene.meshes[i].markableSurfaces = {0};  // BuildArrayMesh puts markable faces there
-        }
-    }
-}
-
-/// A pick's results with the input vertices of each mesh, to name merged vertices.
-struct BuiltPick {
-    PickResult result;
-    std::vector<std::vector<std::int32_t>> units;
+/// A call's meshes as arrays, with the placement of each (identity when None).
+struct ArrayMeshes {
+    std::vector<NumpyMesh> arrays;
+    std::vector<MMTransformMatrix> placements;
 };
 
-// Builds the meshes and picks; makes no Python call, so it runs without the GIL.
-BuiltPick BuildAndPick(const std::vector<NumpyMesh>& arrays, const Scene& scene, Picker& picker) {
-    const std::lock_guard<std::mutex> lock(g_pickMutex);
-    VelSDK::Common::MInternalUnits::Set(scene.unitsPerModelUnit);
-    std::vector<std::unique_ptr<MStlBase>> meshes;
+/// A pick's results with, for each mesh, the input vertex of each mesh vertex.
+struct BuiltPick {
+    PickResult result;
+    std::vector<std::vector<std::uint32_t>> inputVertexOf;
+};
+
+// Builds the meshes and picks; makes no Python call, so it runs without the GIL. Nothing here
+// is shared with another call: the scale travels in the settings.
+BuiltPick BuildAndPick(const ArrayMeshes& meshes, const View& view, const PickSettings& settings,
+                       Picker& picker) {
+    std::vector<std::unique_ptr<MStlBase>> built;
     BuiltPick pick;
-    for (const NumpyMesh& mesh : arrays) {
-        ArrayMesh built = mesh.Build();
-        meshes.push_back(std::move(built.mesh));
-        pick.units.push_back(std::move(built.units));
+    PickRequest request{{}, view, settings};
+    for (std::size_t i = 0; i < meshes.arrays.size(); ++i) {
+        ArrayMesh mesh = meshes.arrays[i].Build(settings.unitsPerModelUnit);
+        PickMesh entry{mesh.mesh.get(), meshes.placements[i], !meshes.arrays[i].HasMarkable(), {}};
+        if (meshes.arrays[i].HasMarkable())
+            entry.markableSurfaces.push_back(&*mesh.mesh->Surfaces().begin());  // markable faces
+        request.meshes.push_back(entry);
+        built.push_back(std::move(mesh.mesh));
+        pick.inputVertexOf.push_back(std::move(mesh.inputVertexOf));
     }
-    pick.result = picker.Pick(MakePickRequest(scene, meshes));
+    pick.result = picker.Pick(request);
     return pick;
 }
 
-BuiltPick RunPick(const std::vector<NumpyMesh>& meshes, const std::vector<py::object>& placements,
-                  const PickArguments& arguments, bool edges = false) {
-    Scene scene = ValidateScene(arguments, placements);
-    const std::unique_ptr<Picker> picker = PickerFor(scene, edges);
-    MarkableToScene(meshes, scene);
+BuiltPick RunPick(const ArrayMeshes& meshes, const py::object& region, const py::kwargs& keywords,
+                  PickFunction function) {
+    const KeywordSettings source(region, keywords, function);
+    const PickSettings settings = ValidatePickSettings(source);
+    const View view = ValidateView(source, settings.unitsPerModelUnit);
+    const bool edges = function == PickFunction::kPickEdges;
+    if (!edges && settings.picker == "graph")
+        throw py::value_error("picker: the graph picker marks edges, not faces; use pick_edges");
+    const std::unique_ptr<Picker> picker = MakePicker(settings.picker);
     try {
         const py::gil_scoped_release release;
-        return BuildAndPick(meshes, scene, *picker);
+        return BuildAndPick(meshes, view, settings, *picker);
     } catch (const ArrayMeshError& error) {
         throw py::value_error(error.what());
     } catch (const PickError& error) {
-        throw py::value_error(ArgumentName(error.Field()) + ": " + error.what());
+        throw py::value_error(error.Field() + ": " + error.what());
     }
 }
 
@@ -94,139 +81,84 @@ py::array_t<bool> FaceMask(std::size_t faceCount, const std::vector<std::size_t>
     return mask;
 }
 
-// The settings every pick function takes, in the order of their keyword arguments.
-PickArguments CommonArguments(py::object region, py::object view, py::object camera,
-                              py::object pixelProportion, py::object unitsPerModelUnit,
-                              py::object markThrough, py::object backFaceCulling,
-                              py::object clippingPlanes) {
-    PickArguments arguments;
-    arguments.region = std::move(region);
-    arguments.view = std::move(view);
-    arguments.camera = std::move(camera);
-    arguments.pixelProportion = std::move(pixelProportion);
-    arguments.unitsPerModelUnit = std::move(unitsPerModelUnit);
-    arguments.markThrough = std::move(markThrough);
-    arguments.backFaceCulling = std::move(backFaceCulling);
-    arguments.clippingPlanes = std::move(clippingPlanes);
-    return arguments;
+ArrayMeshes OneMesh(const py::object& vertices, const py::object& faces,
+                    const py::object& markable) {
+    ArrayMeshes meshes;
+    meshes.arrays.emplace_back(vertices, faces, markable, "");
+    meshes.placements.emplace_back();
+    return meshes;
 }
 
-py::array_t<bool> Pick(py::object vertices, py::object faces, py::object region, py::object view,
-                       py::object camera, py::object pixelProportion, py::object depthTolerance,
-                       py::object unitsPerModelUnit, py::object picker, py::object markThrough,
-                       py::object backFaceCulling, py::object clippingPlanes, py::object markable,
-                       py::object brushRadius, py::object linesPerPixel, py::object threads) {
-    std::vector<NumpyMesh> meshes;
-    meshes.emplace_back(vertices, faces, markable, "");
-    PickArguments arguments =
-        CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
-                        backFaceCulling, clippingPlanes);
-    arguments.depthTolerance = depthTolerance;
-    arguments.picker = picker;
-    arguments.brushRadius = brushRadius;
-    arguments.linesPerPixel = linesPerPixel;
-    arguments.threads = threads;
-    const BuiltPick pick = RunPick(meshes, {py::none()}, arguments);
-    return FaceMask(meshes[0].FaceCount(), pick.result.meshes[0].triangles);
+py::array_t<bool> Pick(py::object vertices, py::object faces, py::object region,
+                       py::object markable, const py::kwargs& keywords) {
+    const ArrayMeshes meshes = OneMesh(vertices, faces, markable);
+    const BuiltPick pick = RunPick(meshes, region, keywords, PickFunction::kPick);
+    return FaceMask(meshes.arrays[0].FaceCount(), pick.result.meshes[0].triangles);
 }
 
 // (vertices, faces[, placement[, markable]]) of mesh i.
-NumpyMesh MeshEntry(const py::handle& entry, std::size_t i, std::vector<py::object>& placements) {
-    const std::string label = MeshLabel(i);
+void AddMeshEntry(const py::handle& entry, std::size_t i, ArrayMeshes& meshes) {
+    const std::string label = "meshes[" + std::to_string(i) + "]";
     const bool isTuple = py::isinstance<py::tuple>(entry) || py::isinstance<py::list>(entry);
     const std::size_t size = isTuple ? py::len(entry) : 0;
     if (size < 2 || size > 4)
-        throw py::value_error(label.substr(0, label.size() - 1) +
+        throw py::value_error(label +
                               ": expected a tuple (vertices, faces[, placement[, markable]])");
     const py::sequence parts = py::reinterpret_borrow<py::sequence>(entry);
-    placements.push_back(size > 2 ? py::object(parts[2]) : py::none());
-    return NumpyMesh(parts[0], parts[1], size > 3 ? py::object(parts[3]) : py::none(), label);
+    const py::object placement = size > 2 ? py::object(parts[2]) : py::none();
+    meshes.arrays.emplace_back(parts[0], parts[1], size > 3 ? py::object(parts[3]) : py::none(),
+                               label + ".");
+    meshes.placements.push_back(placement.is_none() ? MMTransformMatrix()
+                                                    : settings_detail::Matrix(MatrixField(
+                                                          placement, label + ".placement")));
 }
 
-py::list PickMeshes(py::object meshEntries, py::object region, py::object view, py::object camera,
-                    py::object pixelProportion, py::object depthTolerance,
-                    py::object unitsPerModelUnit, py::object picker, py::object markThrough,
-                    py::object backFaceCulling, py::object clippingPlanes, py::object brushRadius,
-                    py::object linesPerPixel, py::object threads) {
-    if (!py::isinstance<py::list>(meshEntries) && !py::isinstance<py::tuple>(meshEntries))
+py::list PickMeshes(py::object meshEntries, py::object region, const py::kwargs& keywords) {
+    PyField list(meshEntries, "meshes");
+    if (!list.IsArray() || py::isinstance<py::array>(meshEntries))
         throw py::value_error("meshes: expected a list of (vertices, faces[, placement]) tuples");
-    std::vector<NumpyMesh> meshes;
-    std::vector<py::object> placements;
+    list.ArraySize(1, "mesh");
+    ArrayMeshes meshes;
     std::size_t i = 0;
     for (const py::handle entry : meshEntries)
-        meshes.push_back(MeshEntry(entry, i++, placements));
-    PickArguments arguments =
-        CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
-                        backFaceCulling, clippingPlanes);
-    arguments.depthTolerance = depthTolerance;
-    arguments.picker = picker;
-    arguments.brushRadius = brushRadius;
-    arguments.linesPerPixel = linesPerPixel;
-    arguments.threads = threads;
-    const BuiltPick pick = RunPick(meshes, placements, arguments);
+        AddMeshEntry(entry, i++, meshes);
+    const BuiltPick pick = RunPick(meshes, region, keywords, PickFunction::kPickMeshes);
     py::list masks;
-    for (std::size_t m = 0; m < meshes.size(); ++m)
-        masks.append(FaceMask(meshes[m].FaceCount(), pick.result.meshes[m].triangles));
+    for (std::size_t m = 0; m < meshes.arrays.size(); ++m)
+        masks.append(FaceMask(meshes.arrays[m].FaceCount(), pick.result.meshes[m].triangles));
     return masks;
 }
 
 // The marked edges of a graph pick as rows of input vertex indices, in the picker's order.
-py::array_t<std::int64_t> EdgeRows(const EdgePick& edges, const std::vector<std::int32_t>& units) {
-    const FirstVertexIndex vertexAt(units);
+py::array_t<std::int64_t> EdgeRows(const EdgePick& edges,
+                                   const std::vector<std::uint32_t>& inputVertexOf) {
     py::array_t<std::int64_t> rows(
-        std::vector<py::ssize_t>{static_cast<py::ssize_t>(edges.marked.size()), 2});
+        std::vector<py::ssize_t>{static_cast<py::ssize_t>(edges.markedVertices.size()), 2});
     auto cells = rows.mutable_unchecked<2>();
-    for (std::size_t e = 0; e < edges.marked.size(); ++e) {
-        for (std::size_t end = 0; end < 2; ++end) {
-            // Every graph vertex is a mesh vertex, and every mesh vertex an input vertex.
-            const std::optional<std::size_t> vertex = vertexAt.Find(edges.marked[e][end]);
-            if (!vertex)
-                throw std::logic_error("a marked edge ends at no input vertex");
+    for (std::size_t e = 0; e < edges.markedVertices.size(); ++e)
+        for (std::size_t end = 0; end < 2; ++end)
             cells(static_cast<py::ssize_t>(e), static_cast<py::ssize_t>(end)) =
-                static_cast<std::int64_t>(*vertex);
-        }
-    }
+                inputVertexOf[edges.markedVertices[e][end]];
     return rows;
 }
 
 py::array_t<std::int64_t> PickEdges(py::object vertices, py::object faces, py::object region,
-                                    py::object view, py::object camera, py::object pixelProportion,
-                                    py::object unitsPerModelUnit, py::object markThrough,
-                                    py::object backFaceCulling, py::object clippingPlanes,
-                                    py::object sharpAngle, py::object thickness,
-                                    py::object markWholeCandidates, py::object linesPerPixel,
-                                    py::object threads) {
-    std::vector<NumpyMesh> meshes;
-    meshes.emplace_back(vertices, faces, py::none(), "");
-    PickArguments arguments =
-        CommonArguments(region, view, camera, pixelProportion, unitsPerModelUnit, markThrough,
-                        backFaceCulling, clippingPlanes);
-    arguments.picker = py::str(kEdgePicker);
-    arguments.linesPerPixel = linesPerPixel;
-    arguments.threads = threads;
-    py::dict graph;
-    graph["sharp_angle_deg"] = sharpAngle;
-    graph["thickness"] = thickness;
-    graph["mark_whole_candidates"] = markWholeCandidates;
-    arguments.graph = graph;
-    const BuiltPick pick = RunPick(meshes, {py::none()}, arguments, true);
+                                    const py::kwargs& keywords) {
+    const ArrayMeshes meshes = OneMesh(vertices, faces, py::none());
+    const BuiltPick pick = RunPick(meshes, region, keywords, PickFunction::kPickEdges);
     const std::optional<EdgePick>& edges = pick.result.meshes[0].edges;
     if (!edges)
         return py::array_t<std::int64_t>(std::vector<py::ssize_t>{0, 2});
-    return EdgeRows(*edges, pick.units[0]);
+    return EdgeRows(*edges, pick.inputVertexOf[0]);
 }
 
 // Builds the mesh pick() would build, for measuring the binding's own cost.
 std::size_t BuildOnly(py::object vertices, py::object faces, py::object unitsPerModelUnit) {
     const NumpyMesh mesh(vertices, faces, py::none(), "");
-    const double units = unitsPerModelUnit.cast<double>();
-    if (!(std::isfinite(units) && units > 0.0))
-        throw py::value_error("units_per_model_unit: expected a number > 0");
+    const double units = PyField(unitsPerModelUnit, "units_per_model_unit").PositiveNumber();
     try {
         const py::gil_scoped_release release;
-        const std::lock_guard<std::mutex> lock(g_pickMutex);
-        VelSDK::Common::MInternalUnits::Set(units);
-        return mesh.Build().mesh->GetNumberOfTriangles();
+        return mesh.Build(units).mesh->GetNumberOfTriangles();
     } catch (const ArrayMeshError& error) {
         throw py::value_error(error.what());
     }
@@ -290,40 +222,14 @@ PYBIND11_MODULE(velpick, module) {
     using namespace velpick::python;
     module.doc() = kModuleDoc;
     module.def("pick", &Pick, kPickDoc, py::arg("vertices"), py::arg("faces"), py::arg("region"),
-               py::kw_only(), py::arg("view") = py::none(), py::arg("camera") = py::none(),
-               py::arg("pixel_proportion") = velpick::kDefaultPixelProportion,
-               py::arg("depth_tolerance") = velpick::kDefaultDepthTolerance,
-               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit,
-               py::arg("picker") = velpick::kDefaultPicker, py::arg("mark_through") = false,
-               py::arg("back_face_culling") = false, py::arg("clipping_planes") = py::none(),
-               py::arg("markable") = py::none(), py::arg("brush_radius") = py::none(),
-               py::arg("lines_per_pixel") = velpick::kDefaultLinesPerPixel,
-               py::arg("threads") = py::none());
-    module.def("pick_meshes", &PickMeshes, kPickMeshesDoc, py::arg("meshes"), py::arg("region"),
-               py::kw_only(), py::arg("view") = py::none(), py::arg("camera") = py::none(),
-               py::arg("pixel_proportion") = velpick::kDefaultPixelProportion,
-               py::arg("depth_tolerance") = velpick::kDefaultDepthTolerance,
-               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit,
-               py::arg("picker") = velpick::kDefaultPicker, py::arg("mark_through") = false,
-               py::arg("back_face_culling") = false, py::arg("clipping_planes") = py::none(),
-               py::arg("brush_radius") = py::none(),
-               py::arg("lines_per_pixel") = velpick::kDefaultLinesPerPixel,
-               py::arg("threads") = py::none());
+               py::kw_only(), py::arg("markable") = py::none());
+    module.def("pick_meshes", &PickMeshes, kPickMeshesDoc, py::arg("meshes"), py::arg("region"));
     module.def("pick_edges", &PickEdges, kPickEdgesDoc, py::arg("vertices"), py::arg("faces"),
-               py::arg("region"), py::kw_only(), py::arg("view") = py::none(),
-               py::arg("camera") = py::none(),
-               py::arg("pixel_proportion") = velpick::kDefaultPixelProportion,
-               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit,
-               py::arg("mark_through") = false, py::arg("back_face_culling") = false,
-               py::arg("clipping_planes") = py::none(),
-               py::arg("sharp_angle_deg") = velpick::kDefaultSharpAngleDegrees,
-               py::arg("thickness") = 0.0, py::arg("mark_whole_candidates") = false,
-               py::arg("lines_per_pixel") = velpick::kDefaultLinesPerPixel,
-               py::arg("threads") = py::none());
+               py::arg("region"));
     module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
     module.def("_build_mesh", &BuildOnly,
                "Converts and builds the host mesh pick() would build and returns its triangle "
                "count; for measuring the binding's overhead.",
                py::arg("vertices"), py::arg("faces"),
-               py::arg("units_per_model_unit") = velpick::kDefaultUnitsPerModelUnit);
+               py::arg("units_per_model_unit") = velpick::PickSettings().unitsPerModelUnit);
 }

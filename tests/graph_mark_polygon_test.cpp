@@ -207,7 +207,7 @@ struct ImportedTerrain : ::testing::Test {
             fs::temp_directory_path() /
             ("graph_mark_terrain_" + std::to_string(std::random_device()()) + ".off");
         std::ofstream(file) << TerrainOff(20);
-        mesh = velpick::ImportMesh(file);
+        mesh = velpick::ImportMesh(file, 1000.0);
         fs::remove(file);
         graph = AddSharpEdgeGraph(*mesh, 10.0, false);
         ASSERT_GT(graph->GetNumberOfEdges(), 300u);

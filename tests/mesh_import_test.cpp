@@ -1,4 +1,5 @@
 #include "mesh_import.h"
+#include "mesh_builder.h"
 #include "ply_header.h"
 #include "ply_triangle_mesh.h"
 #include "vertex_merge.h"
@@ -19,8 +20,6 @@
 #include <random>
 #include <string>
 #include <vector>
-
-#include <velpick/host/internal_units.h>
 
 namespace {
 
@@ -55,17 +54,12 @@ std::string binaryStl(const std::vector<std::array<float, 9>>& facets) {
 class MeshImportTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        m_savedUnits = VelSDK::Common::MInternalUnits::Get();
-        VelSDK::Common::MInternalUnits::Set(1.0);
         const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
         m_dir = fs::temp_directory_path() / (std::string("mesh_import_test_") + test->name() + "_" +
                                              std::to_string(std::random_device()()));
         fs::create_directories(m_dir);
     }
-    void TearDown() override {
-        VelSDK::Common::MInternalUnits::Set(m_savedUnits);
-        fs::remove_all(m_dir);
-    }
+    void TearDown() override { fs::remove_all(m_dir); }
 
     fs::path write(const std::string& name, const std::string& bytes) {
         const fs::path path = m_dir / name;
@@ -83,9 +77,9 @@ class MeshImportTest : public ::testing::Test {
     }
 
     // The import fails with "<file>: ..." and the reason mentions `fragment`.
-    void expectFailure(const fs::path& file, const std::string& fragment) {
+    void expectFailure(const fs::path& file, const std::string& fragment, double units = 1000.0) {
         try {
-            ImportMesh(file);
+            ImportMesh(file, units);
             ADD_FAILURE() << file << " imported";
         } catch (const MeshImportError& error) {
             const std::string message = error.what();
@@ -95,25 +89,9 @@ class MeshImportTest : public ::testing::Test {
     }
 
     fs::path m_dir;
-    double m_savedUnits = 1.0;
 };
 
 const Corner o{0, 0, 0}, x{1, 0, 0}, xy{1, 1, 0}, y{0, 1, 0}, z{0, 0, 1};
-
-TEST_F(MeshImportTest, StlKeepsFacetOrderAndMergesVertices) {
-    const std::string facets =
-        "facet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 1 1 0\nendloop\n"
-        "endfacet\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 1 0\nvertex 0 1 0\n"
-        "endloop\nendfacet\n";
-    const auto ascii = ImportMesh(write("two.stl", "solid t\n" + facets + "endsolid t\n"));
-    expectTriangles(*ascii, {{o, x, xy}, {o, xy, y}});
-    EXPECT_EQ(ascii->GetNumberOfPoints(), 4u);
-    EXPECT_EQ(ascii->GetTopSurfaces().size(), 1u);
-    const auto binary = ImportMesh(write("three.STL", binaryStl({{0, 0, 0, 1, 0, 0, 0, 0, 1},
-                                                                 {0, 0, 0, 1, 1, 0, 1, 0, 0},
-                                                                 {0, 0, 0, 0, 1, 0, 1, 1, 0}})));
-    expectTriangles(*binary, {{o, x, z}, {o, xy, x}, {o, y, xy}});
-}
 
 TEST_F(MeshImportTest, ObjGroupsBecomeSurfacesAndFacesKeepFileOrder) {
     write("m.mtl", "newmtl red\nKd 1 0 0\nnewmtl blue\nKd 0 0 1\n");
@@ -123,7 +101,8 @@ TEST_F(MeshImportTest, ObjGroupsBecomeSurfacesAndFacesKeepFileOrder) {
                                        "g a\nusemtl red\nf 1 2 3 4\n"
                                        "usemtl blue\nf 1 2 5\n"
                                        "g b\nf 2/1 3/1 5/1\n"
-                                       "g a\nusemtl red\nf -5 -1 -2\n"));
+                                       "g a\nusemtl red\nf -5 -1 -2\n"),
+                                 1.0);
     // The quad is fanned in place into triangles 0 and 1.
     expectTriangles(*mesh, {{o, x, xy}, {o, xy, y}, {o, x, z}, {x, xy, z}, {o, z, y}});
     ASSERT_EQ(mesh->GetTopSurfaces().size(), 2u);
@@ -133,22 +112,6 @@ TEST_F(MeshImportTest, ObjGroupsBecomeSurfacesAndFacesKeepFileOrder) {
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_EQ(mesh->GetTriangle(i).GetSurface(), expected[i]) << "triangle " << i;
     EXPECT_EQ(a->GetNumberOfTriangles(), 4u);
-}
-
-TEST_F(MeshImportTest, AsciiPlyWithExtraPropertiesAndElements) {
-    const auto mesh =
-        ImportMesh(write("a.ply",
-                         "ply\nformat ascii 1.0\ncomment hi\n"
-                         "element vertex 5\nproperty float y_first\nproperty float x\n"
-                         "property float y\nproperty double z\n"
-                         "element face 2\nproperty uchar flags\n"
-                         "property list uchar int vertex_indices\n"
-                         "element edge 1\nproperty int a\nproperty int b\n"
-                         "end_header\n"
-                         "9 0 0 0\n9 1 0 0\n9 1 1 0\n9 0 1 0\n9 0 0 1\n"
-                         "7 4 0 1 2 3\n7 3 4 1 0\n"
-                         "0 1\n"));
-    expectTriangles(*mesh, {{o, x, xy}, {o, xy, y}, {z, x, o}});
 }
 
 std::string binaryPlyBody(bool bigEndian) {
@@ -164,21 +127,6 @@ std::string binaryPlyBody(bool bigEndian) {
             append<std::int32_t>(body, index, bigEndian);
     }
     return body;
-}
-
-TEST_F(MeshImportTest, BinaryPlyInBothByteOrders) {
-    for (const bool bigEndian : {false, true}) {
-        const std::string header = std::string("ply\nformat ") +
-                                   (bigEndian ? "binary_big_endian" : "binary_little_endian") +
-                                   " 1.0\nelement vertex 5\nproperty double x\nproperty double y\n"
-                                   "property double z\nelement face 2\n"
-                                   "property list uchar int vertex_indices\n"
-                                   // occupies no bytes however many instances it declares
-                                   "element marker 9223372036854775807\nend_header\n";
-        const auto mesh = ImportMesh(write("b.ply", header + binaryPlyBody(bigEndian)));
-        expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
-        EXPECT_EQ(mesh->GetNumberOfPoints(), 5u);
-    }
 }
 
 /// One mesh in many PLY layouts: vertex records with extra properties around x, y, z, and
@@ -288,52 +236,6 @@ std::vector<Corner> Contents(const MStlBase& mesh) {
     return contents;
 }
 
-TEST_F(MeshImportTest, BinaryPlyLayoutsGiveTheSameMeshAsAscii) {
-    VelSDK::Common::MInternalUnits::Set(2.0);
-    const PlyLayouts mesh;
-    const std::vector<Corner> expected = Contents(*ImportMesh(write("a.ply", mesh.Ascii())));
-    ASSERT_GT(expected.size(), 270u);
-    const PlyLayouts::Layout layouts[] = {
-        {"float", "uchar", "int", false, false}, {"double", "uchar", "uint", false, false},
-        {"float", "int", "int", false, false},   {"double", "uint", "uint", false, false},
-        {"float", "uchar", "int", true, false},  {"float", "ushort", "int", false, false},
-        {"double", "uchar", "int", false, true},
-    };
-    for (const PlyLayouts::Layout& layout : layouts) {
-        SCOPED_TRACE(std::string(layout.coordinate) + " " + layout.count + " " + layout.index +
-                     (layout.extraFaceProperty ? " flags" : "") +
-                     (layout.bigEndian ? " big-endian" : ""));
-        EXPECT_EQ(Contents(*ImportMesh(write("b.ply", mesh.Binary(layout)))), expected);
-    }
-}
-
-TEST_F(MeshImportTest, BinaryPlyFaultsGiveTheSameMessageInEitherByteOrder) {
-    // Little-endian files are read in place, big-endian ones value by value.
-    const PlyLayouts mesh;
-    const auto failure = [&](bool bigEndian, const std::function<void(std::string&)>& spoil) {
-        std::string bytes = mesh.Binary({"float", "uchar", "int", false, bigEndian});
-        spoil(bytes);
-        try {
-            ImportMesh(write("f.ply", bytes));
-        } catch (const MeshImportError& error) {
-            return std::string(error.what());
-        }
-        return std::string("imported");
-    };
-    const std::function<void(std::string&)> spoils[] = {
-        [](std::string& bytes) { bytes.resize(bytes.size() - 2); },  // truncated last face
-        [](std::string& bytes) { bytes.push_back('\0'); },           // a byte left over
-        [](std::string& bytes) {  // the last faces (over 1000 bytes in all) turned to all ones
-            std::fill(bytes.end() - 200, bytes.end(), '\xff');
-        },
-    };
-    for (const auto& spoil : spoils) {
-        const std::string little = failure(false, spoil);
-        EXPECT_EQ(little, failure(true, spoil));
-        EXPECT_NE(little, "imported");
-    }
-}
-
 // The mesh of a triangle file worked out independently: positions in internal units numbered
 // in order of first use, corners 0, 1, 2 of each face in turn, in the layout of Contents.
 std::vector<Corner> expectedTriangleContents(const PlyLayouts& file, double unitsPerModelUnit) {
@@ -354,39 +256,45 @@ std::vector<Corner> expectedTriangleContents(const PlyLayouts& file, double unit
     return points;
 }
 
-TEST_F(MeshImportTest, TriangleFilesReadInPlaceGiveTheMeshOfFirstUse) {
-    VelSDK::Common::MInternalUnits::Set(2.0);
-    const PlyLayouts file(1);
-    const std::vector<Corner> expected = expectedTriangleContents(file, 2.0);
-    ASSERT_LT(expected.size(), 60u + 270u) << "some vertices should be unused or shared";
-    EXPECT_EQ(Contents(*ImportMesh(write("a.ply", file.Ascii()))), expected);
+TEST_F(MeshImportTest, BinaryPlyLayoutsGiveTheMeshOfTheAsciiReader) {
+    // Polygon files: the ascii reader, value by value, is the oracle of every binary layout.
+    // Triangle files: an ordered map of first uses is the oracle of all of them, and the
+    // little-endian ones without a face property are the ones read in place.
     const PlyLayouts::Layout layouts[] = {
-        {"float", "uchar", "int", false, false}, {"double", "uchar", "uint", false, false},
-        {"float", "int", "uint", false, false},  {"double", "uint", "int", false, false},
-        {"float", "uchar", "int", false, true},  {"float", "uint", "int", false, true},
-        {"float", "uchar", "int", true, false},  // a face property: read value by value
+        {"float", "uchar", "int", false, false},  {"double", "uchar", "uint", false, false},
+        {"float", "int", "uint", false, false},   {"double", "uint", "int", false, false},
+        {"float", "ushort", "int", false, false}, {"double", "uchar", "int", false, true},
+        {"float", "uint", "int", false, true},    {"float", "uchar", "int", true, false},
     };
-    for (const PlyLayouts::Layout& layout : layouts) {
-        SCOPED_TRACE(std::string(layout.coordinate) + " " + layout.count + " " + layout.index +
-                     (layout.extraFaceProperty ? " flags" : "") +
-                     (layout.bigEndian ? " big-endian" : ""));
-        const std::string bytes = file.Binary(layout);
-        const auto mesh = ImportMesh(write("b.ply", bytes));
-        EXPECT_EQ(Contents(*mesh), expected);
-        EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
-        EXPECT_EQ(mesh->GetTopSurfaces().front()->GetNumberOfTriangles(), 90u);
-        // The little-endian layouts without a face property are the ones read in place.
-        const bool inPlace = !layout.bigEndian && !layout.extraFaceProperty;
-        const auto header = velpick::detail::ReadPlyHeader(bytes);
-        EXPECT_EQ(velpick::detail::BuildPlyTriangleMesh(header, bytes) != nullptr, inPlace);
+    for (const unsigned cornerChoices : {3u, 1u}) {
+        const PlyLayouts file(cornerChoices);
+        const bool triangles = cornerChoices == 1;
+        const std::vector<Corner> ascii = Contents(*ImportMesh(write("a.ply", file.Ascii()), 2.0));
+        if (triangles) {
+            EXPECT_EQ(ascii, expectedTriangleContents(file, 2.0));
+        }
+        for (const PlyLayouts::Layout& layout : layouts) {
+            SCOPED_TRACE(std::string(layout.coordinate) + " " + layout.count + " " + layout.index +
+                         (layout.extraFaceProperty ? " flags" : "") +
+                         (layout.bigEndian ? " big-endian" : "") + (triangles ? " triangles" : ""));
+            const std::string bytes = file.Binary(layout);
+            const auto mesh = ImportMesh(write("b.ply", bytes), 2.0);
+            EXPECT_EQ(Contents(*mesh), ascii);
+            EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
+            const bool inPlace = triangles && !layout.bigEndian && !layout.extraFaceProperty &&
+                                 std::string(layout.count) != "ushort";
+            const auto header = velpick::detail::ReadPlyHeader(bytes);
+            EXPECT_EQ(velpick::detail::BuildPlyTriangleMesh(header, bytes, 2.0) != nullptr,
+                      inPlace);
+        }
     }
 }
 
 TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
-    // A little-endian triangle file is read in place until a fault; a big-endian one value by
-    // value throughout. Both must end alike: the same message, or the same mesh.
-    VelSDK::Common::MInternalUnits::Set(1000.0);
-    const PlyLayouts file(1);
+    // A little-endian file is read in place until a fault; a big-endian one value by value
+    // throughout. Both must end alike: the same message, or the same mesh. The polygon file
+    // takes the general reader's in-place path, the triangle file the fast path.
+    const PlyLayouts polygons, file(1);
     constexpr std::size_t kVertexBytes = 17, kFaceBytes = 13;  // float layout, uchar counts
     using Spoil = std::function<void(std::string&, std::size_t body, bool bigEndian)>;
     const auto put = [](std::string& bytes, std::size_t at, auto value, bool bigEndian) {
@@ -426,11 +334,11 @@ TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
              b.erase(body + corner(0, 2), 4);
          }},
     };
-    const auto outcome = [&](bool bigEndian, const Spoil& spoil) {
-        std::string bytes = file.Binary({"float", "uchar", "int", false, bigEndian});
+    const auto outcome = [&](const PlyLayouts& ply, bool bigEndian, const Spoil& spoil) {
+        std::string bytes = ply.Binary({"float", "uchar", "int", false, bigEndian});
         spoil(bytes, bytes.find("end_header\n") + 11, bigEndian);
         try {
-            const auto mesh = ImportMesh(write("f.ply", bytes));
+            const auto mesh = ImportMesh(write("f.ply", bytes), 1000.0);
             std::string contents = "imported";
             for (const Corner& c : Contents(*mesh))
                 contents += " " + std::to_string(c[0]) + "," + std::to_string(c[1]) + "," +
@@ -442,9 +350,18 @@ TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
     };
     for (const auto& [fragment, spoil] : spoils) {
         SCOPED_TRACE(fragment);
-        const std::string little = outcome(false, spoil);
-        EXPECT_EQ(little, outcome(true, spoil));
+        const std::string little = outcome(file, false, spoil);
+        EXPECT_EQ(little, outcome(file, true, spoil));
         EXPECT_NE(little.find(fragment), std::string::npos) << little;
+    }
+    // The last polygon faces (over 1000 bytes in all) turned to all ones.
+    const Spoil ones = [](std::string& b, std::size_t, bool) {
+        std::fill(b.end() - 200, b.end(), '\xff');
+    };
+    for (const Spoil& spoil : {spoils[0].second, spoils[1].second, ones}) {
+        const std::string little = outcome(polygons, false, spoil);
+        EXPECT_EQ(little, outcome(polygons, true, spoil));
+        EXPECT_EQ(little.find("imported"), std::string::npos) << little;
     }
     std::string none =
         "ply\nformat binary_little_endian 1.0\nelement vertex 1\nproperty float x\n"
@@ -541,9 +458,14 @@ TEST_F(MeshImportTest, VerticesAreNumberedInOrderOfFirstUseByEveryFormat) {
         {"v.stl", binaryStl({{0, 0, 1, 1, 0, 0, 0, 0, 0},
                              {0, 0, 0, 1, 0, 0, 1, 1, 0},
                              {0, 0, 0, 1, 1, 0, 0, 1, 0}})},
+        {"a.stl",
+         "solid t\nfacet normal 0 0 1\nouter loop\nvertex 0 0 1\nvertex 1 0 0\nvertex 0 0 0\n"
+         "endloop\nendfacet\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\n"
+         "vertex 1 1 0\nendloop\nendfacet\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\n"
+         "vertex 1 1 0\nvertex 0 1 0\nendloop\nendfacet\nendsolid t\n"},
     };
     for (const auto& [name, bytes] : files) {
-        const auto mesh = ImportMesh(write(name, bytes));
+        const auto mesh = ImportMesh(write(name, bytes), 1.0);
         expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
         const Corner expected[] = {z, x, o, xy, y};
         ASSERT_EQ(mesh->GetNumberOfPoints(), 5u) << name;
@@ -554,18 +476,17 @@ TEST_F(MeshImportTest, VerticesAreNumberedInOrderOfFirstUseByEveryFormat) {
     }
 }
 
-TEST_F(MeshImportTest, CoordinatesAreScaledByInternalUnitsAndRounded) {
-    VelSDK::Common::MInternalUnits::Set(1000.0);
-    const auto mesh = ImportMesh(write("s.off",
-                                       "OFF\n3 1 0\n0.0015 -0.0015 1.2344\n"
-                                       "-2000000 2000000 0.0004\n1e-9 0.9996 -0.0006\n"
-                                       "3 0 1 2\n"));
+TEST_F(MeshImportTest, CoordinatesAreScaledByTheGivenUnitsAndRounded) {
+    const fs::path file = write("s.off",
+                                "OFF\n3 1 0\n0.0015 -0.0015 1.2344\n"
+                                "-2000000 2000000 0.0004\n1e-9 0.9996 -0.0006\n3 0 1 2\n");
     expectTriangles(
-        *mesh, {{Corner{2, -2, 1234}, Corner{-2000000000, 2000000000, 0}, Corner{0, 1000, -1}}});
+        *ImportMesh(file, 1000.0),
+        {{Corner{2, -2, 1234}, Corner{-2000000000, 2000000000, 0}, Corner{0, 1000, -1}}});
+    expectTriangles(*ImportMesh(file, 1.0), {{z, Corner{-2000000, 2000000, 0}, y}});
 }
 
 TEST_F(MeshImportTest, MalformedFilesFailNamingTheProblem) {
-    VelSDK::Common::MInternalUnits::Set(1000.0);
     const std::string objVertices = "v 0 0 0\nv 1 0 0\nv 1 1 0\n";
     const std::string plyHeader =
         "ply\nformat binary_little_endian 1.0\nelement vertex 5\nproperty double x\n"
@@ -626,9 +547,12 @@ TEST_F(MeshImportTest, MalformedFilesFailNamingTheProblem) {
         c = static_cast<char>(random());
     for (const char* name : {"g.stl", "g.ply", "g.off", "g.obj"})
         expectFailure(write(name, garbage), "");
-    VelSDK::Common::MInternalUnits::Set(1.0);
+    // A binary element without properties occupies no bytes, however many it declares.
+    std::string marker = plyHeader;
+    marker.insert(marker.find("end_header"), "element marker 9223372036854775807\n");
+    EXPECT_EQ(ImportMesh(write("marker.ply", marker + plyBody), 1.0)->GetNumberOfTriangles(), 3u);
     EXPECT_NO_THROW(
-        ImportMesh(write("edge.off", "OFF\n3 1 0\n2147483647 -2147483648 0\n" + offTail)));
+        ImportMesh(write("edge.off", "OFF\n3 1 0\n2147483647 -2147483648 0\n" + offTail), 1.0));
 }
 
 }  // namespace

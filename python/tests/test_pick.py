@@ -84,7 +84,6 @@ def test_array_layouts_and_types_give_the_same_marks(floor):
     variants = {
         "fortran": (np.asfortranarray(vertices), np.asfortranarray(faces)),
         "strided": (wide[:, 1:7:2], np.repeat(faces, 2, axis=0)[::2]),
-        "transposed": (np.ascontiguousarray(vertices.T).T, np.ascontiguousarray(faces.T).T),
         "int32 faces": (vertices, faces.astype(np.int32)),
         "uint16 faces": (vertices, faces.astype(np.uint16)),
         "lists": (vertices.tolist(), faces.tolist()),
@@ -92,25 +91,17 @@ def test_array_layouts_and_types_give_the_same_marks(floor):
     for name, (v, f) in variants.items():
         np.testing.assert_array_equal(velpick.pick(v, f, TRIANGLE, view=top_view()), expected,
                                       err_msg=name)
-    before = vertices.copy()
-    velpick.pick(vertices, faces, TRIANGLE, view=top_view())
-    np.testing.assert_array_equal(vertices, before)
-
-
-def test_float32_vertices_pick_like_their_float64_values(floor):
-    vertices, faces = floor
+    # float32 coordinates pick like their float64 values.
     single = (vertices * 1.0001 + 0.0003).astype(np.float32)
     np.testing.assert_array_equal(
         velpick.pick(single, faces, TRIANGLE, view=top_view()),
         velpick.pick(single.astype(np.float64), faces, TRIANGLE, view=top_view()))
-
-
-def test_an_empty_mesh_gives_an_empty_mask():
-    mask = velpick.pick(np.zeros((0, 3)), np.zeros((0, 3), np.int64), SQUARE, view=top_view())
-    assert mask.shape == (0,) and mask.dtype == np.bool_
+    empty = velpick.pick(np.zeros((0, 3)), np.zeros((0, 3), np.int64), SQUARE, view=top_view())
+    assert empty.shape == (0,) and empty.dtype == np.bool_
 
 
 def test_picks_from_several_threads_match_serial_picks(floor):
+    # Nothing is shared between picks: each carries its own scale into the mesh and the picker.
     vertices, faces = floor
     scales = [500.0, 1000.0, 2000.0, 4000.0]
     views = {s: np.diag([1.0 / s, 1.0 / s, 1.0 / s, 1.0]) for s in scales}
@@ -162,50 +153,34 @@ BAD_ARGUMENTS = [
     # (arguments replaced, the argument the message must start with)
     ({"vertices": V.astype(np.int64)}, "vertices: expected a float32 or float64"),
     ({"vertices": V[:, :2]}, "vertices: expected shape (N, 3)"),
-    ({"vertices": V.ravel()}, "vertices: expected shape (N, 3)"),
     ({"vertices": [["a", "b", "c"]]}, "vertices: expected an array of numbers"),
     ({"vertices": V * 1e10}, "vertices: vertex 1: coordinate x"),
-    ({"vertices": np.where(V == 1.0, np.nan, V)}, "vertices: vertex"),
     ({"faces": F.astype(float)}, "faces: expected an integer array"),
     ({"faces": F[:, :2]}, "faces: expected shape (M, 3)"),
-    ({"faces": np.array([[0, 1, 9]])}, "faces: face 0 uses vertex 9 but vertices has 9 rows"),
+    ({"faces": np.array([[0, 1, 9]])}, "faces: face 0 uses vertex 9 but there are 9 vertices"),
     ({"faces": np.array([[0, 1, 2], [0, -1, 2]])}, "faces: face 1 uses vertex -1"),
-    ({"region": np.zeros((0, 2))}, "region: expected at least 3 points, got 0"),
     ({"region": [[0, 0], [1, 1]]}, "region: expected at least 3 points, got 2"),
-    ({"region": [1.0, 2.0, 3.0]}, "region: expected a (K, 2) array"),
-    ({"region": [[0, 0], [1, np.nan], [1, 0]]}, "region: expected finite numbers"),
+    ({"region": [[0, 0], [1, np.nan], [1, 0]]}, "region[1][1]: expected a finite number"),
     ({"region": [[0, 0], [1e12, 0], [1, 1]]}, "region[1]: beyond the 32-bit pixel range"),
     ({"region": [[0, 0], [1e4, 0], [1e4, 1e4]], "pixel_proportion": 1e3},
      "region: the selection raster of"),
     ({"region": np.zeros((0, 2)), "brush_radius": 2}, "region: expected at least 1 point"),
     ({"brush_radius": 1.5}, "brush_radius: expected a whole number"),
-    ({"brush_radius": -1}, "brush_radius: expected a whole number"),
     ({"view": None}, 'expected exactly one of "view" and "camera"'),
-    ({"camera": {"eye": [0, 0, 1]}}, 'expected exactly one of "view" and "camera"'),
     ({"view": np.eye(3)}, "view: expected a 4x4 array"),
-    ({"view": np.zeros((4, 4))}, "view: the last row must be 0 0 0 1"),
-    ({"view": np.diag([1.0, 0.0, 1.0, 1.0])}, "view: the matrix is not invertible"),
     ({"view": None, "camera": {"eye": [0, 0, 1], "target": [0, 0, 1], "up": [0, 1, 0],
                                "height": 1, "screen": [1, 1]}}, "camera: eye and target coincide"),
     ({"view": None, "camera": {"eye": [0, 0, 1]}}, "camera.target: missing"),
-    ({"view": None, "camera": [1, 2]}, "camera: expected an object"),
     ({"view": None, "camera": {"fov": 1}}, "camera.fov: unknown field"),
-    ({"pixel_proportion": 0}, "pixel_proportion: expected a number > 0"),
     ({"pixel_proportion": "5"}, "pixel_proportion: expected a number"),
-    ({"depth_tolerance": -0.1}, "depth_tolerance: expected a number >= 0"),
-    ({"units_per_model_unit": 0.0}, "units_per_model_unit: expected a number > 0"),
-    ({"picker": "raytrace"}, 'picker: unknown picker "raytrace"'),
-    ({"picker": 3}, "picker: expected a string"),
     ({"picker": "graph"}, "picker: the graph picker marks edges, not faces; use pick_edges"),
     ({"mark_through": 1}, "mark_through: expected true or false"),
-    ({"back_face_culling": "yes"}, "back_face_culling: expected true or false"),
     ({"clipping_planes": [[0, 0, 0, 1]]}, "clipping_planes[0]: the normal (a, b, c) is zero"),
-    ({"clipping_planes": [[0, 0, 1]]}, "clipping_planes[0]: expected 4 numbers"),
     ({"markable": np.ones(3, bool)}, "markable: expected shape (8,)"),
     ({"markable": np.ones(8, np.int8)}, "markable: expected a bool array"),
-    ({"lines_per_pixel": 0}, "lines_per_pixel: expected a number > 0"),
+    # Once a bare allocation failure deep in the scan-line picker.
+    ({"lines_per_pixel": 1e9}, "lines_per_pixel: expected at most 1024"),
     ({"threads": 0}, "threads: expected between 1 and 4096 threads, got 0"),
-    ({"threads": 1.5}, "threads: expected a whole number of threads"),
 ]
 
 
@@ -218,15 +193,16 @@ def test_bad_arguments_raise_value_error_naming_them(changes, message):
     assert str(raised.value).startswith(message), str(raised.value)
 
 
+def test_a_keyword_of_another_function_is_a_type_error():
+    with pytest.raises(TypeError, match="thickness"):
+        velpick.pick(V, F, SQUARE, view=VIEW, thickness=1.0)
+
+
 @pytest.mark.parametrize("meshes,message", [
     ([], "meshes: expected at least 1 mesh, got 0"),
-    ("plate", "meshes: expected a list"),
     ([(V,)], "meshes[0]: expected a tuple (vertices, faces"),
-    ([(V, F), (V, F[:, :1])], "meshes[1].faces: expected shape (M, 3)"),
     ([(V, F), (V, np.array([[0, 1, 20]]))], "meshes[1].faces: face 0 uses vertex 20"),
-    ([(V, F, np.eye(3))], "meshes[0].placement: expected a 4x4 array"),
     ([(V, F, np.zeros((4, 4)))], "meshes[0].placement: the last row must be 0 0 0 1"),
-    ([(V, F, None, np.ones(2, bool))], "meshes[0].markable: expected shape (8,)"),
 ])
 def test_bad_meshes_raise_value_error_naming_them(meshes, message):
     with pytest.raises(ValueError) as raised:

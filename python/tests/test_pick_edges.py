@@ -88,11 +88,8 @@ def test_edges_are_mesh_edges_named_by_the_first_of_merged_vertices():
 
 
 @pytest.mark.parametrize("arguments,message", [
-    ({"sharp_angle_deg": "steep"}, "sharp_angle_deg: expected a number"),
-    ({"thickness": -1.0}, "thickness: expected a number >= 0"),
     ({"thickness": 1e7}, "thickness: too large"),
     ({"mark_whole_candidates": 1}, "mark_whole_candidates: expected true or false"),
-    ({"region": [[0.0, 0.0], [1.0, 1.0]]}, "region: expected at least 3 points"),
 ])
 def test_bad_graph_arguments_raise_value_error(arguments, message):
     vertices, faces = box()

@@ -13,6 +13,12 @@ namespace velpick {
 
 namespace {
 
+// The screen rectangle a camera shows.
+ScreenBox CameraScreen(const Camera& camera) {
+    const OrthoCamera& ortho = std::get<OrthoCamera>(camera);
+    return {0.0, 0.0, ortho.screenWidth, ortho.screenHeight};
+}
+
 // What `write` puts into a stream, collected in memory.
 template <class Write>
 std::string WrittenBytes(Write&& write) {
@@ -49,10 +55,11 @@ std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
 std::optional<ImageFrame> PictureFrame(const Scene& scene, const std::vector<PlacedMesh>& meshes,
                                        const std::vector<int>& imageSize) {
     const ScreenBox box =
-        scene.camera ? ScreenBox{0.0, 0.0, scene.camera->screenWidth, scene.camera->screenHeight}
-                     : ProjectedBounds(meshes, scene.view, RegionScreenBounds(scene.region));
+        scene.view.camera
+            ? CameraScreen(*scene.view.camera)
+            : ProjectedBounds(meshes, scene.view.matrix, RegionScreenBounds(scene.settings.region));
     if (imageSize.size() != 2)
-        return NaturalFrame(box, scene.pixelProportion);
+        return NaturalFrame(box, scene.settings.pixelProportion);
     return FittedFrame(box, imageSize[0], imageSize[1]);
 }
 

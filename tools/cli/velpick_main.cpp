@@ -96,9 +96,9 @@ RgbImage RenderPicture(const Options& options, const Scene& scene,
                        const std::vector<PlacedMesh>& meshes, const std::string& sourceName) {
     const std::optional<ImageFrame> frame = PictureFrame(scene, meshes, options.imageSize);
     if (!frame)
-        throw SceneError(sourceName + ": " + (scene.camera ? "camera" : "view") +
+        throw SceneError(sourceName + ": " + (scene.view.camera ? "camera" : "view") +
                          ": the picture cannot frame the scene: its screen bounds overflow");
-    return RenderScene(meshes, scene.view, scene.region, *frame);
+    return RenderScene(meshes, scene.view.matrix, scene.settings.region, *frame);
 }
 
 // Encoders report failures without the file's name.
@@ -127,7 +127,7 @@ void WriteOutputs(const Options& options, const Scene& scene,
     }
     if (!options.ply.empty()) {
         outputs.push_back({options.ply, Encoded(options.ply, [&] {
-                               return PlyBytes(placed, scene.unitsPerModelUnit);
+                               return PlyBytes(placed, scene.settings.unitsPerModelUnit);
                            })});
     }
     CommitOutputs(outputs);
@@ -136,7 +136,7 @@ void WriteOutputs(const Options& options, const Scene& scene,
 PickReport MakeReport(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
                       PickResult result) {
     PickReport report;
-    report.picker = scene.picker;
+    report.picker = scene.settings.picker;
     for (std::size_t i = 0; i < meshes.size(); ++i) {
         MeshPick& pick = result.meshes[i];
         report.meshes.push_back({scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(),
@@ -156,7 +156,8 @@ std::string Megabytes(std::uint64_t bytes) {
 }
 
 PickResult RunPick(Picker& picker, const PickRequest& request, const std::string& sourceName) {
-    const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+    const RegionPixelBox box =
+        ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
     const std::string raster = sourceName + ": region: the selection raster of " +
                                std::to_string(box.width) + " x " + std::to_string(box.height) +
                                " pixels";
@@ -181,7 +182,7 @@ int RunScene(const Options& options) {
         throw UsageError("velpick: no scene file given (try --demo, or --help)");
     const Stopwatch loadClock;
     const Scene scene = ReadSceneFile(options.scene);
-    const std::unique_ptr<Picker> picker = MakePicker(scene.picker);
+    const std::unique_ptr<Picker> picker = MakePicker(scene.settings.picker);
     const std::vector<std::unique_ptr<MStlBase>> meshes = LoadSceneMeshes(scene, options.scene);
     const PickRequest request = MakePickRequest(scene, meshes);
     const double loadMilliseconds = loadClock.Milliseconds();
@@ -215,7 +216,7 @@ void UnmarkAll(const PickRequest& request) {
 
 // How many triangles a mark-through pick takes: what lies under the lasso, hidden or not.
 std::vector<std::size_t> CountUnderRegion(Picker& picker, PickRequest request) {
-    request.markThrough = true;
+    request.settings.markThrough = true;
     const PickResult through = RunPick(picker, request, "demo");
     UnmarkAll(request);
     std::vector<std::size_t> counts;
@@ -245,7 +246,7 @@ void PrintPickerLine(const std::string& name, const PickResult& result, double m
 int RunDemo(const Options& options) {
     DemoScene demo = MakeDemoScene();
     const PickRequest request = MakePickRequest(demo.scene, demo.meshes);
-    const std::unique_ptr<Picker> defaultPicker = MakePicker(demo.scene.picker);
+    const std::unique_ptr<Picker> defaultPicker = MakePicker(demo.scene.settings.picker);
     const std::vector<std::size_t> underLasso = CountUnderRegion(*defaultPicker, request);
 
     std::optional<PickReport> pictured;
@@ -254,7 +255,7 @@ int RunDemo(const Options& options) {
         const Stopwatch pickClock;
         PickResult result = RunPick(*MakePicker(name), request, "demo");
         const double milliseconds = pickClock.Milliseconds();
-        if (name == demo.scene.picker) {
+        if (name == demo.scene.settings.picker) {
             // The picture and the outputs show the default picker's marks.
             PickReport report = MakeReport(demo.scene, demo.meshes, result);
             report.pickMilliseconds = milliseconds;
@@ -269,7 +270,7 @@ int RunDemo(const Options& options) {
         PrintPickerLine(name, run.first, run.second);
     if (!options.image.empty())
         std::printf("  picture: %s (%s picker)\n", options.image.c_str(),
-                    demo.scene.picker.c_str());
+                    demo.scene.settings.picker.c_str());
     return 0;
 }
 

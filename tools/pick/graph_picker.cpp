@@ -20,35 +20,38 @@ namespace {
 class GraphPicker : public Picker {
   public:
     PickResult Pick(const PickRequest& request) override {
-        if (request.region.shape != SelectionRegion::Shape::kPolygon)
+        if (request.settings.region.shape != SelectionRegion::Shape::kPolygon)
             throw PickError("region", "the graph picker takes a polygon, not a brush");
         PickResult result;
         for (const PickMesh& mesh : request.meshes)
             result.meshes.push_back({{}, PickEdges(request, mesh)});
-        result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        result.region =
+            ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
         return result;
     }
 
   private:
     static EdgePick PickEdges(const PickRequest& request, const PickMesh& mesh) {
-        MStlGraph& graph = *AddFeatureEdgeGraph(*mesh.mesh, request.graph.sharpAngleDegrees);
+        MStlGraph& graph =
+            *AddFeatureEdgeGraph(*mesh.mesh, request.settings.graph.sharpAngleDegrees);
         MStlGraphOperatorMarkPolygon op;
         MMTransformMatrix modelToScreen = mesh.placement;
-        op.SetGraph(graph, modelToScreen.PreMultiply(request.view));
-        op.SetPolygon(request.region.points);
-        op.SetPixelProportion(request.pixelProportion);
-        for (const MMPlaneEq<double>& plane : request.clippingPlanes)
+        op.SetGraph(graph, modelToScreen.PreMultiply(request.view.matrix));
+        op.SetPolygon(request.settings.region.points);
+        op.SetPixelProportion(request.settings.pixelProportion);
+        for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(PlaneInModelSpace(plane, mesh.placement));
-        const bool thick = request.graph.thickness > 0.0;
+        const bool thick = request.settings.graph.thickness > 0.0;
         op.SetWorkWithGraphThickness(thick);
         if (thick)
-            SetThickness(*mesh.mesh, graph, request.graph.thickness * request.unitsPerModelUnit);
+            SetThickness(*mesh.mesh, graph,
+                         request.settings.graph.thickness * request.settings.unitsPerModelUnit);
 
         MStlScalarMaskGraphEdges mask(*mesh.mesh, 0.0f);
         EdgePick pick;
         pick.edgeCount = graph.GetNumberOfEdges();
-        pick.returnCode = op.Operate(mask, request.graph.markWholeCandidates);
-        pick.marked = MarkedEdges(graph, mask);
+        pick.returnCode = op.Operate(mask, request.settings.graph.markWholeCandidates);
+        MarkEdges(graph, mask, pick);
         return pick;
     }
 
@@ -73,26 +76,39 @@ class GraphPicker : public Picker {
             info.SetEdgeThickness(edge, {t, t});
     }
 
-    static EdgeEnds Ends(const MStlGraphEdge& edge) {
+    // An edge's ends by position, in lexicographic order, with their vertex numbers.
+    struct MarkedEdge {
         EdgeEnds ends;
+        std::array<std::uint32_t, 2> vertices;
+        bool operator<(const MarkedEdge& other) const { return ends < other.ends; }
+    };
+
+    static MarkedEdge Ends(const MStlGraphEdge& edge) {
+        MarkedEdge marked;
         for (int v = 0; v < 2; ++v) {
             const MStlPoint& point = *edge.GetVertex(v);
-            ends[v] = {point[0], point[1], point[2]};
+            marked.ends[v] = {point[0], point[1], point[2]};
+            marked.vertices[v] = static_cast<std::uint32_t>(point.GetMaskIndex());
         }
-        if (ends[1] < ends[0])
-            std::swap(ends[0], ends[1]);
-        return ends;
+        if (marked.ends[1] < marked.ends[0]) {
+            std::swap(marked.ends[0], marked.ends[1]);
+            std::swap(marked.vertices[0], marked.vertices[1]);
+        }
+        return marked;
     }
 
-    static std::vector<EdgeEnds> MarkedEdges(const MStlGraph& graph,
-                                             const MStlScalarMaskGraphEdges& mask) {
-        std::vector<EdgeEnds> marked;
+    static void MarkEdges(const MStlGraph& graph, const MStlScalarMaskGraphEdges& mask,
+                          EdgePick& pick) {
+        std::vector<MarkedEdge> marked;
         for (const MStlGraphEdge& edge : graph.GraphEdges()) {
             if (mask.GetScalar(edge) == 1.0)
                 marked.push_back(Ends(edge));
         }
         std::sort(marked.begin(), marked.end());
-        return marked;
+        for (const MarkedEdge& edge : marked) {
+            pick.marked.push_back(edge.ends);
+            pick.markedVertices.push_back(edge.vertices);
+        }
     }
 };
 

@@ -57,7 +57,8 @@ PickResult CollectMarkedTriangles(const PickRequest& request) {
     PickResult result;
     for (const PickMesh& mesh : request.meshes)
         result.meshes.push_back({MarkedTriangles(*mesh.mesh), std::nullopt});
-    result.region = ComputeRegionPixelBox(request.region, request.pixelProportion);
+    result.region =
+        ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
     return result;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,7 +12,7 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/transform_matrix.h>
-#include "pick_defaults.h"
+#include "pick_settings.h"
 #include "placed_mesh.h"
 #include "selection_region.h"
 
@@ -25,29 +26,11 @@ struct PickMesh {
     std::vector<MStlSurface*> markableSurfaces;  // used when markWholeMesh is false
 };
 
-/// How the graph picker builds each mesh's feature graph and marks its edges.
-struct GraphSettings {
-    double sharpAngleDegrees = kDefaultSharpAngleDegrees;  // edges sharper than this are kept
-    double thickness = 0.0;            // model length units; 0 marks edges as lines, not bars
-    bool markWholeCandidates = false;  // mark every edge that meets the region's pixel box
-};
-
 /// Everything a pick needs, already validated: no files, no formats.
 struct PickRequest {
     std::vector<PickMesh> meshes;
-    MMTransformMatrix view;  // scene internal units → screen units, larger z nearer
-    SelectionRegion region;
-    double unitsPerModelUnit = kDefaultUnitsPerModelUnit;
-    double pixelProportion = kDefaultPixelProportion;  // pixels per screen unit
-    double depthTolerance = kDefaultDepthTolerance;    // model length units; z-buffer only
-    double linesPerPixel = kDefaultLinesPerPixel;      // scan-line only
-    std::optional<int> threads;                        // scan-line only; all cores when empty
-    GraphSettings graph;                               // graph only
-    bool markThrough = false;
-    bool backFaceCulling = false;
-    bool unmark = false;
-    bool skipHiddenSurfaces = false;
-    std::vector<MMPlaneEq<double>> clippingPlanes;  // scene internal units, kept side ≥ 0
+    View view;
+    PickSettings settings;
 };
 
 /// What the graph picker produced for one mesh.
@@ -55,6 +38,8 @@ struct EdgePick {
     std::size_t edgeCount = 0;     // edges of the mesh's feature graph
     int returnCode = 0;            // the graph operator's return code, 0 on success
     std::vector<EdgeEnds> marked;  // sorted
+    /// The mesh vertex numbers (mask indices) of each marked edge's ends, in the same order.
+    std::vector<std::array<std::uint32_t, 2>> markedVertices;
 };
 
 /// What a picker produced for one mesh.

@@ -15,23 +15,24 @@ class ScanLinePicker : public Picker {
   public:
     PickResult Pick(const PickRequest& request) override {
         MStlBaseOperatorVisibilityDetector detector;
-        const MMTransformMatrix toPixels = ScreenToDownwardPixels(request.pixelProportion);
+        const MMTransformMatrix toPixels = ScreenToDownwardPixels(request.settings.pixelProportion);
         for (const PickMesh& mesh : request.meshes) {
             detector.AddStlAndTransformation(mesh.mesh, ModelToPixels(request, mesh, toPixels),
                                              mesh.placement, mesh.markWholeMesh, nullptr);
             for (const MStlSurface* surface : mesh.markableSurfaces)
                 detector.SetMarkableSurface(*surface);
         }
-        for (const MMPlaneEq<double>& plane : request.clippingPlanes)
+        for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             detector.AddClippingPlane(plane);
-        SetRegion(detector, request.region, request.pixelProportion);
-        detector.SetPixelProportion(request.linesPerPixel);
-        detector.SetMarkThrough(request.markThrough);
-        detector.SetMark(!request.unmark);
-        detector.SetMarkFlippedTriangles(!request.backFaceCulling);
-        detector.SetCheckSurfaceVisibility(request.skipHiddenSurfaces);
+        SetRegion(detector, request.settings.region, request.settings.pixelProportion);
+        detector.SetPixelProportion(request.settings.linesPerPixel);
+        detector.SetMarkThrough(request.settings.markThrough);
+        detector.SetMark(!request.settings.unmark);
+        detector.SetMarkFlippedTriangles(!request.settings.backFaceCulling);
+        detector.SetCheckSurfaceVisibility(request.settings.skipHiddenSurfaces);
 
-        tbb::task_arena arena(request.threads ? *request.threads : tbb::task_arena::automatic);
+        tbb::task_arena arena(request.settings.threads ? *request.settings.threads
+                                                       : tbb::task_arena::automatic);
         arena.execute([&] { detector.Operate(); });
         return CollectMarkedTriangles(request);
     }
@@ -51,7 +52,7 @@ class ScanLinePicker : public Picker {
     static MMTransformMatrix ModelToPixels(const PickRequest& request, const PickMesh& mesh,
                                            const MMTransformMatrix& toPixels) {
         MMTransformMatrix transform = mesh.placement;
-        transform.PreMultiply(request.view);
+        transform.PreMultiply(request.view.matrix);
         return transform.PreMultiply(toPixels);
     }
 

@@ -13,19 +13,19 @@ namespace {
 class ZBufferPicker : public Picker {
   public:
     PickResult Pick(const PickRequest& request) override {
-        MStlBaseOperatorMarkPolygon op(request.pixelProportion, request.depthTolerance,
-                                       request.skipHiddenSurfaces);
+        MStlBaseOperatorMarkPolygon op = MakeOperator(request.settings);
         for (const PickMesh& mesh : request.meshes) {
-            op.AddStl(mesh.mesh, &request.view, &mesh.placement, mesh.markWholeMesh, nullptr);
+            op.AddStl(mesh.mesh, &request.view.matrix, &mesh.placement, mesh.markWholeMesh,
+                      nullptr);
             for (MStlSurface* surface : mesh.markableSurfaces)
                 op.SetMarkableSurface(surface);
         }
-        for (const MMPlaneEq<double>& plane : request.clippingPlanes)
+        for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(plane);
-        SetRegion(op, request.region);
-        op.SetBackFaceCulling(request.backFaceCulling);
-        op.SetMarkThrough(request.markThrough);
-        op.SetUnmark(request.unmark);
+        SetRegion(op, request.settings.region);
+        op.SetBackFaceCulling(request.settings.backFaceCulling);
+        op.SetMarkThrough(request.settings.markThrough);
+        op.SetUnmark(request.settings.unmark);
         if (!op.operate())
             throw RasterTooLarge(request);
         return CollectMarkedTriangles(request);
@@ -33,14 +33,20 @@ class ZBufferPicker : public Picker {
 
     // The operator's own figure for the request's region and mode.
     std::uint64_t RasterBytes(const PickRequest& request) const override {
-        MStlBaseOperatorMarkPolygon op(request.pixelProportion, request.depthTolerance,
-                                       request.skipHiddenSurfaces);
-        SetRegion(op, request.region);
-        op.SetMarkThrough(request.markThrough);
+        MStlBaseOperatorMarkPolygon op = MakeOperator(request.settings);
+        SetRegion(op, request.settings.region);
+        op.SetMarkThrough(request.settings.markThrough);
         return op.RasterBytes();
     }
 
   private:
+    // The scale is passed, never read from process-wide state, so picks on several threads at
+    // different scales do not meet.
+    static MStlBaseOperatorMarkPolygon MakeOperator(const PickSettings& settings) {
+        return MStlBaseOperatorMarkPolygon(settings.pixelProportion, settings.depthTolerance,
+                                           settings.skipHiddenSurfaces, settings.unitsPerModelUnit);
+    }
+
     static void SetRegion(MStlBaseOperatorMarkPolygon& op, const SelectionRegion& region) {
         if (region.shape == SelectionRegion::Shape::kPolygon) {
             op.SetPolygon(region.points);
@@ -52,7 +58,8 @@ class ZBufferPicker : public Picker {
     }
 
     static PickError RasterTooLarge(const PickRequest& request) {
-        const RegionPixelBox box = ComputeRegionPixelBox(request.region, request.pixelProportion);
+        const RegionPixelBox box =
+            ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
         return PickError("region", "the selection raster of " + std::to_string(box.width) + " x " +
                                        std::to_string(box.height) +
                                        " pixels is over the picker's limit of 2147483647 cells");

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include <velpick/host/internal_units.h>
+#include "camera_view.h"
 
 namespace velpick {
 
@@ -98,12 +98,12 @@ std::vector<point2d> MakeLasso(double centreX, double centreY) {
 
 Scene MakeSceneSettings() {
     Scene scene;
-    scene.unitsPerModelUnit = kUnitsPerModelUnit;
-    scene.pixelProportion = 6.0;
-    scene.camera =
-        OrthoCamera{{25.0, 35.0, 100.0}, {0.0, 0.0, -12.0}, {0.0, 1.0, 0.0}, 80.0, 120.0, 80.0};
-    scene.view = *CameraView(*scene.camera, kUnitsPerModelUnit);
-    scene.region.points = MakeLasso(56.0, 42.0);
+    scene.settings.unitsPerModelUnit = kUnitsPerModelUnit;
+    scene.settings.pixelProportion = 6.0;
+    const OrthoCamera camera{
+        {25.0, 35.0, 100.0}, {0.0, 0.0, -12.0}, {0.0, 1.0, 0.0}, 80.0, 120.0, 80.0};
+    scene.view = {*CameraView(camera, kUnitsPerModelUnit), camera};
+    scene.settings.region.points = MakeLasso(56.0, 42.0);
     for (const char* name : {"demo:plate", "demo:sphere"}) {
         SceneMesh mesh;
         mesh.file = name;
@@ -115,7 +115,6 @@ Scene MakeSceneSettings() {
 }  // namespace
 
 DemoScene MakeDemoScene() {
-    VelSDK::Common::MInternalUnits::Set(kUnitsPerModelUnit);
     DemoScene demo;
     demo.scene = MakeSceneSettings();
     demo.meshes.push_back(MakePlate());

@@ -16,7 +16,7 @@ struct DemoScene {
     std::vector<std::unique_ptr<MStlBase>> meshes;  // one per scene mesh
 };
 
-/// Builds the demo scene; sets the internal units it uses.
+/// Builds the demo scene at its own internal units, kept in its settings.
 DemoScene MakeDemoScene();
 
 }  // namespace velpick

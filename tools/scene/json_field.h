@@ -2,19 +2,20 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include "field_rules.h"
 
 namespace velpick {
 
 /// A JSON value together with where it sits in its file ("meshes[0].placement"), so that every
-/// complaint about it names the file and the field. Each accessor checks the value's type and
-/// range and throws SceneError("<file>: <field>: <reason>") when it does not fit. Keys and
-/// strings from the file are echoed with their control characters escaped (Printable), so a
-/// message stays on one line.
-class JsonField {
+/// complaint about it names the file and the field: SceneError("<file>: <field>: <reason>").
+/// The checks are FieldRules'. Keys and strings from the file are echoed with their control
+/// characters escaped (Printable), so a message stays on one line.
+class JsonField : public FieldRules<JsonField> {
   public:
     JsonField(const nlohmann::json& value, std::string path, const std::string& source);
 
@@ -26,27 +27,18 @@ class JsonField {
     bool Has(const char* name) const;
     /// The member `name`; fails naming it when it is missing.
     JsonField Member(const char* name) const;
-
     bool IsString() const { return m_value.is_string(); }
-    /// Requires an array of at least `minSize` elements; returns its size.
-    std::size_t ArraySize(std::size_t minSize, const char* elementName) const;
-    JsonField Item(std::size_t index) const;
 
-    /// A finite number.
-    double Number() const;
-    /// A finite number > 0.
-    double PositiveNumber() const;
-    /// A finite number ≥ 0.
-    double NonNegativeNumber() const;
-    /// A whole number ≥ 0 (written with or without a fraction part).
-    std::size_t WholeNumber(const char* unitName) const;
-    bool Boolean() const;
-    std::string String() const;
-    /// An array of exactly `count` finite numbers.
-    std::vector<double> Numbers(std::size_t count) const;
+    // The raw reads FieldRules checks.
+    std::optional<double> AsNumber() const;
+    std::optional<bool> AsBoolean() const;
+    std::optional<std::string> AsString() const;
+    bool IsArray() const { return m_value.is_array(); }
+    std::size_t Size() const { return m_value.size(); }
+    JsonField Item(std::size_t index) const;
+    std::string Describe() const;
 
   private:
-    [[noreturn]] void FailType(const char* expected) const;
     std::string ChildPath(const std::string& name) const;
 
     const nlohmann::json& m_value;

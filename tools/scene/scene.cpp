@@ -9,40 +9,13 @@
 
 #include "json_field.h"
 #include "message_text.h"
+#include "pick_settings_validator.h"
 
 namespace velpick {
 
 namespace fs = std::filesystem;
-using VelSDK::Math::point2d;
-using VelSDK::Math::point3d;
 
 namespace {
-
-// More threads than any machine offers is a typing error, not a request.
-constexpr std::size_t kMaxThreads = 4096;
-
-MMTransformMatrix ParseMatrix(const JsonField& field) {
-    const std::vector<double> values = field.Numbers(16);
-    if (values[12] != 0.0 || values[13] != 0.0 || values[14] != 0.0 || values[15] != 1.0)
-        field.Fail("the last row must be 0 0 0 1 (affine transforms only)");
-    std::array<double, 16> rowMajor;
-    std::copy(values.begin(), values.end(), rowMajor.begin());
-    const MMTransformMatrix matrix(rowMajor);
-    MMTransformMatrix inverse(matrix);
-    if (!inverse.Invert())
-        field.Fail("the matrix is not invertible");
-    return matrix;
-}
-
-point3d ParsePoint3(const JsonField& field) {
-    const std::vector<double> v = field.Numbers(3);
-    return {v[0], v[1], v[2]};
-}
-
-point2d ParsePoint2(const JsonField& field) {
-    const std::vector<double> v = field.Numbers(2);
-    return {v[0], v[1]};
-}
 
 std::vector<std::size_t> ParseSurfaceList(const JsonField& field) {
     std::vector<std::size_t> surfaces;
@@ -76,7 +49,7 @@ SceneMesh ParseMesh(const JsonField& field, const fs::path& folder) {
                                   "\" holds a NUL character");
     mesh.path = folder / fs::u8path(mesh.file);
     if (field.Has("placement"))
-        mesh.placement = ParseMatrix(field.Member("placement"));
+        mesh.placement = settings_detail::Matrix(field.Member("placement"));
     if (field.Has("markable"))
         ParseMarkable(field.Member("markable"), mesh);
     if (field.Has("hidden_surfaces"))
@@ -92,136 +65,97 @@ std::vector<SceneMesh> ParseMeshes(const JsonField& field, const fs::path& folde
     return meshes;
 }
 
-OrthoCamera ParseCamera(const JsonField& field) {
-    field.ExpectObject({"eye", "target", "up", "height", "screen"});
-    OrthoCamera camera;
-    camera.eye = ParsePoint3(field.Member("eye"));
-    camera.target = ParsePoint3(field.Member("target"));
-    camera.up = ParsePoint3(field.Member("up"));
-    camera.height = field.Member("height").PositiveNumber();
-    const JsonField screen = field.Member("screen");
-    screen.Numbers(2);
-    camera.screenWidth = screen.Item(0).PositiveNumber();
-    camera.screenHeight = screen.Item(1).PositiveNumber();
-    return camera;
-}
+// Where the scene file keeps each setting: a member of the root, of "graph", or of the region.
+class SceneSettings {
+  public:
+    explicit SceneSettings(const JsonField& root) : m_root(root) {}
 
-std::vector<point2d> ParsePoints(const JsonField& field, std::size_t minCount) {
-    std::vector<point2d> points;
-    const std::size_t count = field.ArraySize(minCount, minCount == 1 ? "point" : "points");
-    for (std::size_t i = 0; i < count; ++i)
-        points.push_back(ParsePoint2(field.Item(i)));
-    return points;
-}
-
-// The scan-line picker takes any radius; the z-buffer picker works in whole screen units.
-SelectionRegion ParseRegion(const JsonField& field, const std::string& picker) {
-    field.ExpectObject({"polygon", "brush"});
-    if (field.Has("polygon") == field.Has("brush"))
-        field.Fail("expected exactly one of \"polygon\" and \"brush\"");
-    SelectionRegion region;
-    if (field.Has("polygon")) {
-        region.points = ParsePoints(field.Member("polygon"), 3);
-        return region;
+    std::optional<JsonField> Find(Setting setting) const {
+        switch (setting) {
+            case Setting::kSharpAngle:
+                return GraphMember("sharp_angle_deg");
+            case Setting::kThickness:
+                return GraphMember("thickness");
+            case Setting::kMarkWholeCandidates:
+                return GraphMember("mark_whole_candidates");
+            case Setting::kPolygon:
+                return RegionMember("polygon");
+            case Setting::kBrushPath:
+                return BrushMember("path");
+            case Setting::kBrushRadius:
+                return BrushMember("radius");
+            default:
+                return RootMember(RootName(setting));
+        }
     }
-    if (picker == "graph")
-        field.Fail("the graph picker takes a polygon, not a brush");
-    const JsonField brush = field.Member("brush");
-    brush.ExpectObject({"path", "radius"});
-    region.shape = SelectionRegion::Shape::kBrush;
-    region.points = ParsePoints(brush.Member("path"), 1);
-    const JsonField radius = brush.Member("radius");
-    region.brushRadius = picker == "scanline"
-                             ? radius.NonNegativeNumber()
-                             : static_cast<double>(radius.WholeNumber("screen units"));
-    return region;
-}
-
-GraphSettings ParseGraphSettings(const JsonField& field, double unitsPerModelUnit) {
-    field.ExpectObject({"sharp_angle_deg", "thickness", "mark_whole_candidates"});
-    GraphSettings graph;
-    if (field.Has("sharp_angle_deg"))
-        graph.sharpAngleDegrees = field.Member("sharp_angle_deg").Number();
-    if (field.Has("thickness")) {
-        const JsonField thickness = field.Member("thickness");
-        graph.thickness = thickness.NonNegativeNumber();
-        if (std::round(graph.thickness * unitsPerModelUnit) > kInt32Max)
-            thickness.Fail("too large: over 2147483647 internal units");
+    [[noreturn]] void Fail(Setting setting, const std::string& reason) const {
+        if (setting == Setting::kRegion)
+            m_root.Member("region").Fail(reason);
+        if (setting == Setting::kBrushRadius)
+            m_root.Member("region").Member("brush").Member("radius").Fail(reason);
+        m_root.Fail(reason);
     }
-    if (field.Has("mark_whole_candidates"))
-        graph.markWholeCandidates = field.Member("mark_whole_candidates").Boolean();
-    return graph;
-}
 
-int ParseThreads(const JsonField& field) {
-    const std::size_t threads = field.WholeNumber("threads");
-    if (threads < 1 || threads > kMaxThreads)
-        field.Fail("expected between 1 and " + std::to_string(kMaxThreads) + " threads, got " +
-                   std::to_string(threads));
-    return static_cast<int>(threads);
-}
+  private:
+    static const char* RootName(Setting setting) {
+        switch (setting) {
+            case Setting::kUnitsPerModelUnit:
+                return "units_per_model_unit";
+            case Setting::kView:
+                return "view";
+            case Setting::kCamera:
+                return "camera";
+            case Setting::kPixelProportion:
+                return "pixel_proportion";
+            case Setting::kPicker:
+                return "picker";
+            case Setting::kMarkThrough:
+                return "mark_through";
+            case Setting::kBackFaceCulling:
+                return "back_face_culling";
+            case Setting::kUnmark:
+                return "unmark";
+            case Setting::kSkipHiddenSurfaces:
+                return "skip_hidden_surfaces";
+            case Setting::kDepthTolerance:
+                return "depth_tolerance";
+            case Setting::kClippingPlanes:
+                return "clipping_planes";
+            case Setting::kLinesPerPixel:
+                return "lines_per_pixel";
+            case Setting::kThreads:
+                return "threads";
+            default:
+                return "";
+        }
+    }
+    std::optional<JsonField> RootMember(const char* name) const {
+        if (!m_root.Has(name))
+            return std::nullopt;
+        return m_root.Member(name);
+    }
+    std::optional<JsonField> GraphMember(const char* name) const {
+        if (!m_root.Has("graph"))
+            return std::nullopt;
+        const JsonField graph = m_root.Member("graph");
+        graph.ExpectObject({"sharp_angle_deg", "thickness", "mark_whole_candidates"});
+        return graph.Has(name) ? std::optional<JsonField>(graph.Member(name)) : std::nullopt;
+    }
+    std::optional<JsonField> RegionMember(const char* name) const {
+        const JsonField region = m_root.Member("region");
+        region.ExpectObject({"polygon", "brush"});
+        return region.Has(name) ? std::optional<JsonField>(region.Member(name)) : std::nullopt;
+    }
+    std::optional<JsonField> BrushMember(const char* name) const {
+        const std::optional<JsonField> brush = RegionMember("brush");
+        if (!brush)
+            return std::nullopt;
+        brush->ExpectObject({"path", "radius"});
+        return brush->Has(name) ? std::optional<JsonField>(brush->Member(name)) : std::nullopt;
+    }
 
-std::vector<MMPlaneEq<double>> ParsePlanes(const JsonField& field) {
-    std::vector<MMPlaneEq<double>> planes;
-    const std::size_t count = field.ArraySize(0, "planes");
-    for (std::size_t i = 0; i < count; ++i) {
-        const JsonField item = field.Item(i);
-        const std::vector<double> v = item.Numbers(4);
-        if (v[0] == 0.0 && v[1] == 0.0 && v[2] == 0.0)
-            item.Fail("the normal (a, b, c) is zero");
-        planes.push_back({v[0], v[1], v[2], v[3]});
-    }
-    return planes;
-}
-
-void ParseView(const JsonField& root, Scene& scene) {
-    if (root.Has("view") == root.Has("camera"))
-        root.Fail("expected exactly one of \"view\" and \"camera\"");
-    if (root.Has("view")) {
-        scene.view = ParseMatrix(root.Member("view"));
-        return;
-    }
-    const JsonField field = root.Member("camera");
-    scene.camera = ParseCamera(field);
-    CameraFault fault = CameraFault::kNone;
-    const std::optional<MMTransformMatrix> view =
-        CameraView(*scene.camera, scene.unitsPerModelUnit, &fault);
-    switch (fault) {
-        case CameraFault::kNone:
-            break;
-        case CameraFault::kEyeOnTarget:
-            field.Fail("eye and target coincide");
-        case CameraFault::kDistanceOverflows:
-            field.Member("eye").Fail("too far from the target: their distance overflows");
-        case CameraFault::kUpAlongView:
-            field.Member("up").Fail("zero or parallel to the viewing direction");
-        case CameraFault::kViewOutOfRange:
-            field.Fail(
-                "the view matrix leaves the double range (target too far out, or the "
-                "ratio of screen to height too large or too small)");
-    }
-    scene.view = *view;
-}
-
-// The picker works on 32-bit pixels: refuse regions that would leave that range once scaled,
-// naming the first point that does.
-void CheckRegionFitsPixels(const JsonField& root, const Scene& scene) {
-    const JsonField region = root.Member("region");
-    const bool brush = scene.region.shape == SelectionRegion::Shape::kBrush;
-    const JsonField points =
-        brush ? region.Member("brush").Member("path") : region.Member("polygon");
-    const double p = scene.pixelProportion;
-    const double radius = scene.region.brushRadius * p;
-    if (radius > kMaxPixelCoordinate)
-        region.Member("brush").Member("radius").Fail(
-            "too large: the radius in pixels exceeds the 32-bit pixel range");
-    for (std::size_t i = 0; i < scene.region.points.size(); ++i) {
-        const point2d& q = scene.region.points[i];
-        if (std::abs(q.x * p) + radius > kMaxPixelCoordinate ||
-            std::abs(q.y * p) + radius > kMaxPixelCoordinate)
-            points.Item(i).Fail("beyond the 32-bit pixel range at this pixel_proportion");
-    }
-}
+    const JsonField& m_root;
+};
 
 nlohmann::json ParseJson(const std::string& text, const std::string& sourceName) {
     try {
@@ -235,43 +169,6 @@ nlohmann::json ParseJson(const std::string& text, const std::string& sourceName)
             reason.erase(0, end + 2);
         throw SceneError(sourceName + ": malformed JSON: " + reason);
     }
-}
-
-// One of the registered pickers.
-std::string ParsePickerName(const JsonField& field) {
-    std::string name = field.String();
-    if (MakePicker(name))
-        return name;
-    std::string known;
-    for (const std::string& registered : PickerNames())
-        known += (known.empty() ? "" : ", ") + registered;
-    field.Fail("unknown picker \"" + Printable(name) + "\" (known: " + known + ")");
-}
-
-void ParseSettings(const JsonField& root, Scene& scene) {
-    const auto optionalFlag = [&](const char* name, bool& flag) {
-        if (root.Has(name))
-            flag = root.Member(name).Boolean();
-    };
-    if (root.Has("pixel_proportion"))
-        scene.pixelProportion = root.Member("pixel_proportion").PositiveNumber();
-    if (root.Has("picker"))
-        scene.picker = ParsePickerName(root.Member("picker"));
-    optionalFlag("mark_through", scene.markThrough);
-    optionalFlag("back_face_culling", scene.backFaceCulling);
-    optionalFlag("unmark", scene.unmark);
-    optionalFlag("start_marked", scene.startMarked);
-    optionalFlag("skip_hidden_surfaces", scene.skipHiddenSurfaces);
-    if (root.Has("depth_tolerance"))
-        scene.depthTolerance = root.Member("depth_tolerance").NonNegativeNumber();
-    if (root.Has("clipping_planes"))
-        scene.clippingPlanes = ParsePlanes(root.Member("clipping_planes"));
-    if (root.Has("lines_per_pixel"))
-        scene.linesPerPixel = root.Member("lines_per_pixel").PositiveNumber();
-    if (root.Has("threads"))
-        scene.threads = ParseThreads(root.Member("threads"));
-    if (root.Has("graph"))
-        scene.graph = ParseGraphSettings(root.Member("graph"), scene.unitsPerModelUnit);
 }
 
 }  // namespace
@@ -288,13 +185,12 @@ Scene ParseScene(const nlohmann::json& document, const std::string& sourceName,
                        "start_marked", "skip_hidden_surfaces", "depth_tolerance", "clipping_planes",
                        "lines_per_pixel", "threads", "graph"});
     Scene scene;
-    if (root.Has("units_per_model_unit"))
-        scene.unitsPerModelUnit = root.Member("units_per_model_unit").PositiveNumber();
     scene.meshes = ParseMeshes(root.Member("meshes"), folder);
-    ParseView(root, scene);
-    ParseSettings(root, scene);
-    scene.region = ParseRegion(root.Member("region"), scene.picker);
-    CheckRegionFitsPixels(root, scene);
+    const SceneSettings settings(root);
+    scene.settings = ValidatePickSettings(settings);
+    scene.view = ValidateView(settings, scene.settings.unitsPerModelUnit);
+    if (root.Has("start_marked"))
+        scene.startMarked = root.Member("start_marked").Boolean();
     return scene;
 }
 

@@ -1,21 +1,15 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
-#include <velpick/host/plane_eq.h>
 #include <velpick/host/transform_matrix.h>
-#include "camera.h"
-#include "pick_defaults.h"
-#include "picker.h"
+#include "pick_settings.h"
 #include "scene_error.h"
-#include "selection_region.h"
 
 namespace velpick {
 
@@ -31,23 +25,10 @@ struct SceneMesh {
 
 /// A validated scene: every field present, in range and consistent.
 struct Scene {
-    double unitsPerModelUnit = kDefaultUnitsPerModelUnit;
     std::vector<SceneMesh> meshes;
-    MMTransformMatrix view;                            // scene internal units → screen units
-    std::optional<OrthoCamera> camera;                 // set when the view came from a camera
-    double pixelProportion = kDefaultPixelProportion;  // pixels per screen unit
-    SelectionRegion region;
-    std::string picker = kDefaultPicker;
-    bool markThrough = false;
-    bool backFaceCulling = false;
-    bool unmark = false;
-    bool startMarked = false;
-    bool skipHiddenSurfaces = false;
-    double depthTolerance = kDefaultDepthTolerance;  // model length units
-    double linesPerPixel = kDefaultLinesPerPixel;
-    std::optional<int> threads;  // all cores when empty
-    GraphSettings graph;
-    std::vector<MMPlaneEq<double>> clippingPlanes;
+    View view;
+    PickSettings settings;
+    bool startMarked = false;  // every triangle marked before the pick
 };
 
 /// Parses and validates a scene given as JSON text. `sourceName` prefixes every message;

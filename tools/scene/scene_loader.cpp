@@ -1,6 +1,5 @@
 #include "scene_loader.h"
 
-#include <velpick/host/internal_units.h>
 #include "mesh_import.h"
 
 namespace velpick {
@@ -28,7 +27,7 @@ std::unique_ptr<MStlBase> ImportSceneMesh(const Scene& scene, std::size_t index,
     const SceneMesh& entry = scene.meshes[index];
     std::unique_ptr<MStlBase> mesh;
     try {
-        mesh = ImportMesh(entry.path);
+        mesh = ImportMesh(entry.path, scene.settings.unitsPerModelUnit);
     } catch (const MeshImportError& error) {
         throw SceneError(sourceName + ": " + MeshField(index, "file") + ": " + error.what());
     }
@@ -64,8 +63,6 @@ std::vector<MStlSurface*> SurfacesInOrder(const MStlBase& mesh) {
 
 std::vector<std::unique_ptr<MStlBase>> LoadSceneMeshes(const Scene& scene,
                                                        const std::string& sourceName) {
-    // The importer scales coordinates by the internal units, so they are set first.
-    VelSDK::Common::MInternalUnits::Set(scene.unitsPerModelUnit);
     std::vector<std::unique_ptr<MStlBase>> meshes;
     for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
         meshes.push_back(ImportSceneMesh(scene, i, sourceName));
@@ -88,18 +85,7 @@ PickRequest MakePickRequest(const Scene& scene,
         request.meshes.push_back(std::move(mesh));
     }
     request.view = scene.view;
-    request.unitsPerModelUnit = scene.unitsPerModelUnit;
-    request.linesPerPixel = scene.linesPerPixel;
-    request.threads = scene.threads;
-    request.graph = scene.graph;
-    request.region = scene.region;
-    request.pixelProportion = scene.pixelProportion;
-    request.depthTolerance = scene.depthTolerance;
-    request.markThrough = scene.markThrough;
-    request.backFaceCulling = scene.backFaceCulling;
-    request.unmark = scene.unmark;
-    request.skipHiddenSurfaces = scene.skipHiddenSurfaces;
-    request.clippingPlanes = scene.clippingPlanes;
+    request.settings = scene.settings;
     return request;
 }
 

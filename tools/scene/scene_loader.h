@@ -10,7 +10,7 @@
 
 namespace velpick {
 
-/// Sets the run's internal units from the scene, then imports every mesh of `scene` in order,
+/// Imports every mesh of `scene` in order, at the scene's internal units,
 /// switches off the visibility switch of its hidden surfaces and, with start_marked, marks all its
 /// triangles. Throws SceneError naming `sourceName` and the mesh's field when a file cannot be
 /// imported or a surface index does not exist.

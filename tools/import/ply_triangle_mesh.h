@@ -13,13 +13,15 @@ namespace velpick::detail {
 /// it lies: exactly the elements "vertex" then "face"; vertex records of scalar properties with
 /// x, y and z stored as float or double; faces of the index list alone, its count a uchar, int
 /// or uint and its items int or uint, every face a triangle; at most 2^31 - 1 vertices.
-/// `bytes` is the whole file and `header` its header.
+/// `bytes` is the whole file and `header` its header; coordinates are scaled by
+/// `unitsPerModelUnit` and rounded to the nearest integer.
 ///
 /// The mesh is the one the general reader would build (same merged vertices, numbered in order
 /// of first use, same triangles in file order, one surface). Returns null, having built
 /// nothing, for any other layout and for any fault (a truncated or overlong body, a face that
 /// is not a triangle, an index out of range, a coordinate out of range in internal units): the
 /// general reader then reads the file and reports the fault in its own words.
-std::unique_ptr<MStlBase> BuildPlyTriangleMesh(const PlyHeader& header, std::string_view bytes);
+std::unique_ptr<MStlBase> BuildPlyTriangleMesh(const PlyHeader& header, std::string_view bytes,
+                                               double unitsPerModelUnit);
 
 }  // namespace velpick::detail

@@ -1,4 +1,4 @@
-#include "camera.h"
+#include "camera_view.h"
 
 #include <algorithm>
 #include <array>

@@ -162,12 +162,12 @@ PolygonSoup readWithAssimp(const std::filesystem::path& file, bool surfacesFromG
 
 // Triangle files in the common binary layout are built where they lie; everything else, and
 // every faulty file, goes through the general reader.
-std::unique_ptr<MStlBase> importPly(const std::filesystem::path& file) {
+std::unique_ptr<MStlBase> importPly(const std::filesystem::path& file, double unitsPerModelUnit) {
     const FileBytes bytes(file);
     const detail::PlyHeader header = detail::ReadPlyHeader(bytes.View());
-    if (auto mesh = detail::BuildPlyTriangleMesh(header, bytes.View()))
+    if (auto mesh = detail::BuildPlyTriangleMesh(header, bytes.View(), unitsPerModelUnit))
         return mesh;
-    return detail::BuildMesh(detail::ReadPlyBody(header, bytes.View()));
+    return detail::BuildMesh(detail::ReadPlyBody(header, bytes.View()), unitsPerModelUnit);
 }
 
 PolygonSoup readPolygons(const std::filesystem::path& file, const std::string& extension) {
@@ -185,12 +185,12 @@ PolygonSoup readPolygons(const std::filesystem::path& file, const std::string& e
 
 }  // namespace
 
-std::unique_ptr<MStlBase> ImportMesh(const std::filesystem::path& file) {
+std::unique_ptr<MStlBase> ImportMesh(const std::filesystem::path& file, double unitsPerModelUnit) {
     try {
         const std::string extension = lowerCaseExtension(file);
         if (extension == ".ply")
-            return importPly(file);
-        return detail::BuildMesh(readPolygons(file, extension));
+            return importPly(file, unitsPerModelUnit);
+        return detail::BuildMesh(readPolygons(file, extension), unitsPerModelUnit);
     } catch (const ImportFailure& failure) {
         throw MeshImportError(file.string() + ": " + failure.what());
     }

@@ -2,18 +2,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <velpick/host/stl_base.h>
+#include "import_failure.h"
 
 namespace velpick::detail {
-
-/// A reader's reason for rejecting a file; ImportMesh prefixes it with the file name.
-class ImportFailure : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 /// Polygons exactly as a file lists them, before any conversion: flat arrays, so a large
 /// file costs a few allocations rather than one per vertex or face.
@@ -39,9 +34,9 @@ struct PolygonSoup {
 };
 
 /// Builds a mesh from the soup: every face must have at least three corners that name existing
-/// vertices, and every coordinate, scaled by MInternalUnits::Get() and rounded to the
-/// nearest integer, must fit in 32 bits. Face i becomes triangles in place, fanned from its
-/// first corner. Throws ImportFailure naming the first offending face or vertex.
-std::unique_ptr<MStlBase> BuildMesh(const PolygonSoup& soup);
+/// vertices, and every coordinate, scaled by `unitsPerModelUnit` and rounded to the nearest
+/// integer, must fit in 32 bits. Face i becomes triangles in place, fanned from its first
+/// corner. Throws ImportFailure naming the first offending face or vertex.
+std::unique_ptr<MStlBase> BuildMesh(const PolygonSoup& soup, double unitsPerModelUnit);
 
 }  // namespace velpick::detail

@@ -8,8 +8,6 @@
 namespace velpick::detail {
 namespace {
 
-constexpr std::uint32_t kNone = UINT32_MAX;
-
 // Mixes all bits of the three coordinates into all 64 bits: the table takes its slot from the
 // low half and a tag from the high half.
 std::uint64_t positionHash(const std::int32_t* c) {
@@ -84,27 +82,6 @@ void FindFirstOfEqualVertices(const std::int32_t* units, std::size_t count, std:
             table.Prefetch(positionHash(units + 3 * (v + kLookAhead)));
         first[v] = table.FirstAt(units, static_cast<std::uint32_t>(v), positionHash(units + 3 * v));
     }
-}
-
-MergedVertices::MergedVertices(MStlBase& mesh, const std::vector<std::int32_t>& units)
-    : m_mesh(mesh), m_units(units), m_first(units.size() / 3), m_meshVertex(m_first.size(), kNone) {
-    FindFirstOfEqualVertices(units.data(), m_first.size(), m_first.data());
-    for (std::size_t v = 0; v < m_first.size(); ++v)
-        m_positionCount += m_first[v] == v;
-}
-
-std::uint32_t MergedVertices::NumberOf(std::uint32_t inputVertex) {
-    std::uint32_t& number = m_meshVertex[m_first[inputVertex]];
-    if (number == kNone) {
-        const std::int32_t* c = m_units.data() + 3 * std::size_t{m_first[inputVertex]};
-        number =
-            static_cast<std::uint32_t>(m_mesh.AddDistinctPoint(c[0], c[1], c[2])->GetMaskIndex());
-    }
-    return number;
-}
-
-const MStlPoint& MergedVertices::Of(std::uint32_t inputVertex) {
-    return m_mesh.GetPoint(NumberOf(inputVertex));
 }
 
 }  // namespace velpick::detail

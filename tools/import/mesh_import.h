@@ -14,7 +14,8 @@ class MeshImportError : public std::runtime_error {
 };
 
 /// Reads an STL (ASCII or binary), OBJ, PLY or OFF file into a new mesh. Coordinates are
-/// multiplied by MInternalUnits::Get() and rounded to the nearest integer; identical vertices
+/// multiplied by `unitsPerModelUnit` (internal units per model unit) and rounded to the nearest
+/// integer; identical vertices
 /// are merged; triangle i of the mesh is face i of the file (polygons fan-triangulated in file
 /// order); OBJ groups become surfaces in order of first appearance, other formats give one surface.
 ///
@@ -26,6 +27,6 @@ class MeshImportError : public std::runtime_error {
 /// shift the index of every later face. A file without any face is an error too. STL and OBJ
 /// coordinates pass through single precision on the way in; PLY and OFF keep the precision of
 /// the file. Nothing is returned on failure: no partly built mesh escapes.
-std::unique_ptr<MStlBase> ImportMesh(const std::filesystem::path& file);
+std::unique_ptr<MStlBase> ImportMesh(const std::filesystem::path& file, double unitsPerModelUnit);
 
 }  // namespace velpick

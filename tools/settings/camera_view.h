@@ -2,19 +2,10 @@
 
 #include <optional>
 
-#include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
+#include "pick_settings.h"
 
 namespace velpick {
-
-/// An orthographic camera in model units: it looks from `eye` towards `target` with `up`
-/// pointing up the screen; `height` model units fill the screen's height, and the screen is
-/// `screenWidth` × `screenHeight` screen units.
-struct OrthoCamera {
-    VelSDK::Math::point3d eye, target, up;
-    double height = 1.0;
-    double screenWidth = 1.0, screenHeight = 1.0;
-};
 
 /// Why a camera gives no view matrix.
 enum class CameraFault {

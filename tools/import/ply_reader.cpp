@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "ply_binary_layout.h"
 #include "text_cursor.h"
 
 namespace velpick::detail {
@@ -171,46 +173,23 @@ std::vector<int> axisOfProperties(const PlyElement& element) {
     return axisOf;
 }
 
-template <class T>
-T valueAt(const char* bytes) {
-    T value;
-    std::memcpy(&value, bytes, sizeof(T));
-    return value;
-}
-
 // The common binary layout read in place: scalar properties only, x, y and z stored as float
 // or double in the host's byte order, so every vertex is a fixed-size record. False, having
 // read nothing, for any other layout.
-bool readVerticesInPlace(BinarySource& source, const PlyElement& element,
-                         const std::vector<int>& axisOf, PolygonSoup& soup) {
-    if (!source.InHostByteOrder())
+bool readVerticesInPlace(BinarySource& source, const PlyElement& element, PolygonSoup& soup) {
+    const std::optional<PlyVertexRecord> layout = InPlaceVertexRecord(element);
+    if (!source.InHostByteOrder() || !layout)
         return false;
-    std::size_t stride = 0, offset[3] = {0, 0, 0};
-    bool isDouble[3] = {false, false, false};
-    for (std::size_t p = 0; p < element.properties.size(); ++p) {
-        const PlyProperty& property = element.properties[p];
-        if (property.isList)
-            return false;
-        if (const int axis = axisOf[p]; axis >= 0) {
-            if (IsInteger(property.type))
-                return false;
-            offset[axis] = stride;
-            isDouble[axis] = property.type == PlyType::kFloat64;
-        }
-        stride += BinarySize(property.type);
-    }
     // The declared count was checked against the bytes left, so the records are all there.
     const char* record = source.Next();
     const std::size_t first = soup.coordinates.size();
     soup.coordinates.resize(first + 3 * element.count);
     double* xyz = soup.coordinates.data() + first;
-    for (std::uint64_t v = 0; v < element.count; ++v, record += stride, xyz += 3) {
-        for (int axis = 0; axis < 3; ++axis) {
-            const char* at = record + offset[axis];
-            xyz[axis] = isDouble[axis] ? valueAt<double>(at) : valueAt<float>(at);
-        }
+    for (std::uint64_t v = 0; v < element.count; ++v, record += layout->stride, xyz += 3) {
+        for (int axis = 0; axis < 3; ++axis)
+            xyz[axis] = layout->Coordinate(record, axis);
     }
-    source.Skip(stride * element.count);
+    source.Skip(layout->stride * element.count);
     return true;
 }
 
@@ -218,7 +197,7 @@ template <class Source>
 void readVertices(Source& source, const PlyElement& element, PolygonSoup& soup) {
     const std::vector<int> axisOf = axisOfProperties(element);
     if constexpr (std::is_same_v<Source, BinarySource>) {
-        if (readVerticesInPlace(source, element, axisOf, soup))
+        if (readVerticesInPlace(source, element, soup))
             return;
     }
     for (std::uint64_t v = 0; v < element.count; ++v) {
@@ -266,49 +245,33 @@ void readFaceCorners(Source& source, const PlyProperty& list, std::uint64_t face
 // each is whole and its indices are not negative, and returns how many it read; the general
 // reader takes over at the first face it leaves, so that face fails with the general message.
 std::uint64_t readFacesInPlace(BinarySource& source, const PlyElement& element, PolygonSoup& soup) {
-    if (element.properties.size() != 1 || !source.InHostByteOrder())
+    const std::optional<PlyFaceRecord> layout = InPlaceFaceRecord(element);
+    if (!source.InHostByteOrder() || !layout)
         return 0;
-    const PlyProperty& list = element.properties.front();
-    const PlyType countType = list.countType;
-    if (countType != PlyType::kUInt8 && countType != PlyType::kInt32 &&
-        countType != PlyType::kUInt32)
-        return 0;
-    if (list.type != PlyType::kInt32 && list.type != PlyType::kUInt32)
-        return 0;
-    const std::size_t countBytes = countType == PlyType::kUInt8 ? 1 : 4;
-    const bool signedItems = list.type == PlyType::kInt32;
     const char* const start = source.Next();
     const char* next = start;
     const char* const end = source.End();
     std::uint64_t f = 0;
     for (; f < element.count; ++f) {
-        if (static_cast<std::size_t>(end - next) < countBytes)
+        if (static_cast<std::size_t>(end - next) < layout->countBytes)
             break;
-        std::uint64_t count;
-        if (countType == PlyType::kUInt8)
-            count = static_cast<std::uint8_t>(*next);
-        else if (countType == PlyType::kUInt32)
-            count = valueAt<std::uint32_t>(next);
-        else if (const std::int32_t signedCount = valueAt<std::int32_t>(next); signedCount >= 0)
-            count = static_cast<std::uint64_t>(signedCount);
-        else
-            break;
-        const char* items = next + countBytes;
-        if (count > static_cast<std::size_t>(end - items) / 4)
+        const std::optional<std::uint64_t> count = layout->CornerCount(next);
+        if (!count || *count > static_cast<std::size_t>(end - next - layout->countBytes) /
+                                   PlyFaceRecord::kIndexBytes)
             break;
         const std::size_t firstCorner = soup.corners.size();
         bool negative = false;
-        for (std::uint64_t k = 0; k < count; ++k) {
-            const std::uint32_t index = valueAt<std::uint32_t>(items + 4 * k);
-            negative |= signedItems && index > static_cast<std::uint32_t>(INT32_MAX);
-            soup.corners.push_back(index);
+        for (std::uint64_t k = 0; k < *count; ++k) {
+            const std::optional<std::uint32_t> index = layout->Index(next, k);
+            negative |= !index;
+            soup.corners.push_back(index.value_or(0));
         }
         if (negative) {
             soup.corners.resize(firstCorner);
             break;
         }
         soup.CloseFace();
-        next = items + 4 * count;
+        next += layout->countBytes + PlyFaceRecord::kIndexBytes * *count;
     }
     source.Skip(static_cast<std::size_t>(next - start));
     return f;

@@ -1,0 +1,251 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "camera_view.h"
+#include "message_text.h"
+#include "pick_settings.h"
+#include "picker.h"
+#include "setting.h"
+
+namespace velpick {
+
+// The one validator of pick settings, for every source. A `Source` gives Find(setting), the
+// setting's value as a field (see FieldRules) or nothing when the caller left it out, and
+// Fail(setting, reason), which throws naming the setting in the caller's terms. Each check
+// below is the only one of its kind.
+namespace settings_detail {
+
+template <class Field>
+MMTransformMatrix Matrix(const Field& field) {
+    const std::vector<double> values = field.Numbers(16);
+    if (values[12] != 0.0 || values[13] != 0.0 || values[14] != 0.0 || values[15] != 1.0)
+        field.Fail("the last row must be 0 0 0 1 (affine transforms only)");
+    std::array<double, 16> rowMajor;
+    std::copy(values.begin(), values.end(), rowMajor.begin());
+    const MMTransformMatrix matrix(rowMajor);
+    MMTransformMatrix inverse(matrix);
+    if (!inverse.Invert())
+        field.Fail("the matrix is not invertible");
+    return matrix;
+}
+
+template <class Field>
+VelSDK::Math::point3d Point3(const Field& field) {
+    const std::vector<double> v = field.Numbers(3);
+    return {v[0], v[1], v[2]};
+}
+
+template <class Field>
+std::vector<VelSDK::Math::point2d> Points(const Field& field, std::size_t minCount) {
+    std::vector<VelSDK::Math::point2d> points;
+    const std::size_t count = field.ArraySize(minCount, minCount == 1 ? "point" : "points");
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::vector<double> v = field.Item(i).Numbers(2);
+        points.push_back({v[0], v[1]});
+    }
+    return points;
+}
+
+template <class Field>
+OrthoCamera OrthographicCamera(const Field& field) {
+    field.ExpectObject({"eye", "target", "up", "height", "screen"});
+    OrthoCamera camera;
+    camera.eye = Point3(field.Member("eye"));
+    camera.target = Point3(field.Member("target"));
+    camera.up = Point3(field.Member("up"));
+    camera.height = field.Member("height").PositiveNumber();
+    const Field screen = field.Member("screen");
+    screen.Numbers(2);
+    camera.screenWidth = screen.Item(0).PositiveNumber();
+    camera.screenHeight = screen.Item(1).PositiveNumber();
+    return camera;
+}
+
+template <class Field>
+MMTransformMatrix CameraMatrix(const Field& field, const OrthoCamera& camera,
+                               double unitsPerModelUnit) {
+    CameraFault fault = CameraFault::kNone;
+    const std::optional<MMTransformMatrix> view = CameraView(camera, unitsPerModelUnit, &fault);
+    switch (fault) {
+        case CameraFault::kNone:
+            break;
+        case CameraFault::kEyeOnTarget:
+            field.Fail("eye and target coincide");
+        case CameraFault::kDistanceOverflows:
+            field.Member("eye").Fail("too far from the target: their distance overflows");
+        case CameraFault::kUpAlongView:
+            field.Member("up").Fail("zero or parallel to the viewing direction");
+        case CameraFault::kViewOutOfRange:
+            field.Fail(
+                "the view matrix leaves the double range (target too far out, or the "
+                "ratio of screen to height too large or too small)");
+    }
+    return *view;
+}
+
+template <class Field>
+std::string PickerName(const Field& field) {
+    std::string name = field.String();
+    if (MakePicker(name))
+        return name;
+    std::string known;
+    for (const std::string& registered : PickerNames())
+        known += (known.empty() ? "" : ", ") + registered;
+    field.Fail("unknown picker \"" + Printable(name) + "\" (known: " + known + ")");
+}
+
+template <class Field>
+std::vector<MMPlaneEq<double>> Planes(const Field& field) {
+    std::vector<MMPlaneEq<double>> planes;
+    const std::size_t count = field.ArraySize(0, "planes");
+    for (std::size_t i = 0; i < count; ++i) {
+        const Field item = field.Item(i);
+        const std::vector<double> v = item.Numbers(4);
+        if (v[0] == 0.0 && v[1] == 0.0 && v[2] == 0.0)
+            item.Fail("the normal (a, b, c) is zero");
+        planes.push_back({v[0], v[1], v[2], v[3]});
+    }
+    return planes;
+}
+
+template <class Field>
+int Threads(const Field& field) {
+    const std::size_t threads = field.WholeNumber("threads");
+    if (threads < 1 || threads > static_cast<std::size_t>(kMaxThreads))
+        field.Fail("expected between 1 and " + std::to_string(kMaxThreads) + " threads, got " +
+                   std::to_string(threads));
+    return static_cast<int>(threads);
+}
+
+template <class Field>
+double LinesPerPixel(const Field& field) {
+    const double lines = field.PositiveNumber();
+    if (lines > kMaxLinesPerPixel)
+        field.Fail("expected at most " + std::to_string(static_cast<int>(kMaxLinesPerPixel)) +
+                   " sample lines per pixel, got " + std::to_string(lines));
+    return lines;
+}
+
+template <class Source>
+GraphSettings Graph(const Source& source, double unitsPerModelUnit) {
+    GraphSettings graph;
+    if (const auto angle = source.Find(Setting::kSharpAngle))
+        graph.sharpAngleDegrees = angle->Number();
+    if (const auto thickness = source.Find(Setting::kThickness)) {
+        graph.thickness = thickness->NonNegativeNumber();
+        if (std::round(graph.thickness * unitsPerModelUnit) > kInt32Max)
+            thickness->Fail("too large: over 2147483647 internal units");
+    }
+    if (const auto whole = source.Find(Setting::kMarkWholeCandidates))
+        graph.markWholeCandidates = whole->Boolean();
+    return graph;
+}
+
+// The scan-line picker takes any radius; the z-buffer picker works in whole screen units.
+template <class Source>
+SelectionRegion Region(const Source& source, const std::string& picker) {
+    const auto polygon = source.Find(Setting::kPolygon);
+    const auto path = source.Find(Setting::kBrushPath);
+    if (polygon.has_value() == path.has_value())
+        source.Fail(Setting::kRegion, "expected exactly one of \"polygon\" and \"brush\"");
+    SelectionRegion region;
+    if (polygon) {
+        region.points = Points(*polygon, 3);
+        return region;
+    }
+    if (picker == "graph")
+        source.Fail(Setting::kRegion, "the graph picker takes a polygon, not a brush");
+    region.shape = SelectionRegion::Shape::kBrush;
+    region.points = Points(*path, 1);
+    const auto radius = source.Find(Setting::kBrushRadius);
+    if (!radius)
+        source.Fail(Setting::kBrushRadius, "missing");
+    region.brushRadius = picker == "scanline"
+                             ? radius->NonNegativeNumber()
+                             : static_cast<double>(radius->WholeNumber("screen units"));
+    return region;
+}
+
+// The picker works on 32-bit pixels: refuse regions that would leave that range once scaled,
+// naming the first point that does.
+template <class Source>
+void CheckRegionFitsPixels(const Source& source, const PickSettings& settings) {
+    const bool brush = settings.region.shape == SelectionRegion::Shape::kBrush;
+    const double p = settings.pixelProportion;
+    const double radius = settings.region.brushRadius * p;
+    if (radius > kMaxPixelCoordinate)
+        source.Find(Setting::kBrushRadius)
+            ->Fail("too large: the radius in pixels exceeds the 32-bit pixel range");
+    const auto points = source.Find(brush ? Setting::kBrushPath : Setting::kPolygon);
+    for (std::size_t i = 0; i < settings.region.points.size(); ++i) {
+        const VelSDK::Math::point2d& q = settings.region.points[i];
+        if (std::abs(q.x * p) + radius > kMaxPixelCoordinate ||
+            std::abs(q.y * p) + radius > kMaxPixelCoordinate)
+            points->Item(i).Fail("beyond the 32-bit pixel range at this pixel_proportion");
+    }
+}
+
+template <class Field>
+void Flag(const std::optional<Field>& field, bool& flag) {
+    if (field)
+        flag = field->Boolean();
+}
+
+}  // namespace settings_detail
+
+/// The pick settings `source` gives, every one checked; the defaults of PickSettings for those
+/// it leaves out.
+template <class Source>
+PickSettings ValidatePickSettings(const Source& source) {
+    using namespace settings_detail;
+    PickSettings settings;
+    if (const auto units = source.Find(Setting::kUnitsPerModelUnit))
+        settings.unitsPerModelUnit = units->PositiveNumber();
+    if (const auto pixels = source.Find(Setting::kPixelProportion))
+        settings.pixelProportion = pixels->PositiveNumber();
+    if (const auto picker = source.Find(Setting::kPicker))
+        settings.picker = PickerName(*picker);
+    Flag(source.Find(Setting::kMarkThrough), settings.markThrough);
+    Flag(source.Find(Setting::kBackFaceCulling), settings.backFaceCulling);
+    Flag(source.Find(Setting::kUnmark), settings.unmark);
+    Flag(source.Find(Setting::kSkipHiddenSurfaces), settings.skipHiddenSurfaces);
+    if (const auto tolerance = source.Find(Setting::kDepthTolerance))
+        settings.depthTolerance = tolerance->NonNegativeNumber();
+    if (const auto planes = source.Find(Setting::kClippingPlanes))
+        settings.clippingPlanes = Planes(*planes);
+    if (const auto lines = source.Find(Setting::kLinesPerPixel))
+        settings.linesPerPixel = LinesPerPixel(*lines);
+    if (const auto threads = source.Find(Setting::kThreads))
+        settings.threads = Threads(*threads);
+    settings.graph = Graph(source, settings.unitsPerModelUnit);
+    settings.region = Region(source, settings.picker);
+    CheckRegionFitsPixels(source, settings);
+    return settings;
+}
+
+/// The view `source` gives: a matrix, or a camera made into one at `unitsPerModelUnit`.
+template <class Source>
+View ValidateView(const Source& source, double unitsPerModelUnit) {
+    using namespace settings_detail;
+    const auto matrix = source.Find(Setting::kView);
+    const auto camera = source.Find(Setting::kCamera);
+    if (matrix.has_value() == camera.has_value())
+        source.Fail(Setting::kViewOrCamera, "expected exactly one of \"view\" and \"camera\"");
+    View view;
+    if (matrix) {
+        view.matrix = Matrix(*matrix);
+        return view;
+    }
+    const OrthoCamera ortho = OrthographicCamera(*camera);
+    view.matrix = CameraMatrix(*camera, ortho, unitsPerModelUnit);
+    view.camera = ortho;
+    return view;
+}
+
+}  // namespace velpick
