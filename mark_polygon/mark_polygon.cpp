@@ -11,10 +11,8 @@
 #include <velpick/host/plane_transform.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/vector_math.h>
-#include "mark_polygon/depth_rasterizer.h"
-#include "mark_polygon/region_test.h"
 #include "mark_polygon/triangle_clipper.h"
-#include "mark_polygon/triangle_setup.h"
+#include "mark_polygon/triangle_raster.h"
 #include "polygon_marking/selection_raster.h"
 
 using namespace AU_MarkOperations::PolygonMarking;
@@ -263,14 +261,14 @@ void MStlBaseOperatorMarkPolygon::Impl::SetPolygon(const std::vector<point2d>& p
                              std::floor(polygon[i].y * m_pixelProportion) - box.min.y};
     }
     m_isBrush = false;
-    m_regionBox = {detail::TruncateToInt32(box.min.x), detail::TruncateToInt32(box.min.y),
-                   detail::TruncateToInt32(box.max.x), detail::TruncateToInt32(box.max.y)};
+    m_regionBox = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y),
+                   TruncateToInt32(box.max.x), TruncateToInt32(box.max.y)};
 }
 
 void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>& path,
                                                      std::size_t radius) {
     const double p = m_pixelProportion;
-    m_brushRadius = detail::TruncateToInt32(static_cast<double>(radius) * p);
+    m_brushRadius = TruncateToInt32(static_cast<double>(radius) * p);
 
     point2d low{0.0, 0.0}, high{0.0, 0.0};
     if (!path.empty())
@@ -284,7 +282,7 @@ void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>&
     // negated in 64 bits: an out-of-range radius truncates to INT32_MIN.
     const std::int64_t radius64 = m_brushRadius;
     const auto widen = [](double bound, std::int64_t by) {
-        return static_cast<std::int32_t>(detail::TruncateToInt32(bound) + by);
+        return static_cast<std::int32_t>(TruncateToInt32(bound) + by);
     };
     m_regionBox = {widen(std::floor(p * low.x), -radius64), widen(std::floor(p * low.y), -radius64),
                    widen(std::ceil(p * high.x), radius64), widen(std::ceil(p * high.y), radius64)};
