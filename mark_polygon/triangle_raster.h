@@ -158,6 +158,18 @@ inline RowRange BoundaryRows(RowRange upper, RowRange lower) {
 
 // ---- 3. The row scan ---------------------------------------------------------------------
 
+/// Whether the three vertices lie wholly above the band's first row (when that is not row 0,
+/// which edges below the raster may still reach) or wholly at or below the row after its
+/// last: then no row of the band belongs to the triangle, and its set-up is spared. Compared
+/// in double, exact for every row number; NaN is never outside.
+inline bool OutsideBand(const point3f& a, const point3f& b, const point3f& c, RowRange band) {
+    const double first = band.first, end = static_cast<double>(band.last) + 1.0;
+    const auto above = [first](const point3f& p) { return static_cast<double>(p.y) < first; };
+    const auto below = [end](const point3f& p) { return static_cast<double>(p.y) >= end; };
+    return (band.first > 0 && above(a) && above(b) && above(c)) ||
+           (below(a) && below(b) && below(c));
+}
+
 template <bool kHasDepth>
 using RowSpan = std::conditional_t<kHasDepth, _DepthSpan, _RegionSpan>;
 
@@ -184,6 +196,8 @@ template <bool kHasDepth, class RowVisitor>
 [[gnu::always_inline]] inline bool ScanTriangleRows(const RasterRows& raster, RowRange band,
                                                     const point3f& a, const point3f& b,
                                                     const point3f& c, RowVisitor&& visitRow) {
+    if (OutsideBand(a, b, c, band))
+        return false;
     const TriangleFrame frame = SetUpTriangle(a, b, c);
     const bool leftEndsFirst = frame.right->y > frame.left->y;
     const point3f& middle = leftEndsFirst ? *frame.left : *frame.right;
