@@ -1,16 +1,20 @@
 // The z-buffer picker on a one-million-triangle height field under a 1000 × 1000 pixel lasso
-// and along a brush stroke.
+// and along a brush stroke; and on the 1M noisy torus of the table on two threads, beside the
+// table's one-thread rows.
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <velpick/host/stl_base.h>
 #include <velpick/host/stl_surface.h>
 #include <velpick/host/transform_matrix.h>
 #include <velpick/mark_polygon.h>
+#include "torus_scene.h"
 
 namespace {
 
@@ -85,5 +89,30 @@ void BM_MarkPolygonBrush(benchmark::State& state) {
 BENCHMARK(BM_MarkPolygonVisible)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MarkPolygonThrough)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MarkPolygonBrush)->Unit(benchmark::kMillisecond);
+
+void BM_PickTwoThreads(benchmark::State& state, bench::PickOptions options) {
+    MStlBase& torus = bench::TorusMesh(static_cast<std::size_t>(state.range(0)));
+    options.threads = 2;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(bench::Pick(torus, options));
+    state.counters["triangles"] = static_cast<double>(torus.GetNumberOfTriangles());
+}
+
+// Named under BM_Pick so that bench/run picks them up; wall time, as two threads share the work.
+const bool kTwoThreadRows = [] {
+    const std::pair<const char*, bench::PickOptions> kinds[] = {
+        {"visible", {}},
+        {"through", {true}},
+        {"culling", {false, true}},
+        {"brush", {false, false, false, true}}};
+    for (const auto& [kind, options] : kinds)
+        benchmark::RegisterBenchmark((std::string("BM_Pick/") + kind + "_2threads").c_str(),
+                                     BM_PickTwoThreads, options)
+            ->Arg(1000000)
+            ->MinWarmUpTime(0.5)  // the culling pick computes the normals on its first run
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
+    return true;
+}();
 
 }  // namespace

@@ -41,6 +41,9 @@ def main(path):
         row(f"destroy mesh, {label}", f"Mesh/destroy/{size}/iterations:8")
         for kind in ("visible", "through", "planes", "culling", "brush"):
             row(f"z-buffer {kind}, {label}", f"BM_Pick/{kind}/{size}")
+        for kind in ("visible", "through", "culling", "brush"):
+            row(f"z-buffer {kind}, {label}, 2 threads (wall)",
+                f"BM_Pick/{kind}_2threads/{size}/real_time")
         row(f"streaming floor, {label}", f"Floor/stream/{size}")
         row(f"Embree build (all threads), {label}", f"Embree/build/{size}/real_time")
     row("Embree cast, 1M, 1 thread", "Embree/cast/1000000/1/real_time")
@@ -68,6 +71,11 @@ def main(path):
         print(f"  pick / Embree cast (1 thread)            {pick / cast1:6.2f}")
     if pick and floor:
         print(f"  pick / streaming floor                   {pick / floor:6.2f}")
+    for kind in ("visible", "through", "culling", "brush"):
+        one = get(f"BM_Pick/{kind}/1000000")
+        two = get(f"BM_Pick/{kind}_2threads/1000000/real_time")
+        if one and two:
+            print(f"  {kind} 2 threads / 1 thread (target 0.6)  {two / one:6.2f}")
     culling = get("BM_Pick/culling/1000000")
     if pick and culling:
         print(f"  culling - visible (ms)                   {culling - pick:6.2f}")

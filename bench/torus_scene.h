@@ -114,6 +114,7 @@ inline std::vector<MMPlaneEq<double>> Planes() {
 struct PickOptions {
     bool markThrough = false, culling = false, planes = false, brush = false;
     double discRadius = kDiscRadiusPixels;
+    int threads = 1;  // the picker's SetThreads
 };
 
 /// One pick on `mesh` as a user's drag would run it.
@@ -127,6 +128,7 @@ inline bool Pick(MStlBase& mesh, const PickOptions& o) {
         picker.SetPolygon(Disc(o.discRadius));
     picker.SetMarkThrough(o.markThrough);
     picker.SetBackFaceCulling(o.culling);
+    picker.SetThreads(o.threads);
     if (o.planes)
         for (const MMPlaneEq<double>& plane : Planes())
             picker.AddClippingPlane(plane);

@@ -5,16 +5,18 @@
 #include <stdexcept>
 #include <utility>
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
 #include <velpick/camera_view.h>
 #include <velpick/host/internal_units.h>
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/plane_transform.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/vector_math.h>
-#include "mark_polygon/depth_rasterizer.h"
-#include "mark_polygon/region_test.h"
 #include "mark_polygon/triangle_clipper.h"
-#include "mark_polygon/triangle_setup.h"
+#include "mark_polygon/triangle_raster.h"
 #include "polygon_marking/selection_raster.h"
 
 using namespace AU_MarkOperations::PolygonMarking;
@@ -59,6 +61,27 @@ double Dot(const point3d& a, const point3d& b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
 
+/// Calls visit(chunk, elements, first index, length) for every chunk of the store, on up to
+/// `threads` threads of the caller's arena. Chunks hold disjoint elements, so a visit that
+/// writes only its own elements' results gives the same results on any number of threads.
+template <class T, class Visit>
+void ForEachChunk(const MStlElementStore<T>& store, int threads, Visit&& visit) {
+    const auto run = [&](std::size_t chunk) {
+        visit(store.Chunk(chunk), chunk * MStlElementStore<T>::kChunkSize,
+              store.ChunkLength(chunk));
+    };
+    if (threads <= 1 || store.ChunkCount() <= 1) {
+        for (std::size_t chunk = 0; chunk < store.ChunkCount(); ++chunk)
+            run(chunk);
+        return;
+    }
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, store.ChunkCount()),
+                      [&](const tbb::blocked_range<std::size_t>& chunks) {
+                          for (std::size_t chunk = chunks.begin(); chunk != chunks.end(); ++chunk)
+                              run(chunk);
+                      });
+}
+
 }  // namespace
 
 // The operator's members and steps. The setters only store; operate() runs the steps.
@@ -77,6 +100,7 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void SetBackFaceCulling(bool backFaceCulling);
     void SetMarkThrough(bool markThrough);
     void SetUnmark(bool unmark);
+    void SetThreads(int threads);
     bool operate();
     std::uint64_t RasterBytes() const;
 
@@ -99,16 +123,24 @@ class MStlBaseOperatorMarkPolygon::Impl {
     bool _BuildSelectionRaster();
     bool _RasterSize(std::uint32_t& width, std::int32_t& height) const;
     bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
+    int _Threads() const;
     void _ClassifyTriangles(std::size_t mesh);
+    void _ComputeOutcodes(std::size_t mesh);
+    void _ClassByOutcodesAndFacing(std::size_t mesh);
+    void _AddMarkableSurfaces(std::size_t mesh);
+    void _IgnoreHiddenSurfaces(std::size_t mesh);
+    bool _FrontFacing(std::size_t mesh, std::size_t triangle) const;
     PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
     void _ProjectPiece(std::size_t mesh, _ClippedPieceRecord& piece) const;
     void _MarkThroughMesh(std::size_t mesh);
     bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
     void _NumberTriangles();
-    void _DrawMesh(std::size_t mesh);
+    void _DrawMesh(std::size_t mesh, RowRange band, std::uint8_t* covered);
+    void _DrawInBands(int bands);
     void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
                      bool candidate);
     void _CloseDepthPass();
+    void _FindVisibleTriangles();
     void _ApplyMarks();
     bool _ReachesFront(std::uint8_t state, const point3f& a, const point3f& b, const point3f& c);
     void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
@@ -146,6 +178,9 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::vector<_ClippedPieceRecord> m_pieces;  // covered ones
     std::vector<std::size_t> m_piecesEnd;       // per mesh, end of its pieces in m_pieces
     std::vector<std::uint8_t> m_outcodes;       // of the mesh being processed, by vertex
+    std::shared_ptr<const std::vector<point3d>> m_normals;  // of that mesh, with culling
+    int m_threads = 0;                                      // 0: the whole arena
+    std::vector<std::vector<std::uint8_t>> m_bandFlags;     // per band, by owner number
 };
 
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
@@ -203,6 +238,10 @@ void MStlBaseOperatorMarkPolygon::SetMarkThrough(bool markThrough) {
 
 void MStlBaseOperatorMarkPolygon::SetUnmark(bool unmark) {
     m_impl->SetUnmark(unmark);
+}
+
+void MStlBaseOperatorMarkPolygon::SetThreads(int threads) {
+    m_impl->SetThreads(threads);
 }
 
 bool MStlBaseOperatorMarkPolygon::operate() {
@@ -263,14 +302,14 @@ void MStlBaseOperatorMarkPolygon::Impl::SetPolygon(const std::vector<point2d>& p
                              std::floor(polygon[i].y * m_pixelProportion) - box.min.y};
     }
     m_isBrush = false;
-    m_regionBox = {detail::TruncateToInt32(box.min.x), detail::TruncateToInt32(box.min.y),
-                   detail::TruncateToInt32(box.max.x), detail::TruncateToInt32(box.max.y)};
+    m_regionBox = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y),
+                   TruncateToInt32(box.max.x), TruncateToInt32(box.max.y)};
 }
 
 void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>& path,
                                                      std::size_t radius) {
     const double p = m_pixelProportion;
-    m_brushRadius = detail::TruncateToInt32(static_cast<double>(radius) * p);
+    m_brushRadius = TruncateToInt32(static_cast<double>(radius) * p);
 
     point2d low{0.0, 0.0}, high{0.0, 0.0};
     if (!path.empty())
@@ -284,7 +323,7 @@ void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>&
     // negated in 64 bits: an out-of-range radius truncates to INT32_MIN.
     const std::int64_t radius64 = m_brushRadius;
     const auto widen = [](double bound, std::int64_t by) {
-        return static_cast<std::int32_t>(detail::TruncateToInt32(bound) + by);
+        return static_cast<std::int32_t>(TruncateToInt32(bound) + by);
     };
     m_regionBox = {widen(std::floor(p * low.x), -radius64), widen(std::floor(p * low.y), -radius64),
                    widen(std::ceil(p * high.x), radius64), widen(std::ceil(p * high.y), radius64)};
@@ -310,6 +349,15 @@ void MStlBaseOperatorMarkPolygon::Impl::SetUnmark(bool unmark) {
     m_mark = !unmark;
 }
 
+void MStlBaseOperatorMarkPolygon::Impl::SetThreads(int threads) {
+    m_threads = threads;
+}
+
+int MStlBaseOperatorMarkPolygon::Impl::_Threads() const {
+    const int arena = tbb::this_task_arena::max_concurrency();
+    return m_threads >= 1 ? std::min(m_threads, arena) : arena;
+}
+
 bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     _PrepareScreenSpace();
     if (!m_clippingPlanes.empty())
@@ -329,11 +377,21 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
 
     m_pieces.clear();
     m_piecesEnd.assign(m_meshes.size(), 0);
-    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
         _ClassifyTriangles(mesh);
-        _DrawMesh(mesh);
+    // Clipping cuts pieces whose numbers depend on what was drawn before them, so a run with
+    // planes draws on one thread.
+    const int bands = m_clippingPlanes.empty() ? _Threads() : 1;
+    if (bands > 1) {
+        _DrawInBands(bands);
+    } else {
+        for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+            _DrawMesh(mesh, AllRows(m_depthRaster.m_height), m_states.data());
+            m_piecesEnd[mesh] = m_pieces.size();
+        }
+        _CloseDepthPass();
     }
-    _CloseDepthPass();
+    _FindVisibleTriangles();
     // Marks are applied only now, after every mesh is drawn, so that meshes hide each other.
     _ApplyMarks();
     return true;
@@ -371,17 +429,15 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
         m_modelToScreen.push_back(transform);
         // Coordinates pass through float on the way in, as the float transform takes them.
         ScreenPoints& screen = m_screenPoints.emplace_back(points.Size());
-        for (std::size_t chunk = 0, first = 0; chunk < points.ChunkCount(); ++chunk) {
-            const MStlPoint* point = points.Chunk(chunk);
-            const std::size_t length = points.ChunkLength(chunk);
-            for (std::size_t i = 0; i < length; ++i) {
-                const point3f p = ToFloat(point[i]);
-                const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
-                screen[first + i] = {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
-                                     static_cast<float>(mapped.z)};
-            }
-            first += length;
-        }
+        ForEachChunk(
+            points, _Threads(), [&](const MStlPoint* point, std::size_t first, std::size_t length) {
+                for (std::size_t i = 0; i < length; ++i) {
+                    const point3f p = ToFloat(point[i]);
+                    const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
+                    screen[first + i] = {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
+                                         static_cast<float>(mapped.z)};
+                }
+            });
     }
 }
 
@@ -451,47 +507,64 @@ bool MStlBaseOperatorMarkPolygon::Impl::_BrushPathFits(std::int64_t width,
     return true;
 }
 
-// Outcodes of every vertex, then the class of every triangle of the mesh.
+// The class of every triangle of the mesh: by the outcodes of its vertices and its facing,
+// then widened by the markable surfaces and narrowed by the hidden ones.
 void MStlBaseOperatorMarkPolygon::Impl::_ClassifyTriangles(std::size_t mesh) {
-    MStlBase& stl = *m_meshes[mesh];
+    _ComputeOutcodes(mesh);
+    m_normals = m_backFaceCulling ? m_meshes[mesh]->GetTriangleNormals() : nullptr;
+    _ClassByOutcodesAndFacing(mesh);
+    _AddMarkableSurfaces(mesh);
+    if (m_skipHiddenSurfaces)
+        _IgnoreHiddenSurfaces(mesh);
+}
+
+// Where each vertex lies against the region's pixel box.
+void MStlBaseOperatorMarkPolygon::Impl::_ComputeOutcodes(std::size_t mesh) {
     const ScreenPoints& screen = m_screenPoints[mesh];
     const auto right = static_cast<float>(std::int64_t{m_regionBox.xmax} - m_regionBox.xmin);
     const auto top = static_cast<float>(std::int64_t{m_regionBox.ymax} - m_regionBox.ymin);
     m_outcodes.resize(screen.size());
-    for (std::size_t v = 0; v < screen.size(); ++v) {
-        const point3f& p = screen[v];
-        m_outcodes[v] = static_cast<std::uint8_t>(
-            (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
-            (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
-    }
+    ForEachChunk(m_meshes[mesh]->_Points(), _Threads(),
+                 [&](const MStlPoint*, std::size_t first, std::size_t length) {
+                     for (std::size_t v = first; v < first + length; ++v) {
+                         const point3f& p = screen[v];
+                         m_outcodes[v] = static_cast<std::uint8_t>(
+                             (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
+                             (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
+                     }
+                 });
+}
 
-    // Facing the viewer means a normal against the viewing direction; edge-on counts as back.
-    std::shared_ptr<const std::vector<point3d>> normals;
-    if (m_backFaceCulling)
-        normals = stl.GetTriangleNormals();
-    const point3d& view = m_viewDirections[mesh];
-    const auto frontFacing = [&](std::size_t t) { return Dot((*normals)[t], view) < 0.0; };
+// Facing the viewer means a normal against the viewing direction; edge-on counts as back.
+bool MStlBaseOperatorMarkPolygon::Impl::_FrontFacing(std::size_t mesh, std::size_t triangle) const {
+    return Dot((*m_normals)[triangle], m_viewDirections[mesh]) < 0.0;
+}
 
-    const MStlElementStore<MStlTriangle>& triangles = stl._Triangles();
+// Ignored when hidden or outside one side of the box; otherwise a candidate of a wholly
+// markable mesh (facing the viewer, with culling) or an occluder.
+void MStlBaseOperatorMarkPolygon::Impl::_ClassByOutcodesAndFacing(std::size_t mesh) {
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
     const bool whole = m_markWholeMesh[mesh];
-    for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
-        const MStlTriangle* triangle = triangles.Chunk(chunk);
-        const std::size_t length = triangles.ChunkLength(chunk);
-        for (std::size_t i = 0; i < length; ++i) {
-            const MStlTriangle& t = triangle[i];
-            const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
-                                        m_outcodes[t.GetPointIndex(1)] &
-                                        m_outcodes[t.GetPointIndex(2)];
-            unsigned char triangleClass = kOccluder;
-            if (!t.IsVisible() || shared != 0)
-                triangleClass = kIgnored;
-            else if (whole && (!m_backFaceCulling || frontFacing(first + i)))
-                triangleClass = kCandidate;
-            classes[first + i] = triangleClass;
-        }
-        first += length;
-    }
+    ForEachChunk(m_meshes[mesh]->_Triangles(), _Threads(),
+                 [&](const MStlTriangle* triangle, std::size_t first, std::size_t length) {
+                     for (std::size_t i = 0; i < length; ++i) {
+                         const MStlTriangle& t = triangle[i];
+                         const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
+                                                     m_outcodes[t.GetPointIndex(1)] &
+                                                     m_outcodes[t.GetPointIndex(2)];
+                         std::uint8_t triangleClass = kOccluder;
+                         if (!t.IsVisible() || shared != 0)
+                             triangleClass = kIgnored;
+                         else if (whole && (!m_backFaceCulling || _FrontFacing(mesh, first + i)))
+                             triangleClass = kCandidate;
+                         classes[first + i] = triangleClass;
+                     }
+                 });
+}
+
+void MStlBaseOperatorMarkPolygon::Impl::_AddMarkableSurfaces(std::size_t mesh) {
+    const MStlBase& stl = *m_meshes[mesh];
+    std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
     for (MStlSurface* surface : m_markableSurfaces[mesh]) {
         if (surface->GetStl() != &stl)
             continue;  // a surface of another mesh marks nothing here
@@ -499,14 +572,16 @@ void MStlBaseOperatorMarkPolygon::Impl::_ClassifyTriangles(std::size_t mesh) {
             const std::size_t t = triangle.GetMaskIndex();
             if (classes[t] == kIgnored)
                 continue;
-            if (m_backFaceCulling && !frontFacing(t))
+            if (m_backFaceCulling && !_FrontFacing(mesh, t))
                 continue;
             classes[t] = kCandidate;
         }
     }
-    if (!m_skipHiddenSurfaces)
-        return;
-    for (MStlSurface& surface : stl.Surfaces()) {
+}
+
+void MStlBaseOperatorMarkPolygon::Impl::_IgnoreHiddenSurfaces(std::size_t mesh) {
+    std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
+    for (MStlSurface& surface : m_meshes[mesh]->Surfaces()) {
         if (surface.GetVisible())
             continue;
         for (MStlTriangle& triangle : surface.Triangles())
@@ -544,15 +619,20 @@ void MStlBaseOperatorMarkPolygon::Impl::_ProjectPiece(std::size_t mesh,
         m_modelToScreen[mesh].Transform(corner, corner, false);
 }
 
+// Selecting writes only each triangle's own class, so it runs on every thread unless the
+// clipper's shared work lists are needed; marks are applied in order on the calling thread.
 void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
     MStlBase& stl = *m_meshes[mesh];
     _ClassifyTriangles(mesh);
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
+    ForEachChunk(stl._Triangles(), m_clippingPlanes.empty() ? _Threads() : 1,
+                 [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
+                     for (std::size_t i = 0; i < length; ++i) {
+                         if (classes[first + i] == kCandidate && _TouchesRegion(mesh, triangle[i]))
+                             classes[first + i] = kSelected;
+                     }
+                 });
     const std::size_t count = stl._Triangles().Size();
-    for (std::size_t t = 0; t < count; ++t) {
-        if (classes[t] == kCandidate && _TouchesRegion(mesh, stl._Triangle(t)))
-            classes[t] = kSelected;
-    }
     for (std::size_t t = 0; t < count; ++t) {
         if (classes[t] == kSelected)
             _ApplyMark(mesh, stl._Triangle(t));
@@ -583,19 +663,22 @@ bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTri
     return false;
 }
 
-// Candidates draw under their owner number and note whether they covered a region pixel;
-// occluders draw as no owner.
-void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh) {
+// Candidates draw the rows of `band` under their owner number and note in `covered` (by
+// owner number) whether they reached a region pixel; occluders draw as no owner.
+void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh, RowRange band,
+                                                  std::uint8_t* covered) {
     const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
     const point3f* screen = m_screenPoints[mesh].data();
-    std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
+    const std::uint32_t firstOwner = m_firstOwner[mesh];
+    const std::uint8_t* states = m_states.data() + firstOwner;
+    covered += firstOwner;
     _DepthRaster& raster = m_depthRaster;
     const bool planes = !m_clippingPlanes.empty();
     for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
         MStlTriangle* triangle = triangles.Chunk(chunk);
         const std::size_t length = triangles.ChunkLength(chunk);
         for (std::size_t i = 0; i < length; ++i) {
-            std::uint8_t& state = states[first + i];
+            const std::uint8_t state = states[first + i];
             if (state == kIgnored)
                 continue;
             MStlTriangle& t = triangle[i];
@@ -608,16 +691,37 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh) {
                     continue;
             }
             const std::uint32_t owner =
-                candidate ? m_firstOwner[mesh] + static_cast<std::uint32_t>(first + i) : kNoOwner;
-            if (_RasterizeTriangleDepth(raster, screen[t.GetPointIndex(0)],
+                candidate ? firstOwner + static_cast<std::uint32_t>(first + i) : kNoOwner;
+            if (_RasterizeTriangleDepth(raster, band, screen[t.GetPointIndex(0)],
                                         screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)],
                                         owner) &&
                 candidate)
-                state |= kCoveredFlag;
+                covered[first + i] |= kCoveredFlag;
         }
         first += length;
     }
-    m_piecesEnd[mesh] = m_pieces.size();
+}
+
+// Every band of rows is drawn by one task over all triangles in their order, so each pixel
+// sees the writes of the one-thread draw in the same order. Each band notes coverage and
+// visibility in its own flag bytes, finalizes its own rows, and the flags are merged after.
+void MStlBaseOperatorMarkPolygon::Impl::_DrawInBands(int bands) {
+    const std::int64_t height = m_depthRaster.m_height;
+    m_bandFlags.resize(static_cast<std::size_t>(bands));
+    tbb::parallel_for(0, bands, [&](int band) {
+        const RowRange rows{static_cast<std::int32_t>(height * band / bands),
+                            static_cast<std::int32_t>(height * (band + 1) / bands - 1)};
+        std::vector<std::uint8_t>& flags = m_bandFlags[static_cast<std::size_t>(band)];
+        flags.assign(m_states.size(), 0);
+        for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
+            _DrawMesh(mesh, rows, flags.data());
+        _FinalizeDepthRows(m_depthRaster, flags.data(), rows);
+    });
+    for (const std::vector<std::uint8_t>& flags : m_bandFlags) {
+        for (std::size_t owner = 0; owner < m_states.size(); ++owner)
+            m_states[owner] |= flags[owner];
+    }
+    m_depthRaster.m_finalized = true;
 }
 
 // Pieces are numbered after every triangle, in the order they are cut; only those that cover
@@ -649,28 +753,38 @@ void MStlBaseOperatorMarkPolygon::Impl::_CloseDepthPass() {
     _FinalizeDepthRaster(m_depthRaster, m_states.data());
 }
 
-// A flat scan of the state bytes: per mesh, its triangles in order, then the pieces this run
-// cut from its triangles.
+// Every covered triangle that did not win a pixel is tested against the thresholds; each test
+// writes only its own state byte, so the tests run on every thread.
+void MStlBaseOperatorMarkPolygon::Impl::_FindVisibleTriangles() {
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+        const point3f* screen = m_screenPoints[mesh].data();
+        std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
+        ForEachChunk(
+            m_meshes[mesh]->_Triangles(), _Threads(),
+            [&](const MStlTriangle* triangle, std::size_t first, std::size_t length) {
+                for (std::size_t i = 0; i < length; ++i) {
+                    std::uint8_t& state = states[first + i];
+                    const MStlTriangle& t = triangle[i];
+                    if ((state & kCoveredFlag) &&
+                        _ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
+                                      screen[t.GetPointIndex(2)]))
+                        state |= kVisibleFlag;
+                }
+            });
+    }
+}
+
+// A flat scan of the state bytes: per mesh, its visible triangles in order, then the pieces
+// this run cut from its triangles.
 void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks() {
     std::size_t piece = 0;
     const std::size_t firstPieceOwner = m_states.size() - m_pieces.size();
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
-        const point3f* screen = m_screenPoints[mesh].data();
         const std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-        for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
-            MStlTriangle* triangle = triangles.Chunk(chunk);
-            const std::size_t length = triangles.ChunkLength(chunk);
-            for (std::size_t i = 0; i < length; ++i) {
-                const std::uint8_t state = states[first + i];
-                if (!(state & kCoveredFlag))
-                    continue;
-                MStlTriangle& t = triangle[i];
-                if (_ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
-                                  screen[t.GetPointIndex(2)]))
-                    _ApplyMark(mesh, t);
-            }
-            first += length;
+        for (std::size_t t = 0; t < triangles.Size(); ++t) {
+            if ((states[t] & kCoveredFlag) && (states[t] & kVisibleFlag))
+                _ApplyMark(mesh, triangles[t]);
         }
         for (; piece < m_piecesEnd[mesh]; ++piece) {
             const _ClippedPieceRecord& cut = m_pieces[piece];

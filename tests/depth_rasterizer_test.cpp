@@ -1,4 +1,4 @@
-#include "mark_polygon/depth_rasterizer.h"
+#include "mark_polygon/triangle_raster.h"
 
 #include <gtest/gtest.h>
 
@@ -7,14 +7,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <random>
 #include <vector>
 
 #include <velpick/pixel_grid.h>
-#include "mark_polygon/region_test.h"
 
 using namespace AU_MarkOperations::PolygonMarking;
 using VelSDK::Math::point3f;
@@ -29,9 +27,7 @@ std::unique_ptr<_DepthRaster> MakeDepthRaster(std::int32_t width, std::int32_t h
     raster->m_width = width, raster->m_height = height;
     raster->m_region = std::make_unique<PixelGrid>(width, height, 1.0, true);
     raster->m_depth = std::make_unique<_DepthEntry[]>(static_cast<std::size_t>(width) * height);
-    for (std::size_t i = 0; i < static_cast<std::size_t>(width) * height; ++i)
-        raster->m_depth[i] = {-FLT_MAX, {kNoOwner}};
-    raster->m_rowSpans = std::make_unique<_DepthSpan[]>(height);
+    std::fill_n(raster->m_depth.get(), std::size_t(width) * height, _DepthEntry{-FLT_MAX, {}});
     return raster;
 }
 
@@ -59,7 +55,9 @@ class DepthRasterizer : public ::testing::Test {
 
 constexpr std::uint32_t kFirst = 1, kSecond = 2;
 
-TEST_F(DepthRasterizer, EqualDepthKeepsTheTriangleDrawnFirst) {
+// Ties keep the triangle drawn first; a nearer triangle takes the pixel in either order; a
+// hidden one is covered but not visible.
+TEST_F(DepthRasterizer, DepthTestAndFinalizedFlags) {
     Draw({1, 1, 5}, {10, 2, 5}, {3, 9, 5}, kFirst);
     Draw({1, 1, 5}, {10, 2, 5}, {3, 9, 5}, kSecond);
     EXPECT_EQ(At(4, 4).owner, kFirst);
@@ -67,57 +65,42 @@ TEST_F(DepthRasterizer, EqualDepthKeepsTheTriangleDrawnFirst) {
     EXPECT_EQ(flags[kFirst], kCoveredFlag | kVisibleFlag);
     EXPECT_EQ(flags[kSecond], kCoveredFlag);
     EXPECT_EQ(flags[kNoOwner], 0);
-}
-
-TEST_F(DepthRasterizer, HiddenTriangleIsCoveredButNotVisibleInEitherOrder) {
     for (bool behindFirst : {false, true}) {
         SCOPED_TRACE(behindFirst);
         raster = MakeDepthRaster(16, 12);
         std::fill(std::begin(flags), std::end(flags), 0);
-        const std::uint32_t nearer = kFirst, behind = kSecond;
         if (behindFirst)
-            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, behind);
-        Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, nearer);
+            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, kSecond);
+        Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, kFirst);
         if (!behindFirst)
-            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, behind);
-        EXPECT_EQ(flags[behind], kCoveredFlag);
-        EXPECT_EQ(At(2, 2).depth, 9.0f);
-        EXPECT_EQ(At(2, 2).owner, nearer);  // the nearer triangle replaces the owner it beats
+            Draw({1, 1, 2}, {6, 1, 2}, {1, 6, 2}, kSecond);
+        EXPECT_EQ(At(2, 2).owner, kFirst);
         Finalize();
-        EXPECT_EQ(flags[behind], kCoveredFlag);
-        EXPECT_EQ(flags[nearer], kCoveredFlag | kVisibleFlag);
+        EXPECT_EQ(flags[kSecond], kCoveredFlag);
+        EXPECT_EQ(flags[kFirst], kCoveredFlag | kVisibleFlag);
     }
 }
 
-TEST_F(DepthRasterizer, PixelsOutsideTheRegionAreNeitherDrawnNorFinalized) {
+TEST_F(DepthRasterizer, FinalizeTurnsRegionPixelsIntoDepthMinusTolerance) {
+    raster = MakeDepthRaster(16, 12, 3);
     raster->m_region->At(3, 4) = false;
-    Draw({0, 0, 9}, {15, 0, 9}, {0, 11, 9}, kFirst);
-    EXPECT_EQ(At(4, 3).depth, -FLT_MAX);
-    Finalize();
-    EXPECT_EQ(At(4, 3).owner, kNoOwner);  // not turned into a threshold
-    EXPECT_EQ(At(2, 2).threshold, 9.0f);
-}
-
-TEST_F(DepthRasterizer, ThresholdIsDepthMinusTolerance) {
-    raster = MakeDepthRaster(8, 8, 3);
-    Draw({0, 0, 10}, {7.9f, 0, 10}, {0, 7.9f, 10});
+    Draw({0, 0, 10}, {15, 0, 10}, {0, 11, 10}, kFirst);
+    EXPECT_EQ(At(4, 3).depth, -FLT_MAX);  // outside the region: not drawn
     Finalize();
     EXPECT_TRUE(raster->m_finalized);
-    EXPECT_EQ(At(1, 1).threshold, 7.0f);
-    EXPECT_EQ(At(7, 7).threshold, -FLT_MAX);  // never drawn
+    EXPECT_EQ(At(4, 3).owner, kNoOwner);  // nor turned into a threshold
+    EXPECT_EQ(At(2, 2).threshold, 7.0f);
+    EXPECT_EQ(At(15, 11).threshold, -FLT_MAX);  // never drawn
 }
 
-TEST_F(DepthRasterizer, TrianglesBelowRowZeroOrPastTheLastRowWriteNothing) {
-    const _DepthSpan sentinel{-7, -7, -7, -7};
-    for (int row = 0; row < raster->m_height; ++row)
-        raster->m_rowSpans[row] = sentinel;
+TEST_F(DepthRasterizer, TrianglesBelowRowZeroOrPastTheLastRowCentreDrawNothing) {
     Draw({1, -5, 3}, {9, -0.2f, 3}, {4, -3, 3}, kFirst);
     Draw({1, 11.5f, 3}, {9, 11.7f, 3}, {4, 20, 3}, kFirst);
     Draw({1, 11.6f, 3}, {9, 11.6f, 3}, {4, 11.9f, 3}, kFirst);
-    for (int row = 0; row < raster->m_height; ++row)
-        EXPECT_EQ(raster->m_rowSpans[row].xLeft, -7.0f) << row;
     EXPECT_TRUE(CellsWithDepth(3.0f).empty());
     EXPECT_EQ(flags[kFirst], 0);
+    Draw({1, 11.4f, 3}, {9, 11.4f, 3}, {4, 11.9f, 3}, kFirst);  // starts just above the centre
+    EXPECT_FALSE(CellsWithDepth(3.0f).empty());
 }
 
 TEST_F(DepthRasterizer, SliverRowsCoverOneColumnEach) {
@@ -137,7 +120,7 @@ TEST_F(DepthRasterizer, SpanLeftOfTheGridCarriesItsDepthToColumnZero) {
 
 class VisibilityTest : public DepthRasterizer {
   protected:
-    /// A flat front at depth 10 over the whole grid, finalized with tolerance 0.
+    /// A flat front at depth 10 over the whole grid, finalized.
     void FlatFront() {
         Draw({-1, -1, 10}, {40, -1, 10}, {-1, 40, 10});
         Finalize();
@@ -171,69 +154,80 @@ TEST_F(VisibilityTest, ThreeVerticesBehindAreHiddenWithoutScanning) {
     EXPECT_TRUE(Visible({1.5f, 1.5f, 5}, {10.5f, 1.5f, 5}, {1.5f, 30.0f, 5}));
 }
 
-// ---- region test ----------------------------------------------------------------------
+// ---- the row scan against span records ---------------------------------------------------
 
-struct RegionFixture {
-    RegionFixture(std::int32_t width, std::int32_t height, double density, unsigned seed) {
-        raster.m_width = width, raster.m_height = height;
-        raster.m_region = std::make_shared<PixelGrid>(width, height, 1.0, false);
-        raster.m_rowSpans = std::make_unique<_RegionSpan[]>(height);
-        std::mt19937 random(seed);
-        std::bernoulli_distribution set(density);
-        for (int row = 0; row < height; ++row)
-            for (int column = 0; column < width; ++column)
-                raster.m_region->At(row, column) = set(random);
-    }
-    _RegionRaster raster;
-};
-
-/// Signed distance of (x, y) inside the triangle: the smallest distance to an edge line,
-/// positive inside.
-double InsideMargin(const point3f (&t)[3], double x, double y) {
-    const double orientation =
-        (t[1].x - t[0].x) * (t[2].y - t[0].y) - (t[2].x - t[0].x) * (t[1].y - t[0].y);
-    double margin = std::numeric_limits<double>::max();
-    for (int i = 0; i < 3; ++i) {
-        const point3f &p = t[i], &q = t[(i + 1) % 3];
-        const double dx = q.x - p.x, dy = q.y - p.y;
-        const double edge = ((x - p.x) * dy - (y - p.y) * dx) / std::hypot(dx, dy);
-        margin = std::min(margin, orientation > 0 ? -edge : edge);
-    }
-    return margin;
+/// The edge walk written into span records, as the rasterizer's rules state it: from p's own
+/// y (or from y = 0 extrapolated), to q's row clamped to the last row; nothing when p is at or
+/// past the last row's centre or, with depth, when q lies below row 0.
+RowRange RecordEdge(std::vector<_DepthSpan>& spans, bool left, const point3f& p, const point3f& q) {
+    const std::int32_t height = static_cast<std::int32_t>(spans.size());
+    const float dx = (q.x - p.x) / (q.y - p.y), dz = (q.z - p.z) / (q.y - p.y);
+    const float limit = static_cast<float>(height - 0.5);
+    if (p.y >= limit || q.y < 0.0f)
+        return {};
+    const bool below = p.y < 0.0f;
+    float x = below ? p.x - dx * p.y : p.x, z = below ? p.z - dz * p.y : p.z;
+    const float endY = q.y >= limit ? static_cast<float>(height - 1) : q.y;
+    const RowRange rows{std::max(TruncateToInt32(below ? 0.0f : p.y), 0),
+                        std::min(TruncateToInt32(endY), height - 1)};
+    for (std::int32_t row = rows.first; row <= rows.last; ++row, x += dx, z += dz)
+        (left ? spans[row].xLeft : spans[row].xRight) = x,
+                                   (left ? spans[row].zLeft : spans[row].zRight) = z;
+    return rows;
 }
 
-double MaxAbsSlope(const point3f (&t)[3]) {
-    double slope = 0;
-    for (int i = 0; i < 3; ++i) {
-        const point3f &p = t[i], &q = t[(i + 1) % 3];
-        slope = std::max(slope, std::fabs(double{q.x - p.x} / (q.y - p.y)));
-    }
-    return slope;
+/// The rows of a triangle whose two halves were written, after its three edge walks.
+RowRange RecordTriangle(std::vector<_DepthSpan>& spans, point3f a, point3f b, point3f c) {
+    const detail::TriangleFrame f = detail::SetUpTriangle(a, b, c);
+    const auto hull = [](RowRange u, RowRange v) {
+        return u.Empty()   ? v
+               : v.Empty() ? u
+                           : RowRange{std::min(u.first, v.first), std::max(u.last, v.last)};
+    };
+    RowRange left = RecordEdge(spans, true, *f.top, *f.left);
+    RowRange right = RecordEdge(spans, false, *f.top, *f.right);
+    const bool leftEndsFirst = f.right->y > f.left->y;
+    if (leftEndsFirst)
+        left = hull(left, RecordEdge(spans, true, *f.left, *f.right));
+    else
+        right = hull(right, RecordEdge(spans, false, *f.right, *f.left));
+    const std::int32_t top = TruncateToInt32(f.top->y);
+    const std::int32_t bottom = TruncateToInt32(leftEndsFirst ? f.right->y : f.left->y);
+    if (bottom < top || bottom < 0 || top >= static_cast<std::int32_t>(spans.size()))
+        return {};
+    const RowRange rows{std::max(top, 0), std::min(bottom, std::int32_t(spans.size()) - 1)};
+    return Intersect(rows, Intersect(left, right));
 }
 
-// The register walk must reproduce the span records bit for bit, including the row where the
-// bottom edge takes over, equal rows and horizontal edges (coordinates on a quarter grid make
-// those frequent), and it must leave triangles touching the first or last row to the records.
-TEST(ScanTriangleRows, RowsAndBoundariesEqualTheSpanRecords) {
+// The row scan must hand each row the very floats the span records hold, in every band:
+// bottom-edge handover rows, equal rows and horizontal edges (coordinates on a quarter grid
+// make those frequent), triangles clamped at the first and last rows, and bands that start
+// inside a triangle.
+TEST(ScanTriangleRows, RowsAndBoundariesEqualTheSpanRecordsInEveryBand) {
     constexpr std::int32_t kHeight = 12;
     std::mt19937 random(5);
-    std::uniform_int_distribution<int> quarter(-8, 4 * kHeight + 8);
+    std::uniform_int_distribution<int> quarter(-8, 4 * kHeight + 8), split(0, kHeight);
     const auto corner = [&] {
         return point3f{quarter(random) / 4.0f, quarter(random) / 4.0f, quarter(random) / 4.0f};
     };
-    std::vector<_DepthSpan> records(kHeight), scratch(kHeight);
-    for (int trial = 0; trial < 20000; ++trial) {
+    std::vector<_DepthSpan> records(kHeight);
+    for (int trial = 0; trial < 30000; ++trial) {
         const point3f a = corner(), b = corner(), c = corner();
-        const detail::RowRange rows = detail::WalkTriangle(records.data(), kHeight, a, b, c);
+        const std::int32_t cut = split(random);
+        const RowRange band = trial % 3 == 0   ? AllRows(kHeight)
+                              : trial % 3 == 1 ? RowRange{cut, kHeight - 1}
+                                               : RowRange{0, cut - 1};
+        const RowRange rows = Intersect(RecordTriangle(records, a, b, c), band);
         std::int32_t expected = rows.first;
-        detail::ScanTriangleRows(scratch.data(), kHeight, a, b, c,
-                                 [&](std::int32_t row, const _DepthSpan& span) {
-                                     EXPECT_EQ(row, expected) << "trial " << trial;
-                                     EXPECT_EQ(0, std::memcmp(&span, &records[row], sizeof span))
-                                         << "trial " << trial << " row " << row;
-                                     ++expected;
-                                     return false;
-                                 });
+        detail::ScanTriangleRows<true>(
+            detail::RasterRows(kHeight), band, a, b, c,
+            [&](std::int32_t row, const _DepthSpan& span) {
+                EXPECT_EQ(row, expected) << "trial " << trial;
+                EXPECT_EQ(0, std::memcmp(&span, &records[row], sizeof span))
+                    << "trial " << trial << " row " << row;
+                ++expected;
+                return false;
+            });
         EXPECT_EQ(expected, std::max(rows.first, rows.last + 1)) << "trial " << trial;
     }
 }
@@ -261,13 +255,42 @@ TEST(ScanTriangleRows, ColumnCountStepEqualsTheFlooredStep) {
     EXPECT_GT(checked, 5000);
 }
 
+// ---- region test -------------------------------------------------------------------------
+
+_RegionRaster RandomRegion(std::int32_t width, std::int32_t height, double density, unsigned seed) {
+    _RegionRaster raster;
+    raster.m_width = width, raster.m_height = height;
+    raster.m_region = std::make_shared<PixelGrid>(width, height, 1.0, false);
+    std::mt19937 random(seed);
+    std::bernoulli_distribution set(density);
+    for (int row = 0; row < height; ++row)
+        for (int column = 0; column < width; ++column)
+            raster.m_region->At(row, column) = set(random);
+    return raster;
+}
+
+/// Signed distance of (x, y) inside the triangle: the smallest distance to an edge line,
+/// positive inside.
+double InsideMargin(const point3f (&t)[3], double x, double y) {
+    const double orientation =
+        (t[1].x - t[0].x) * (t[2].y - t[0].y) - (t[2].x - t[0].x) * (t[1].y - t[0].y);
+    double margin = std::numeric_limits<double>::max();
+    for (int i = 0; i < 3; ++i) {
+        const point3f &p = t[i], &q = t[(i + 1) % 3];
+        const double dx = q.x - p.x, dy = q.y - p.y;
+        const double edge = ((x - p.x) * dy - (y - p.y) * dx) / std::hypot(dx, dy);
+        margin = std::min(margin, orientation > 0 ? -edge : edge);
+    }
+    return margin;
+}
+
 TEST(TriangleTouchesRegion, AgreesWithPixelCentresOnRandomTriangles) {
     constexpr int kWidth = 40, kHeight = 30;
     // The scan samples each boundary once per row, up to a row away from the pixel centre:
     // a region pixel farther than this from the triangle (plus the slope's overshoot) is
     // never reached.
     constexpr double kReach = 2.0;
-    RegionFixture region(kWidth, kHeight, 0.05, 7);
+    _RegionRaster region = RandomRegion(kWidth, kHeight, 0.05, 7);
     std::mt19937 random(11);
     std::uniform_real_distribution<float> x(-5.0f, kWidth + 5.0f), y(0.0f, kHeight + 5.0f);
     std::uniform_real_distribution<float> offset(-7.0f, 7.0f);
@@ -278,20 +301,23 @@ TEST(TriangleTouchesRegion, AgreesWithPixelCentresOnRandomTriangles) {
             return point3f{cx + offset(random), std::max(0.0f, cy + offset(random)), 0};
         };
         const point3f t[3] = {corner(), corner(), corner()};
-        const double slope = MaxAbsSlope(t);
+        double slope = 0;
+        for (int i = 0; i < 3; ++i)
+            slope = std::max(
+                slope, std::fabs(double{t[(i + 1) % 3].x - t[i].x} / (t[(i + 1) % 3].y - t[i].y)));
         if (!(slope <= 3.0))
             continue;
         double nearest = std::numeric_limits<double>::max(), deepest = -nearest;
         for (int row = 0; row < kHeight; ++row) {
             for (int column = 0; column < kWidth; ++column) {
-                if (!region.raster.m_region->At(row, column))
+                if (!region.m_region->At(row, column))
                     continue;
                 const double margin = InsideMargin(t, column + 0.5, row + 0.5);
                 deepest = std::max(deepest, margin);
                 nearest = std::min(nearest, -margin);
             }
         }
-        const bool touches = _TriangleTouchesRegion(region.raster, t[0], t[1], t[2]);
+        const bool touches = _TriangleTouchesRegion(region, t[0], t[1], t[2]);
         if (deepest >= 1.0) {
             ++mustTouch;
             EXPECT_TRUE(touches) << "trial " << trial;
@@ -305,17 +331,17 @@ TEST(TriangleTouchesRegion, AgreesWithPixelCentresOnRandomTriangles) {
 }
 
 TEST(TriangleTouchesRegion, SubPixelTrianglesAndEdgesBelowRowZeroStillTestTheirPixel) {
-    RegionFixture region(8, 8, 0.0, 1);
-    region.raster.m_region->At(3, 5) = true;  // row 3, column 5
+    _RegionRaster region = RandomRegion(8, 8, 0.0, 1);
+    region.m_region->At(3, 5) = true;  // row 3, column 5
     const auto touches = [&](point3f a, point3f b, point3f c) {
-        return _TriangleTouchesRegion(region.raster, a, b, c);
+        return _TriangleTouchesRegion(region, a, b, c);
     };
     EXPECT_TRUE(touches({5.2f, 3.1f, 0}, {5.4f, 3.2f, 0}, {5.3f, 3.3f, 0}));
     EXPECT_FALSE(touches({6.2f, 3.1f, 0}, {6.4f, 3.2f, 0}, {6.3f, 3.3f, 0}));
     // Unlike the depth walk, the region walk clamps an edge ending below row 0 to row 0.
     EXPECT_FALSE(touches({2.2f, -0.5f, 0}, {2.8f, -0.4f, 0}, {2.5f, -0.3f, 0}));
     for (int column = 0; column < 8; ++column)
-        region.raster.m_region->At(0, column) = true;
+        region.m_region->At(0, column) = true;
     EXPECT_TRUE(touches({2.2f, -0.5f, 0}, {2.8f, -0.4f, 0}, {2.5f, -0.3f, 0}));
 }
 

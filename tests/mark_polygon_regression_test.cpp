@@ -73,8 +73,8 @@ MMTransformMatrix Placement(scene::V offset, scene::V turnTo = {0, 0, 1}) {
 
 /// Random triangles of varied size and depth, with exact duplicates (depth ties), slivers,
 /// invisible triangles and a hidden second surface.
-std::unique_ptr<MStlBase> TriangleSoup() {
-    std::mt19937 random(7u);
+std::unique_ptr<MStlBase> TriangleSoup(unsigned seed = 7u, int triangles = 400) {
+    std::mt19937 random(seed);
     const auto uniform = [&](double low, double high) {
         return low + (high - low) * (static_cast<double>(random()) / 4294967295.0);
     };
@@ -82,7 +82,7 @@ std::unique_ptr<MStlBase> TriangleSoup() {
     MStlSurface* surfaces[2] = {mesh->AddSurface(nullptr), mesh->AddSurface(nullptr)};
     surfaces[1]->SetVisible(false);
     scene::V last[3] = {};
-    for (int i = 0; i < 400; ++i) {
+    for (int i = 0; i < triangles; ++i) {
         scene::V corner[3];
         if (i % 10 == 9) {
             std::copy(last, last + 3, corner);
@@ -188,13 +188,9 @@ const Options kOptions[] = {
 };
 constexpr int kMeshSets = 4, kOptionCount = sizeof(kOptions) / sizeof(kOptions[0]);
 
-/// Runs scene (meshSet, option) and digests what it marked.
-Digest RunScene(int meshSet, int option) {
-    const Options& o = kOptions[option];
-    std::vector<Placed> meshes = MeshSet(meshSet);
-    const MMTransformMatrix view = View((2 * meshSet + option) % 3);
-    const Region region = RegionShape((meshSet + option) % 5);
-
+/// Runs the picker with `threads` on the meshes and digests what it marked.
+Digest RunScene(std::vector<Placed> meshes, const Options& o, const MMTransformMatrix& view,
+                const Region& region, int threads) {
     Digest digest;
     std::vector<std::unique_ptr<RecordingSink>> sinks;
     MStlBaseOperatorMarkPolygon picker(kPixelsPerUnit, o.tolerance, o.skipHidden);
@@ -215,6 +211,7 @@ Digest RunScene(int meshSet, int option) {
     picker.SetBackFaceCulling(o.culling);
     picker.SetMarkThrough(o.through);
     picker.SetUnmark(o.unmark);
+    picker.SetThreads(threads);
     if (region.brushRadius)
         picker.SetBrushPath(region.points, region.brushRadius);
     else
@@ -227,6 +224,12 @@ Digest RunScene(int meshSet, int option) {
                 if (t.IsMarked())
                     digest.Add(std::uint64_t{i} << 40 | t.GetMaskIndex());
     return digest;
+}
+
+/// Scene (meshSet, option) of the recorded table.
+Digest RunScene(int meshSet, int option, int threads) {
+    return RunScene(MeshSet(meshSet), kOptions[option], View((2 * meshSet + option) % 3),
+                    RegionShape((meshSet + option) % 5), threads);
 }
 
 struct Recorded {
@@ -251,23 +254,40 @@ const Recorded kRecorded[kMeshSets * kOptionCount] = {
     {141, 0x5254fa6ec9d134b7ull},  {705, 0x52e360a15c626d5cull},  {236, 0xf9c26c1f36ca7618ull},
 };
 
+// On one thread and on two, drawn in two bands of rows.
 TEST(MarkPolygonRegression, EveryScenePicksTheRecordedSet) {
-    for (int meshSet = 0; meshSet < kMeshSets; ++meshSet)
-        for (int option = 0; option < kOptionCount; ++option) {
-            const Digest digest = RunScene(meshSet, option);
-            const Recorded& recorded = kRecorded[meshSet * kOptionCount + option];
-            EXPECT_TRUE(digest.Count() == recorded.count && digest.Hash() == recorded.hash)
-                << "mesh set " << meshSet << ", " << kOptions[option].name << ": now {"
-                << digest.Count() << ", 0x" << std::hex << digest.Hash() << "ull},";
-        }
+    for (int threads : {1, 2})
+        for (int meshSet = 0; meshSet < kMeshSets; ++meshSet)
+            for (int option = 0; option < kOptionCount; ++option) {
+                const Digest digest = RunScene(meshSet, option, threads);
+                const Recorded& recorded = kRecorded[meshSet * kOptionCount + option];
+                EXPECT_TRUE(digest.Count() == recorded.count && digest.Hash() == recorded.hash)
+                    << threads << " threads, mesh set " << meshSet << ", " << kOptions[option].name
+                    << ": now {" << digest.Count() << ", 0x" << std::hex << digest.Hash()
+                    << "ull},";
+            }
 }
 
-TEST(MarkPolygonRegression, ScenesAreVaried) {
-    // Guards the table against degenerate scenes that would compare nothing: most mark something.
-    int empty = 0;
-    for (const Recorded& r : kRecorded)
-        empty += r.count == 0;
-    EXPECT_LE(empty, 4);
+// Random soups of over one mesh chunk (so that the per-triangle steps run in parallel too),
+// random views and regions, with and without depth: two threads mark what one marks.
+TEST(MarkPolygonRegression, TwoThreadsMarkWhatOneMarksOnRandomScenes) {
+    std::mt19937 random(2024u);
+    for (int trial = 0; trial < 12; ++trial) {
+        const unsigned seed = random();
+        const auto soup = [seed] {
+            std::vector<Placed> set;
+            set.push_back({TriangleSoup(seed, 20000), Placement({0, 0, 0}), true, {}});
+            return set;
+        };
+        const Options& options = kOptions[random() % 3];  // plain, culling, through
+        const MMTransformMatrix view = View(static_cast<int>(random() % 3));
+        const Region region = RegionShape(static_cast<int>(random() % 5));
+        const Digest one = RunScene(soup(), options, view, region, 1);
+        const Digest two = RunScene(soup(), options, view, region, 2);
+        EXPECT_GT(one.Count(), 0u) << "trial " << trial;
+        EXPECT_TRUE(one.Count() == two.Count() && one.Hash() == two.Hash())
+            << "trial " << trial << ", " << options.name;
+    }
 }
 
 }  // namespace

@@ -388,6 +388,20 @@ TEST_F(MarkPolygonScene, PlaneVerdictDoesNotDependOnWhichVertexComesFirst) {
         {"one below, two on the plane", {{{-1000, 0, 0}, {0, -3000, 0}, {0, 3000, 0}}}, false},
         {"one above, two on the plane", {{{1000, 0, 0}, {0, 3000, 0}, {0, -3000, 0}}}, true},
     };
+    // A triangle lying in the second plane (every vertex exactly on it) is kept by it, also when
+    // the first plane sends it to the clipper; its part on the first plane's kept side is marked.
+    const MMPlaneEq<double> acrossX{1, 0, 0, 0}, inPlane{0, 0, 1, 0};
+    for (const auto& planes : {std::vector{acrossX, inPlane}, std::vector{inPlane, acrossX}}) {
+        auto mesh = std::make_unique<MStlBase>();
+        MStlTriangle* lying =
+            mesh->AddSurface(nullptr)->AddTriangle(-3000, -3000, 0, 3000, -2000, 0, 0, 3000, 0);
+        MStlBaseOperatorMarkPolygon picker{kPixelsPerMm, kToleranceMm, false};
+        Add(picker, *mesh);
+        for (const MMPlaneEq<double>& plane : planes)
+            picker.AddClippingPlane(plane);
+        ASSERT_TRUE(Operate(picker, lasso));
+        EXPECT_TRUE(lying->IsMarked()) << "lying in the plane, first plane c = " << planes[0].c;
+    }
     for (const Case& c : cases)
         for (int rotation = 0; rotation < 3; ++rotation) {
             auto mesh = std::make_unique<MStlBase>();
@@ -445,24 +459,22 @@ TEST_F(MarkPolygonScene, BrushStrokeMarksAlongThePath) {
     ExpectFrontPick(pick, Any, {plate.get()});
 }
 
-TEST_F(MarkPolygonScene, SinkReceivesTheMarksInsteadOfTheTriangles) {
-    auto withSink = scene::uvSphere({0, 0, 0}, 3000);
-    auto plain = scene::uvSphere({0, 0, 0}, 3000);
-    MStlMarkTrianglesByMasks sink(*withSink);
-    MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
-    Add(picker, *withSink, true, &sink);
-    Add(op, *plain);
-    ASSERT_TRUE(Operate(picker, Rectangle(-2, -2, 2, 2)));
-    ASSERT_TRUE(Operate(op, Rectangle(-2, -2, 2, 2)));
-
-    EXPECT_TRUE(Marked(*withSink).empty());
-    const auto sunk =
-        Marked(*withSink, [&sink](const MStlTriangle& t) { return sink.IsMarked(t); });
-    const auto direct = Marked(*plain);
-    ASSERT_EQ(sunk.size(), direct.size());
-    EXPECT_GT(direct.size(), 20u);
-    for (std::size_t i = 0; i < direct.size(); ++i)
-        EXPECT_EQ(sunk[i]->GetMaskIndex(), direct[i]->GetMaskIndex());
+// A triangle seen edge-on (normal · viewing direction exactly 0) still draws a line of pixels;
+// culling counts it as back-facing, both for a wholly markable mesh and for a markable surface.
+TEST_F(MarkPolygonScene, BackFaceCullingTreatsEdgeOnAsBackFacing) {
+    for (const bool culling : {false, true})
+        for (const bool whole : {true, false}) {
+            auto mesh = std::make_unique<MStlBase>();
+            MStlSurface* surface = mesh->AddSurface(nullptr);
+            MStlTriangle* edgeOn = surface->AddTriangle(0, -2000, -1000, 0, 2000, 0, 0, 0, 1000);
+            MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+            Add(picker, *mesh, whole);
+            if (!whole)
+                picker.SetMarkableSurface(surface);
+            picker.SetBackFaceCulling(culling);
+            ASSERT_TRUE(Operate(picker, lasso));
+            EXPECT_EQ(edgeOn->IsMarked(), !culling) << "whole " << whole;
+        }
 }
 
 TEST_F(MarkPolygonScene, DefaultToleranceIsFiftyInternalUnits) {

@@ -79,6 +79,13 @@ class MStlBaseOperatorMarkPolygon {
     void SetMarkThrough(bool markThrough);
     /// True unmarks instead of marking.
     void SetUnmark(bool unmark);
+    /// The most threads one operate() uses, all taken from the calling thread's oneTBB arena
+    /// (no arena or thread of its own): 0 or less, the default, means all of the arena
+    /// (tbb::this_task_arena::max_concurrency()); 1 runs on the calling thread alone; more than
+    /// the arena holds counts as the arena. The depth buffer is drawn in bands of rows, one per
+    /// thread, each over every triangle in order, so the marks do not depend on this setting.
+    /// Runs with clipping planes draw on one thread.
+    void SetThreads(int threads);
 
     /// The bytes operate() will allocate for its selection rasters with the region and mode set
     /// now (see Memory below); 0 when it will refuse the region. Lets a caller refuse a region
