@@ -46,6 +46,9 @@ def main(path):
                 f"BM_Pick/{kind}_2threads/{size}/real_time")
         row(f"streaming floor, {label}", f"Floor/stream/{size}")
         row(f"Embree build (all threads), {label}", f"Embree/build/{size}/real_time")
+    row("graph build, 1M, 30 degrees", "BM_GraphBuild", "(target <= 0.5 x z-buffer visible)")
+    row("graph pick, operator only, graph built", "BM_GraphPick",
+        "(target <= 0.25 x z-buffer visible)")
     row("Embree cast, 1M, 1 thread", "Embree/cast/1000000/1/real_time")
     row("Embree cast, 1M, 2 threads", "Embree/cast/1000000/2/real_time")
     row("scan-line ordered, 1M, 1 thread", "BM_VisibilityDetectorTorus/1/real_time")
@@ -76,6 +79,11 @@ def main(path):
         two = get(f"BM_Pick/{kind}_2threads/1000000/real_time")
         if one and two:
             print(f"  {kind} 2 threads / 1 thread (target 0.6)  {two / one:6.2f}")
+    graph_build, graph_pick = get("BM_GraphBuild"), get("BM_GraphPick")
+    if pick and graph_build:
+        print(f"  graph build / pick                       {graph_build / pick:6.2f}")
+    if pick and graph_pick:
+        print(f"  graph pick (graph built) / pick          {graph_pick / pick:6.2f}")
     culling = get("BM_Pick/culling/1000000")
     if pick and culling:
         print(f"  culling - visible (ms)                   {culling - pick:6.2f}")

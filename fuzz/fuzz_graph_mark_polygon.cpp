@@ -320,7 +320,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (r.filterMaskTaken)
         taken.reset(MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
             r.mesh.get(), kFilterMaskName));
-    const std::size_t namedMasks = r.mesh->_NamedMasks().size();
+    const std::size_t namedMasks = r.mesh->_NamedMasks().masks.size();
     const std::vector<bool> cutAway = CutAway(r);
     const std::vector<std::uint32_t> before = Bits(r, *MakeOutput(r));
 
@@ -336,6 +336,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             Require(pixelTest.bits[k] == before[k] || whole.bits[k] == pixelTest.bits[k]);
 
     Require(r.mesh->GetNumberOfPoints() == points && r.graph->GetNumberOfEdges() == edges);
-    Require(r.mesh->_NamedMasks().size() == namedMasks);
+    Require(r.mesh->_NamedMasks().masks.size() == namedMasks);
     return 0;
 }

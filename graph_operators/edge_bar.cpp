@@ -5,15 +5,14 @@
 #include <utility>
 
 #include <velpick/host/stl_point.h>
+#include <velpick/host/vector_math.h>
 
+using VelSDK::Math::kMinLengthScale;
 using VelSDK::Math::point3d;
 
 namespace MarkGraphPolygonUtils::detail {
 
 namespace {
-
-// Smallest positive double: keeps the scaled length of a zero vector free of 0/0.
-constexpr double kMinLengthScale = 4.9406564584124654e-324;
 
 // m·√(1 + (mid/m)² + (min/m)²) with m, mid, min the absolute components from largest to
 // smallest: no intermediate overflow or underflow.
@@ -30,7 +29,7 @@ double ScaledLength(const point3d& v) {
     return m * std::sqrt(1.0 + a * a + b * b);
 }
 
-void Normalize(point3d& v) {
+void NormalizeScaled(point3d& v) {
     const double length = ScaledLength(v);
     if (length == 0.0)
         return;
@@ -47,7 +46,7 @@ point3d Perpendicular(const point3d& d) {
         u = {1.0, -d.x / d.y, 0.0};
     else
         u = {0.0, 1.0, -d.y / d.z};
-    Normalize(u);
+    NormalizeScaled(u);
     return u;
 }
 
@@ -61,7 +60,7 @@ std::array<point3d, 8> EdgeBarCorners(const point3d& p0, const point3d& p1, doub
     const point3d d = {p1.x - p0.x, p1.y - p0.y, p1.z - p0.z};
     const point3d u = Perpendicular(d);
     point3d w = {u.y * d.z - u.z * d.y, u.z * d.x - u.x * d.z, u.x * d.y - u.y * d.x};
-    Normalize(w);
+    NormalizeScaled(w);
     const point3d minusU = {-u.x, -u.y, -u.z}, minusW = {-w.x, -w.y, -w.z};
     return {Offset(p0, r0, u), Offset(p0, r0, w), Offset(p0, r0, minusU), Offset(p0, r0, minusW),
             Offset(p1, r1, u), Offset(p1, r1, w), Offset(p1, r1, minusU), Offset(p1, r1, minusW)};

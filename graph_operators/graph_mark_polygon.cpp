@@ -20,6 +20,7 @@
 using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
 using AU_MarkOperations::PolygonMarking::FindPolygonBBoxInPixelsDimention;
 using AU_MarkOperations::PolygonMarking::PixelGrid;
+using AU_MarkOperations::PolygonMarking::PointInPixelFrame;
 using AU_MarkOperations::PolygonMarking::TruncateToInt32;
 using MarkGraphPolygonUtils::detail::EdgeBarCorners;
 using MarkGraphPolygonUtils::detail::ToDouble;
@@ -31,19 +32,14 @@ namespace {
 constexpr double kDefaultPixelProportion = 5.0;  // pixels per polygon unit
 // Radius of the prism of a cut edge without thickness, or with a (0, 0) thickness pair.
 constexpr double kDefaultPrismRadius = 10.0;
-// Values the plane pre-filter writes for edges cut by a plane and edges cut away.
+// Values the plane pre-filter writes for edges cut by a plane and edges cut away, and the
+// class of every edge when there are no planes.
 constexpr double kCutByPlane = 0.0;
 constexpr double kCutAway = -1.0;
+constexpr double kUncut = 1.0;
 constexpr float kMarked = 1.0f;
 
-using NamedEdgeMask = std::unique_ptr<
-    MStlScalarMaskGraphEdges,
-    VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>>;
-
-// The polygon's pixel box, from (0, 0) to (width, height) in pixels.
-struct PixelFrame {
-    double width, height;
-};
+using PixelFrame = MStlGraphOperatorMarkPolygon::PixelFrame;
 
 // Edges decided in 2D whose projection reaches the pixel box, with their outlines stored one
 // after another.
@@ -67,6 +63,16 @@ struct Prisms {
     std::vector<std::pair<const MStlSurface*, MStlGraphEdge*>> edgeOfSurface;
 };
 
+}  // namespace
+
+// Where RouteEdges sends the edges: 2D candidates or prisms for the visibility detector.
+struct MStlGraphOperatorMarkPolygon::EdgeRoutes {
+    Candidates candidates;
+    Prisms prisms;
+};
+
+namespace {
+
 // A raster size, wrapping like the 32-bit arithmetic it stands for: an oversized box becomes a
 // negative size, which the pixel grid refuses.
 std::int32_t RasterSize(double extent) {
@@ -76,18 +82,6 @@ std::int32_t RasterSize(double extent) {
 point2d Project(const MMTransformMatrix& transform, const MStlPoint& vertex) {
     const point3d mapped = transform(ToDouble(vertex), false);
     return {mapped.x, mapped.y};
-}
-
-// Runs the clipping-plane filter into `classes`; false when it fails (no mask).
-bool ClassifyByPlanes(MStlGraph& graph, const std::vector<MMPlaneEq<double>>& planes,
-                      bool workWithThickness, MStlScalarMaskGraphEdges* classes) {
-    MStlGraphOperatorFilterByClippingPlanes filter;
-    filter.SetGraph(&graph);
-    filter.SetGraphMask(classes);
-    filter.SetWorkWithGraphThickness(workWithThickness);
-    for (const MMPlaneEq<double>& plane : planes)
-        filter.AddPlane(plane);
-    return filter.Operate();
 }
 
 // Thin edge: the projected segment, kept when it reaches the box within `tolerance`.
@@ -222,61 +216,74 @@ MStlGraphOperatorMarkPolygon::EReturnCode MStlGraphOperatorMarkPolygon::Operate(
         return NoGraph;
     if (m_polygon.size() < 3)
         return PolygonTooSmall;
-    MStlBase* const stl = m_graph->GetStl();
 
     // Plane classes of every edge, in a temporary mask released on every way out.
     NamedEdgeMask planeClasses;
-    if (!m_clippingPlanes.empty()) {
-        planeClasses.reset(
-            MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
-                stl, L"filtered_by_planes"));
-        if (!ClassifyByPlanes(*m_graph, m_clippingPlanes, m_workWithGraphThickness,
-                              planeClasses.get()))
-            return PlaneFilterFailed;
-    }
+    if (!m_clippingPlanes.empty() && !FilterByPlanes(planeClasses))
+        return PlaneFilterFailed;
 
-    // Pixel frame: the polygon and the transform are rewritten in place, relative to the
-    // polygon's pixel box.
-    const auto box = FindPolygonBBoxInPixelsDimention(m_polygon, m_pixelProportion);
-    const PixelFrame frame = {box.max.x - box.min.x, box.max.y - box.min.y};
-    for (point2d& p : m_polygon) {
-        p.x = std::floor(p.x * m_pixelProportion) - box.min.x;
-        p.y = std::floor(p.y * m_pixelProportion) - box.min.y;
-    }
-    const VelSDK::Math::point2i offset = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y)};
-    m_modelTransform =
-        FindModelToCameraViewTransformation(m_modelTransform, m_pixelProportion, offset);
+    const PixelFrame frame = ConvertToPixelFrame();
 
-    Prisms prisms;
-    Candidates candidates;
-    const MStlBaseElementInfo* info = MStlBaseElementInfoStlDependency::GetDependency(stl, false);
-    for (MStlGraphEdge& edge : m_graph->GraphEdges()) {
-        if (planeClasses) {
-            const double planeClass = planeClasses->GetScalar(edge);
-            if (planeClass == kCutAway)
-                continue;
-            if (planeClass == kCutByPlane) {
-                double r0, r1;
-                if (!PrismRadii(edge, m_workWithGraphThickness, info, r0, r1))
-                    return MissingEdgeThickness;
-                AddPrism(edge, r0, r1, prisms);
-                continue;
-            }
-        }
-        if (m_workWithGraphThickness)
-            CollectOutline(edge, info, m_modelTransform, frame, m_pixelProportion, candidates);
-        else
-            CollectSegment(edge, m_modelTransform, frame, m_pixelProportion, candidates);
-    }
+    EdgeRoutes routes;
+    if (!RouteEdges(planeClasses.get(), frame, routes))
+        return MissingEdgeThickness;
 
     // Every edge is written only once both tests are done, so that a test that throws (a
     // raster or sweep beyond memory) leaves the output as it was. All writes are 1.0, so their
     // order does not matter.
     PixelGrid grid(m_polygon, RasterSize(frame.width), RasterSize(frame.height), 1.0, false);
     std::vector<MStlGraphEdge*> marked;
-    SelectCandidates(candidates, grid, markWholeCandidates, marked);
-    SelectVisiblePrisms(prisms, m_clippingPlanes, m_modelTransform, m_polygon, marked);
+    SelectCandidates(routes.candidates, grid, markWholeCandidates, marked);
+    SelectVisiblePrisms(routes.prisms, m_clippingPlanes, m_modelTransform, m_polygon, marked);
     for (MStlGraphEdge* edge : marked)
         output.SetInfo(*edge, kMarked);
     return Success;
+}
+
+bool MStlGraphOperatorMarkPolygon::FilterByPlanes(NamedEdgeMask& planeClasses) const {
+    planeClasses.reset(MNamedStlMaskBase<MStlGraphEdge, float, MStlScalarMaskGraphEdges>::Create(
+        m_graph->GetStl(), L"filtered_by_planes"));
+    MStlGraphOperatorFilterByClippingPlanes filter;
+    filter.SetGraph(m_graph);
+    filter.SetGraphMask(planeClasses.get());
+    filter.SetWorkWithGraphThickness(m_workWithGraphThickness);
+    for (const MMPlaneEq<double>& plane : m_clippingPlanes)
+        filter.AddPlane(plane);
+    return filter.Operate();
+}
+
+// The polygon and the transform are rewritten in place, relative to the polygon's pixel box.
+MStlGraphOperatorMarkPolygon::PixelFrame MStlGraphOperatorMarkPolygon::ConvertToPixelFrame() {
+    const auto box = FindPolygonBBoxInPixelsDimention(m_polygon, m_pixelProportion);
+    for (point2d& p : m_polygon)
+        p = PointInPixelFrame(p, m_pixelProportion, box);
+    const VelSDK::Math::point2i offset = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y)};
+    m_modelTransform =
+        FindModelToCameraViewTransformation(m_modelTransform, m_pixelProportion, offset);
+    return {box.max.x - box.min.x, box.max.y - box.min.y};
+}
+
+// Cut-away edges are dropped, cut edges become prisms, the others are decided in 2D. False
+// when a cut edge needs a thickness the mesh does not have.
+bool MStlGraphOperatorMarkPolygon::RouteEdges(const MStlScalarMaskGraphEdges* planeClasses,
+                                              const PixelFrame& frame, EdgeRoutes& routes) const {
+    const MStlBaseElementInfo* info =
+        MStlBaseElementInfoStlDependency::GetDependency(m_graph->GetStl(), false);
+    for (MStlGraphEdge& edge : m_graph->GraphEdges()) {
+        const double planeClass = planeClasses ? planeClasses->GetScalar(edge) : kUncut;
+        if (planeClass == kCutAway)
+            continue;
+        if (planeClass == kCutByPlane) {
+            double r0, r1;
+            if (!PrismRadii(edge, m_workWithGraphThickness, info, r0, r1))
+                return false;
+            AddPrism(edge, r0, r1, routes.prisms);
+        } else if (m_workWithGraphThickness) {
+            CollectOutline(edge, info, m_modelTransform, frame, m_pixelProportion,
+                           routes.candidates);
+        } else {
+            CollectSegment(edge, m_modelTransform, frame, m_pixelProportion, routes.candidates);
+        }
+    }
+    return true;
 }

@@ -13,17 +13,16 @@
 #include <velpick/host/element_info.h>
 #include <velpick/host/line2d.h>
 #include <velpick/host/stl_point.h>
+#include <velpick/host/vector_math.h>
 #include "graph_operators/edge_bar.h"
 
+using VelSDK::Math::kMinLengthScale;
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;
 
 namespace MarkGraphPolygonUtils {
 
 namespace {
-
-// Smallest positive double: keeps the scaled length of a zero vector free of 0/0.
-constexpr double kMinLengthScale = 4.9406564584124654e-324;
 
 // Relative rounding allowance when a segment is rejected as far from a box without asking the
 // host's segment intersection; far above the error of any double distance computation.

@@ -1,6 +1,8 @@
 #include <velpick/host/named_mask.h>
 
 #include <memory>
+#include <mutex>
+#include <utility>
 
 #include <velpick/host/stl_base.h>
 
@@ -9,11 +11,16 @@ MStlScalarMaskGraphEdges::MStlScalarMaskGraphEdges(MStlBase& stl, float defaultV
 
 template <class E, class T, class M>
 M* MNamedStlMaskBase<E, T, M>::Create(MStlBase* stl, const std::wstring& name) {
-    if (!stl || stl->_NamedMasks().count(name))
+    if (!stl)
+        return nullptr;
+    MStlBase::NamedMasks& named = stl->_NamedMasks();
+    const std::lock_guard<std::mutex> lock(named.mutex);
+    const auto key = std::make_pair(name, std::this_thread::get_id());
+    if (named.masks.count(key))
         return nullptr;
     auto mask = std::make_unique<M>(*stl);
-    mask->_SetName(name);
-    stl->_NamedMasks().emplace(name, mask.get());
+    mask->_SetName(name, key.second);
+    named.masks.emplace(key, mask.get());
     return mask.release();
 }
 
@@ -23,8 +30,11 @@ void VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<M>::operat
     if (!mask)
         return;
     // A mask whose mesh died first was detached by it; there is no name left to free.
-    if (mask->GetOwner())
-        mask->GetStl()->_NamedMasks().erase(mask->GetName());
+    if (mask->GetOwner()) {
+        MStlBase::NamedMasks& named = mask->GetStl()->_NamedMasks();
+        const std::lock_guard<std::mutex> lock(named.mutex);
+        named.masks.erase({mask->GetName(), mask->_GetCreator()});
+    }
     delete mask;
 }
 

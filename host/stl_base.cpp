@@ -41,6 +41,10 @@ MStlGraph* MStlBase::AddGraph() {
     return m_graphs.back().get();
 }
 
+std::unique_ptr<MStlGraph> MStlBase::_NewUnlistedGraph() {
+    return std::make_unique<MStlGraph>(MStlElementKey(), this);
+}
+
 void MStlBase::PointIndex::Rebuild(const MStlElementStore<MStlPoint>& points,
                                    std::size_t capacity) {
     m_slots.assign(capacity, kEmpty);
@@ -176,7 +180,7 @@ std::shared_ptr<const std::vector<VelSDK::Math::point3d>> MStlBase::GetTriangleN
     return m_normals;
 }
 
-void MStlBase::_GraphEdgeAdded(const MStlGraphEdge* edge) {
-    ++m_graphEdgeCount;
-    m_masks._ElementsAdded(edge, m_graphEdgeCount);
+void MStlBase::_GraphEdgesAdded(std::size_t count) {
+    m_graphEdgeCount += count;
+    m_masks._ElementsAdded(static_cast<const MStlGraphEdge*>(nullptr), m_graphEdgeCount);
 }

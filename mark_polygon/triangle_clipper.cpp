@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include <velpick/host/stl_base.h>
 #include <velpick/host/stl_point.h>
-#include <velpick/host/stl_triangle.h>
 #include <velpick/host/vector_math.h>
 
 namespace AU_MarkOperations::PolygonMarking {

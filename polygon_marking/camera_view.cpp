@@ -62,4 +62,9 @@ VelSDK::Math::boundingbox<double, 2> FindPolygonBBoxInPixelsDimention(
             {toPixelBound(maxX, scale), toPixelBound(maxY, scale)}};
 }
 
+point2d PointInPixelFrame(const point2d& point, double scale,
+                          const VelSDK::Math::boundingbox<double, 2>& box) {
+    return {std::floor(point.x * scale) - box.min.x, std::floor(point.y * scale) - box.min.y};
+}
+
 }  // namespace AU_MarkOperations::PolygonMarking

@@ -55,7 +55,7 @@ Marks MarkGraph(MStlGraph& graph, const MMTransformMatrix& view,
         EXPECT_TRUE(value == kUnmarked || value == 1.0) << value;
         marks.marked.push_back(value == 1.0);
     }
-    EXPECT_TRUE(graph.GetStl()->_NamedMasks().empty());
+    EXPECT_TRUE(graph.GetStl()->_NamedMasks().masks.empty());
     return marks;
 }
 
@@ -77,7 +77,7 @@ TEST(GraphMarkPolygon, ReturnCodesLeaveTheOutputAsPromised) {
     op.AddClippingPlane(kAboveZero);  // cuts the edge, which has no thickness
     EXPECT_EQ(op.Operate(output, true), Code::MissingEdgeThickness);
     EXPECT_EQ(output.GetScalar(edge), kUnmarked);
-    EXPECT_TRUE(mesh.stl._NamedMasks().empty());
+    EXPECT_TRUE(mesh.stl._NamedMasks().masks.empty());
 
     // A mask of the filter's name already on the mesh stops the run before any conversion:
     // the blocking mask stays, and once it is gone the same operator succeeds.
@@ -88,12 +88,12 @@ TEST(GraphMarkPolygon, ReturnCodesLeaveTheOutputAsPromised) {
     op.SetWorkWithGraphThickness(false);
     EXPECT_EQ(op.Operate(output, true), Code::PlaneFilterFailed);
     EXPECT_EQ(output.GetScalar(edge), kUnmarked);
-    EXPECT_EQ(mesh.stl._NamedMasks().size(), 1u);
+    EXPECT_EQ(mesh.stl._NamedMasks().masks.size(), 1u);
     VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>()(
         blocker);
     EXPECT_EQ(op.Operate(output, true), Code::Success);
     EXPECT_EQ(output.GetScalar(edge), 1.0);
-    EXPECT_TRUE(mesh.stl._NamedMasks().empty());
+    EXPECT_TRUE(mesh.stl._NamedMasks().masks.empty());
 }
 
 TEST(GraphMarkPolygon, ThickEdgesReachIntoTheLasso) {

@@ -4,10 +4,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <random>
 #include <set>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -17,6 +19,7 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/named_mask.h>
 #include <velpick/host/stl_base.h>
+#include "support/noisy_torus.h"
 #include "support/scene_builders.h"
 
 namespace {
@@ -387,6 +390,12 @@ TEST(MeshTest, NamedMaskNameIsTakenUntilDeleted) {
     MStlScalarMaskGraphEdges* first = Named::Create(&stl, L"filtered_by_planes");
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(Named::Create(&stl, L"filtered_by_planes"), nullptr);
+    // Another thread's operator gets its own mask of that name.
+    std::thread([&] {
+        MStlScalarMaskGraphEdges* mine = Named::Create(&stl, L"filtered_by_planes");
+        EXPECT_NE(mine, nullptr);
+        release(mine);
+    }).join();
     MStlScalarMaskGraphEdges* other = Named::Create(&stl, L"other");
     ASSERT_NE(other, nullptr);
     release(first);
@@ -511,6 +520,96 @@ TEST(SharpEdgeGraphTest, MatchesBruteForceOnRandomMeshes) {
                 EXPECT_EQ(got, bruteForceSharpEdges(stl, degrees, borders));
             }
     }
+}
+
+// ---- The graph picker's feature graph ----
+
+// Independent oracle: vertex pairs in an ordered map, edges in order of their first half-edge,
+// vertices numbered in order of first use, angles from acos.
+std::vector<VertexPair> mapFeatureEdges(const MStlBase& stl, double degrees) {
+    struct Seen {
+        std::size_t firstHalfEdge;
+        const MStlPoint *from, *to;
+        std::vector<const MStlTriangle*> users;
+    };
+    std::map<VertexPair, Seen> byPair;
+    std::map<const MStlPoint*, std::size_t> number;
+    std::size_t halfEdge = 0;
+    for (const MStlTriangle& t : stl.Triangles())
+        for (std::size_t c = 0; c < 3; ++c, ++halfEdge) {
+            const MStlPoint *a = t.GetPoint(c), *b = t.GetPoint((c + 1) % 3);
+            number.try_emplace(a, number.size());
+            byPair.try_emplace(unordered(a, b), Seen{halfEdge, a, b, {}})
+                .first->second.users.push_back(&t);
+        }
+    std::map<std::size_t, VertexPair> inOrder;
+    for (const auto& [pair, e] : byPair) {
+        bool keep = e.users.size() != 2;
+        if (!keep) {
+            const point3d n0 = e.users[0]->GetNormal(), n1 = e.users[1]->GetNormal();
+            keep = dot(n0, n0) > 0.0 && dot(n1, n1) > 0.0 &&
+                   std::acos(std::clamp(dot(n0, n1), -1.0, 1.0)) * kDegrees > degrees;
+        }
+        if (keep)
+            inOrder[e.firstHalfEdge] =
+                number[e.from] < number[e.to] ? VertexPair{e.from, e.to} : VertexPair{e.to, e.from};
+    }
+    std::vector<VertexPair> edges;
+    for (const auto& [first, pair] : inOrder)
+        edges.push_back(pair);
+    return edges;
+}
+
+// The torus with its vertices created in reverse, so that first use and creation order differ.
+std::unique_ptr<MStlBase> reversedTorus() {
+    const scene::IndexedMesh torus = scene::NoisyTorus(12, 16, 6000.0, 2500.0, 0.3);
+    auto stl = std::make_unique<MStlBase>();
+    std::vector<std::int32_t> xyz;
+    for (auto v = torus.vertices.rbegin(); v != torus.vertices.rend(); ++v)
+        xyz.insert(xyz.end(), v->begin(), v->end());
+    stl->AddDistinctPoints(xyz.data(), torus.vertices.size());
+    std::vector<std::uint32_t> corners;
+    for (const auto& face : torus.faces)
+        for (std::uint32_t v : face)
+            corners.push_back(static_cast<std::uint32_t>(torus.vertices.size() - 1 - v));
+    stl->AddSurface(nullptr)->AddTriangles(corners.data(), torus.faces.size());
+    return stl;
+}
+
+TEST(FeatureEdgeGraphTest, SameEdgesInTheSameOrderAsAMapOfVertexPairs) {
+    std::vector<std::unique_ptr<MStlBase>> meshes;
+    meshes.push_back(cube());
+    meshes.push_back(scene::ToHostMesh(scene::NoisyTorus(20, 30, 60000.0, 25000.0, 0.04)));
+    meshes.push_back(reversedTorus());
+    meshes.push_back(std::make_unique<MStlBase>());  // fins: non-manifold, borders, a sliver
+    MStlSurface& fins = *meshes.back()->AddSurface(nullptr);
+    for (Corner tip : {Corner{5, 10, 0}, Corner{5, -10, 1}, Corner{5, 0, 10}, Corner{20, 0, 0}})
+        addTriangle(fins, {0, 0, 0}, {10, 0, 0}, tip);
+    for (const auto& stl : meshes)
+        for (double degrees : {-1.0, 0.5, 12.5, 25.0, 50.0, 100.0, 150.0}) {
+            std::vector<VertexPair> edges;
+            for (const MStlGraphEdge& e : FeatureEdgeGraph(*stl, degrees).GraphEdges())
+                edges.push_back({e.GetVertex(0), e.GetVertex(1)});
+            EXPECT_EQ(edges, mapFeatureEdges(*stl, degrees)) << degrees << " degrees";
+        }
+}
+
+TEST(FeatureEdgeGraphTest, BuiltOncePerAngleAndAgainWhenTrianglesAreAdded) {
+    const auto mesh = cube();
+    MStlGraph* graphs[4];
+    std::vector<std::thread> threads;
+    for (MStlGraph*& graph : graphs)
+        threads.emplace_back([&] { graph = &FeatureEdgeGraph(*mesh, 30.0); });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(std::set<MStlGraph*>(std::begin(graphs), std::end(graphs)).size(), 1u);
+    EXPECT_EQ(&FeatureEdgeGraph(*mesh, 30.0), graphs[0]);
+    EXPECT_NE(&FeatureEdgeGraph(*mesh, 100.0), graphs[0]);
+    EXPECT_EQ(graphs[0]->GetStl(), mesh.get());
+    EXPECT_TRUE(mesh->GetGraphs().empty());  // the cache's graphs are not listed
+    addTriangle(*mesh->GetTopSurfaces()[0], {50, 0, 0}, {60, 0, 0}, {50, 10, 0});
+    EXPECT_EQ(FeatureEdgeGraph(*mesh, 30.0).GetNumberOfEdges(), 12u + 3u);  // its borders
+    EXPECT_THROW(FeatureEdgeGraph(*mesh, NAN), std::invalid_argument);
 }
 
 }  // namespace

@@ -21,4 +21,10 @@ MMTransformMatrix FindModelToCameraViewTransformation(const MMTransformMatrix& v
 VelSDK::Math::boundingbox<double, 2> FindPolygonBBoxInPixelsDimention(
     const std::vector<VelSDK::Math::point2d>& polygon, double scale);
 
+/// A screen point in the pixel frame of a region whose pixel box is `box` (as
+/// FindPolygonBBoxInPixelsDimention gives it): (floor(x·scale) − box.min.x,
+/// floor(y·scale) − box.min.y).
+VelSDK::Math::point2d PointInPixelFrame(const VelSDK::Math::point2d& point, double scale,
+                                        const VelSDK::Math::boundingbox<double, 2>& box);
+
 }  // namespace AU_MarkOperations::PolygonMarking

@@ -1,13 +1,14 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
+#include <velpick/host/named_mask.h>
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
 
 class MStlGraph;
-class MStlScalarMaskGraphEdges;
 
 /// Marks the edges of a mesh's feature graph that lie under a screen polygon, writing 1.0 for
 /// each into a scalar edge mask.
@@ -73,7 +74,23 @@ class MStlGraphOperatorMarkPolygon {
     /// when more than memory holds); `output` is then untouched.
     EReturnCode Operate(MStlScalarMaskGraphEdges& output, bool markWholeCandidates);
 
+    /// The polygon's pixel box, from (0, 0) to (width, height) in pixels.
+    struct PixelFrame {
+        double width, height;
+    };
+
   private:
+    struct EdgeRoutes;
+    using NamedEdgeMask = std::unique_ptr<
+        MStlScalarMaskGraphEdges,
+        VelSDK::Triangles::Data::TemporaryObjects::MStlNamedMask_Deleter<MStlScalarMaskGraphEdges>>;
+
+    // The steps of Operate.
+    bool FilterByPlanes(NamedEdgeMask& planeClasses) const;
+    PixelFrame ConvertToPixelFrame();
+    bool RouteEdges(const MStlScalarMaskGraphEdges* planeClasses, const PixelFrame& frame,
+                    EdgeRoutes& routes) const;
+
     MStlGraph* m_graph = nullptr;
     MMTransformMatrix m_modelTransform;
     std::vector<VelSDK::Math::point2d> m_polygon;

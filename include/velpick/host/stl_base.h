@@ -7,6 +7,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <velpick/host/element_store.h>
@@ -42,6 +44,9 @@ class MStlBase {
     MStlSurface* AddSurface(const MStlSurface* parent);
     /// A new empty feature graph.
     MStlGraph* AddGraph();
+    /// A new empty feature graph of this mesh that the mesh does not list among its graphs:
+    /// the caller owns it (the feature-graph cache does).
+    std::unique_ptr<MStlGraph> _NewUnlistedGraph();
 
     /// The vertex at these coordinates, created when the mesh has none there yet.
     MStlPoint* FindOrAddPoint(std::int32_t x, std::int32_t y, std::int32_t z);
@@ -101,12 +106,27 @@ class MStlBase {
     void _AddTriangles(std::uint32_t surface, const std::uint32_t* corners, std::size_t count);
     MStlSurface* _SurfaceByNumber(std::uint32_t number) const { return m_surfacesByNumber[number]; }
     std::size_t _NextGraphEdgeIndex() { return m_graphEdgeCount; }
-    void _GraphEdgeAdded(const MStlGraphEdge* edge);
+    /// Records `count` edges appended to some graph, numbered from _NextGraphEdgeIndex on.
+    void _GraphEdgesAdded(std::size_t count);
 
-    // Element information and named masks hang off the mesh (see element_info.h and
-    // named_mask.h).
+    /// The feature graphs FeatureEdgeGraph (feature_graphs.h) built, by sharp angle, for the
+    /// first `triangles` triangles; every field is guarded by `mutex`.
+    struct FeatureGraphCache {
+        std::mutex mutex;
+        std::size_t triangles = 0;
+        std::map<double, std::unique_ptr<MStlGraph>> graphs;
+    };
+    FeatureGraphCache& _FeatureGraphs() { return m_featureGraphs; }
+
+    /// Named masks, by name and creating thread (see named_mask.h); guarded by the mutex.
+    struct NamedMasks {
+        std::mutex mutex;
+        std::map<std::pair<std::wstring, std::thread::id>, const void*> masks;
+    };
+    NamedMasks& _NamedMasks() { return m_namedMasks; }
+
+    // Element information hangs off the mesh (see element_info.h).
     std::unique_ptr<MStlBaseElementInfoStlDependency>& _ElementInfo() { return m_elementInfo; }
-    std::map<std::wstring, const void*>& _NamedMasks() { return m_namedMasks; }
 
   private:
     /// Open addressing over vertex indices, keyed by the vertices' coordinates.
@@ -141,7 +161,8 @@ class MStlBase {
     std::vector<std::unique_ptr<MStlGraph>> m_graphs;
     std::size_t m_graphEdgeCount = 0;
     std::unique_ptr<MStlBaseElementInfoStlDependency> m_elementInfo;
-    std::map<std::wstring, const void*> m_namedMasks;
+    NamedMasks m_namedMasks;
+    FeatureGraphCache m_featureGraphs;
 };
 
 inline MStlPoint* MStlTriangle::GetPoint(std::size_t i) const {

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstddef>
+#include <mutex>
 #include <vector>
 
 #include <velpick/host/data_mask.h>
 
 /// The mask registry of a mesh: every registered mask has one entry per element of its kind,
-/// and the registry grows them as the mesh grows.
+/// and the registry grows them as the mesh grows. Registering and unregistering are locked, so
+/// masks of one mesh may be created and released on several threads at once.
 class MStlBaseMasks : public IDataMaskOwner {
   public:
     MStlBaseMasks() = default;
@@ -47,6 +49,7 @@ class MStlBaseMasks : public IDataMaskOwner {
     template <class E>
     static void grow(Kind<E>& kind, std::size_t count);
 
+    std::mutex m_mutex;  // guards the lists below
     Kind<MStlPoint> m_pointMasks;
     Kind<MStlTriangle> m_triangleMasks;
     Kind<MStlGraphEdge> m_edgeMasks;

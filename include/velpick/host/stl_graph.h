@@ -36,6 +36,10 @@ class MStlGraph : public MStlFeatureItem {
 
     /// Appends the edge v0–v1; both vertices must belong to this graph's mesh.
     MStlGraphEdge* AddEdge(MStlPoint* v0, MStlPoint* v1);
+    /// Appends `count` edges, edge k from ends[2k] to ends[2k + 1]: the same graph as that many
+    /// AddEdge calls, with the mesh's edge masks grown once. An allocation failure keeps the
+    /// edges made before it.
+    void AddEdges(MStlPoint* const* ends, std::size_t count);
 
     MStlRange<MStlIteratorGraphEdge> GraphEdges();
     MStlRange<MStlIteratorGraphEdgeConst> GraphEdges() const;

@@ -12,7 +12,8 @@
 class MStlPoint;
 class MStlTriangle;
 
-/// A surface of a mesh: a list of triangles and a list of sub-surfaces.
+/// A surface of a mesh: a list of triangles and a list of sub-surfaces. Walking its triangles
+/// needs stl_base.h, which defines the walk's inline members beside the mesh class.
 ///
 /// The list is kept as runs of consecutive mesh triangles, so a surface whose triangles were
 /// added one after another (as an importer adds them) costs a few bytes, not one pointer each.
@@ -62,6 +63,3 @@ class MStlSurface : public MStlFeatureItem {
     std::size_t m_triangleCount = 0;
     std::vector<std::unique_ptr<MStlSurface>> m_subSurfaces;
 };
-
-// The inline members of the surface's triangle walk need the whole mesh class.
-#include <velpick/host/stl_base.h>

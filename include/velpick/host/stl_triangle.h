@@ -15,7 +15,9 @@ class MStlSurface;
 /// flag and a visibility flag.
 ///
 /// The vertices are kept as their indices in the mesh (their mask indices), so a triangle
-/// takes 32 bytes; GetPoint and GetVertex resolve them through the mesh, inline.
+/// takes 32 bytes; GetPoint and GetVertex resolve them through the mesh, inline. The inline
+/// members are defined in stl_base.h, beside the mesh class they read, so that this header
+/// does not include the mesh's: include stl_base.h to call them.
 class MStlTriangle : public MDataMaskIndex {
   public:
     MStlTriangle(MStlElementKey, std::size_t maskIndex, MStlBase* stl, std::uint32_t a,
@@ -50,6 +52,3 @@ class MStlTriangle : public MDataMaskIndex {
     std::uint32_t m_surface;  // the surface's number in its mesh
     std::uint8_t m_flags = 0;
 };
-
-// The inline members above need the whole mesh class.
-#include <velpick/host/stl_base.h>

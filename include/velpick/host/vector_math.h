@@ -2,14 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 
 namespace VelSDK::Math {
 
-/// Smallest positive double; keeps the scaled length formula free of 0/0.
-constexpr double kMinLengthScale = 4.9e-324;
+/// Smallest positive double (a denormal; 4.9e-324 parses to the same value); keeps the scaled
+/// length formulas free of 0/0.
+constexpr double kMinLengthScale = 4.9406564584124654e-324;
+static_assert(kMinLengthScale == std::numeric_limits<double>::denorm_min() &&
+                  kMinLengthScale == 4.9e-324,
+              "kMinLengthScale is the smallest positive double");
 
 /// Length of a 3D vector without intermediate overflow: m·√(1 + (a/m)² + (b/m)²), where m is
 /// the largest absolute component (at least kMinLengthScale) and a, b are the other two.
