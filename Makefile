@@ -8,7 +8,7 @@ PACKAGES      := cmake g++ make pkg-config libtbb-dev libboost-dev libassimp-dev
                  libgtest-dev libbenchmark-dev nlohmann-json3-dev \
                  libcli11-dev libpng-dev zlib1g-dev libembree-dev assimp-testmodels \
                  pybind11-dev python3-dev python3-numpy python3-pytest clang libclang-rt-14-dev \
-                 clang-format dpkg-dev
+                 clang-format dpkg-dev python3-distributed
 DEMO_IMAGE    ?= $(BUILD_DIR)/velpick-demo.png
 FUZZ_DIR      ?= build-fuzz
 TSAN_DIR      ?= build-tsan

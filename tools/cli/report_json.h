@@ -19,15 +19,19 @@ struct PickReport {
         std::optional<EdgePick> edges;    // the graph picker's edges
     };
     std::string picker;
-    std::vector<Mesh> meshes;
+    std::vector<Mesh> meshes;              // a scene of one view
+    std::vector<std::vector<Mesh>> views;  // a list of cameras: the meshes of each view
     RegionPixelBox region;
     double loadMilliseconds = 0.0;
-    double pickMilliseconds = 0.0;
+    double pickMilliseconds = 0.0;   // the picks, feature graphs apart
+    double graphMilliseconds = 0.0;  // finding or building feature graphs; graph picker only
 };
 
-/// The report as one JSON object on one line, fields in the order "picker", "meshes",
-/// "region", "timing_ms"; timings rounded to 0.1 ms. A mesh reads "file", "triangles", then for
-/// the graph picker "edges", "code" and "marked_edges", then "marked".
+/// The report as one JSON object on one line, fields in the order "picker", "meshes" (or
+/// "views": [{"meshes": [...]}, ...] when `views` is not empty), "region", "timing_ms"
+/// ("load", "pick", and "graph" for the graph picker); timings rounded to 0.1 ms. A mesh reads
+/// "file", "triangles", then for the graph picker "edges", "code" and "marked_edges", then
+/// "marked".
 std::string FormatReport(const PickReport& report);
 
 }  // namespace velpick

@@ -40,14 +40,26 @@ std::string WrittenBytes(Write&& write) {
 
 }  // namespace
 
+void ApplyMarks(const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                const std::vector<PickReport::Mesh>& picked) {
+    for (std::size_t m = 0; m < meshes.size(); ++m) {
+        for (MStlTriangle& triangle : meshes[m]->Triangles())
+            triangle.Unmark();
+        for (std::size_t t : picked[m].marked)
+            meshes[m]->GetTriangle(t).Mark();
+    }
+}
+
 std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
                                      const std::vector<std::unique_ptr<MStlBase>>& meshes,
-                                     const PickReport& report) {
+                                     const PickReport& report, std::size_t view) {
+    const std::vector<PickReport::Mesh>& picked =
+        report.views.empty() ? report.meshes : report.views.at(view);
     std::vector<PlacedMesh> placed;
     for (std::size_t i = 0; i < meshes.size(); ++i) {
         placed.push_back({meshes[i].get(), scene.meshes[i].placement});
-        if (report.meshes[i].edges)
-            placed.back().markedEdges = report.meshes[i].edges->marked;
+        if (picked[i].edges)
+            placed.back().markedEdges = picked[i].edges->marked;
     }
     return placed;
 }

@@ -20,10 +20,16 @@ struct OutputFile {
     std::string bytes;
 };
 
-/// The scene's meshes with their placements and the edges the report marks on each.
+/// The scene's meshes with their placements and the edges the report marks on each, in view
+/// `view` of a report with several views.
 std::vector<PlacedMesh> PlacedMeshes(const Scene& scene,
                                      const std::vector<std::unique_ptr<MStlBase>>& meshes,
-                                     const PickReport& report);
+                                     const PickReport& report, std::size_t view = 0);
+
+/// Sets each mesh's own mark flags to what `picked` (one entry per mesh) marks, so that the
+/// picture and the PLY show that pick: picks never write into the meshes themselves.
+void ApplyMarks(const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                const std::vector<PickReport::Mesh>& picked);
 
 /// The picture's frame: the camera's screen, or under a bare view what the meshes and the
 /// region cover; at the scene's pixel proportion when `imageSize` is empty, else fitted to

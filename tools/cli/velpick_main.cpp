@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -40,7 +41,10 @@ constexpr const char* kSceneHelp =
   view                  16 numbers, row-major, column vectors: scene internal units to
                         screen units (x, y on screen, z depth, larger nearer); or instead
   camera                { "eye", "target", "up": [x,y,z] in model units, "height": model
-                        units across the screen's height, "screen": [w, h] screen units }
+                        units across the screen's height, "screen": [w, h] screen units },
+                        or a list of them: one pick per view, each from the same initial
+                        marks, the region in each view's screen; the JSON then holds
+                        "views": [{"meshes": [...]}, ...]
   region                { "polygon": [[x,y], ...] } or
                         { "brush": { "path": [[x,y], ...], "radius": r } } in screen units;
                         r must be whole for the zbuffer picker; the graph picker takes
@@ -50,7 +54,7 @@ constexpr const char* kSceneHelp =
   back_face_culling false, unmark false, start_marked false (mark all before picking),
   skip_hidden_surfaces false (ignore the triangles of hidden surfaces), clipping_planes
   [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0), lines_per_pixel 5.0 (scanline), threads
-  (scanline; all cores), graph { "sharp_angle_deg": 30, "thickness": 0 (model units),
+  (zbuffer and scanline: the most threads a pick uses; all cores), graph { "sharp_angle_deg": 30, "thickness": 0 (model units),
   "mark_whole_candidates": false } (graph)
 Unknown fields are errors. Errors print one line naming the file and field; exit status 2.
 
@@ -71,6 +75,7 @@ struct Options {
     std::string image;
     std::vector<int> imageSize;
     std::string ply;
+    std::size_t view = 0;  // the view --image and --ply show
     bool demo = false;
 };
 
@@ -116,7 +121,7 @@ std::string Encoded(const std::string& target, Encode&& encode) {
 void WriteOutputs(const Options& options, const Scene& scene,
                   const std::vector<std::unique_ptr<MStlBase>>& meshes, const PickReport& report,
                   const std::string& sourceName) {
-    const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes, report);
+    const std::vector<PlacedMesh> placed = PlacedMeshes(scene, meshes, report, options.view);
     std::vector<OutputFile> outputs;
     if (!options.output.empty())
         outputs.push_back({options.output, FormatReport(report)});
@@ -133,15 +138,31 @@ void WriteOutputs(const Options& options, const Scene& scene,
     CommitOutputs(outputs);
 }
 
+std::vector<PickReport::Mesh> ReportMeshes(const Scene& scene,
+                                           const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                                           PickResult& result) {
+    std::vector<PickReport::Mesh> report;
+    for (std::size_t i = 0; i < meshes.size(); ++i) {
+        MeshPick& pick = result.meshes[i];
+        report.push_back({scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(),
+                          std::move(pick.triangles), std::move(pick.edges)});
+    }
+    return report;
+}
+
+double GraphMilliseconds(const PickResult& result) {
+    double milliseconds = 0.0;
+    for (const MeshPick& mesh : result.meshes)
+        milliseconds += mesh.edges ? mesh.edges->graphMilliseconds : 0.0;
+    return milliseconds;
+}
+
 PickReport MakeReport(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
                       PickResult result) {
     PickReport report;
     report.picker = scene.settings.picker;
-    for (std::size_t i = 0; i < meshes.size(); ++i) {
-        MeshPick& pick = result.meshes[i];
-        report.meshes.push_back({scene.meshes[i].file, meshes[i]->GetNumberOfTriangles(),
-                                 std::move(pick.triangles), std::move(pick.edges)});
-    }
+    report.graphMilliseconds = GraphMilliseconds(result);
+    report.meshes = ReportMeshes(scene, meshes, result);
     report.region = result.region;
     return report;
 }
@@ -177,21 +198,50 @@ PickResult RunPick(Picker& picker, const PickRequest& request, const std::string
     }
 }
 
+// Every view of the scene picked from the same initial marks: the picks leave the meshes as
+// they are.
+PickReport PickViews(const Scene& scene, const std::vector<std::unique_ptr<MStlBase>>& meshes,
+                     const std::string& sourceName) {
+    const std::unique_ptr<Picker> picker = MakePicker(scene.settings.picker);
+    PickRequest request = MakePickRequest(scene, meshes);
+    PickReport report;
+    report.picker = scene.settings.picker;
+    for (const View& view : scene.views) {
+        request.view = view;
+        PickResult result = RunPick(*picker, request, sourceName);
+        report.graphMilliseconds += GraphMilliseconds(result);
+        report.views.push_back(ReportMeshes(scene, meshes, result));
+        report.region = result.region;
+    }
+    return report;
+}
+
 int RunScene(const Options& options) {
     if (options.scene.empty())
         throw UsageError("velpick: no scene file given (try --demo, or --help)");
     const Stopwatch loadClock;
-    const Scene scene = ReadSceneFile(options.scene);
-    const std::unique_ptr<Picker> picker = MakePicker(scene.settings.picker);
+    Scene scene = ReadSceneFile(options.scene);
+    const std::size_t viewCount = std::max<std::size_t>(scene.views.size(), 1);
+    if (options.view >= viewCount)
+        throw UsageError("velpick: --view " + std::to_string(options.view) + ": the scene has " +
+                         std::to_string(viewCount) + " view(s), numbered from 0");
     const std::vector<std::unique_ptr<MStlBase>> meshes = LoadSceneMeshes(scene, options.scene);
-    const PickRequest request = MakePickRequest(scene, meshes);
     const double loadMilliseconds = loadClock.Milliseconds();
 
     const Stopwatch pickClock;
-    PickReport report = MakeReport(scene, meshes, RunPick(*picker, request, options.scene));
+    PickReport report;
+    if (scene.views.empty()) {
+        const std::unique_ptr<Picker> picker = MakePicker(scene.settings.picker);
+        report = MakeReport(scene, meshes,
+                            RunPick(*picker, MakePickRequest(scene, meshes), options.scene));
+    } else {
+        report = PickViews(scene, meshes, options.scene);
+        scene.view = scene.views[options.view];
+    }
     report.loadMilliseconds = loadMilliseconds;
-    report.pickMilliseconds = pickClock.Milliseconds();
+    report.pickMilliseconds = pickClock.Milliseconds() - report.graphMilliseconds;
 
+    ApplyMarks(meshes, report.views.empty() ? report.meshes : report.views[options.view]);
     WriteOutputs(options, scene, meshes, report, options.scene);
     if (options.output.empty())
         std::cout << FormatReport(report) << std::flush;
@@ -207,18 +257,10 @@ void PrintDemoSummary(const PickReport& report, const std::vector<std::size_t>& 
     }
 }
 
-void UnmarkAll(const PickRequest& request) {
-    for (const PickMesh& mesh : request.meshes) {
-        for (MStlTriangle& triangle : mesh.mesh->Triangles())
-            triangle.Unmark();
-    }
-}
-
 // How many triangles a mark-through pick takes: what lies under the lasso, hidden or not.
 std::vector<std::size_t> CountUnderRegion(Picker& picker, PickRequest request) {
     request.settings.markThrough = true;
     const PickResult through = RunPick(picker, request, "demo");
-    UnmarkAll(request);
     std::vector<std::size_t> counts;
     for (const MeshPick& mesh : through.meshes)
         counts.push_back(mesh.triangles.size());
@@ -257,14 +299,13 @@ int RunDemo(const Options& options) {
         const double milliseconds = pickClock.Milliseconds();
         if (name == demo.scene.settings.picker) {
             // The picture and the outputs show the default picker's marks.
-            PickReport report = MakeReport(demo.scene, demo.meshes, result);
-            report.pickMilliseconds = milliseconds;
-            WriteOutputs(options, demo.scene, demo.meshes, report, "demo");
-            pictured = std::move(report);
+            pictured = MakeReport(demo.scene, demo.meshes, result);
+            pictured->pickMilliseconds = milliseconds;
         }
         runs.push_back({name, {std::move(result), milliseconds}});
-        UnmarkAll(request);
     }
+    ApplyMarks(demo.meshes, pictured->meshes);
+    WriteOutputs(options, demo.scene, demo.meshes, *pictured, "demo");
     PrintDemoSummary(*pictured, underLasso);
     for (const auto& [name, run] : runs)
         PrintPickerLine(name, run.first, run.second);
@@ -285,6 +326,8 @@ void DefineOptions(CLI::App& app, Options& options) {
         ->expected(2)
         ->check(CLI::Range(1, kMaxImageSide));
     app.add_option("--ply", options.ply, "Write the placed meshes, marked faces coloured, as PLY");
+    app.add_option("--view", options.view,
+                   "With a list of cameras: the view (from 0) that --image and --ply show (0)");
     app.add_flag("--demo", options.demo, "Run the built-in demo scene (no scene file)")
         ->excludes(scene);
     app.footer(kSceneHelp + DescribePickers() + kExampleHelp);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 #include <velpick/graph_mark_polygon.h>
@@ -31,9 +32,29 @@ class GraphPicker : public Picker {
     }
 
   private:
+    // Thick edges write their thickness into the mesh, so a thick pick of a shared mesh runs
+    // alone; the others share it with every pick of a graph already built.
     static EdgePick PickEdges(const PickRequest& request, const PickMesh& mesh) {
-        MStlGraph& graph =
-            *AddFeatureEdgeGraph(*mesh.mesh, request.settings.graph.sharpAngleDegrees);
+        const double angle = request.settings.graph.sharpAngleDegrees;
+        const auto start = std::chrono::steady_clock::now();
+        FeatureGraphGuard::ReadLock read;
+        FeatureGraphGuard::WriteLock write;
+        MStlGraph* graph = nullptr;
+        if (!mesh.graphGuard)
+            graph = AddFeatureEdgeGraph(*mesh.mesh, angle);
+        else if (request.settings.graph.thickness > 0.0)
+            graph = &mesh.graphGuard->Graph(*mesh.mesh, angle, write);
+        else
+            graph = &mesh.graphGuard->Graph(*mesh.mesh, angle, read);
+        const std::chrono::duration<double, std::milli> graphTime =
+            std::chrono::steady_clock::now() - start;
+        EdgePick pick = PickGraphEdges(request, mesh, *graph);
+        pick.graphMilliseconds = graphTime.count();
+        return pick;
+    }
+
+    static EdgePick PickGraphEdges(const PickRequest& request, const PickMesh& mesh,
+                                   MStlGraph& graph) {
         MStlGraphOperatorMarkPolygon op;
         MMTransformMatrix modelToScreen = mesh.placement;
         op.SetGraph(graph, modelToScreen.PreMultiply(request.view.matrix));

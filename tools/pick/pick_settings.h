@@ -35,7 +35,8 @@ struct OrthoCamera {
     double screenWidth = 1.0, screenHeight = 1.0;
 };
 
-/// The cameras a view may come from; only the orthographic one exists so far.
+/// The cameras a view may come from; only the orthographic one exists so far. Code that
+/// handles cameras visits this variant, so that other camera kinds fit in beside it.
 using Camera = std::variant<OrthoCamera>;
 
 /// How the scene is seen: the affine map to the screen, and the camera it came from when it
@@ -60,8 +61,10 @@ struct PickSettings {
     double pixelProportion = 5.0;  // pixels per screen unit
     double depthTolerance = 0.05;  // model length units; z-buffer only
     double linesPerPixel = 5.0;    // sample lines per pixel row; scan-line only
-    std::optional<int> threads;    // scan-line only; all cores when empty
-    GraphSettings graph;           // graph only
+    /// The most threads one call uses in all, for both triangle pickers; all cores (the
+    /// caller's oneTBB arena for the z-buffer picker) when empty. Marks do not depend on it.
+    std::optional<int> threads;
+    GraphSettings graph;  // graph only
     bool markThrough = false;
     bool backFaceCulling = false;
     bool unmark = false;

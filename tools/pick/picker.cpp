@@ -44,19 +44,17 @@ std::string DescribePickers() {
     return text;
 }
 
-std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh) {
-    std::vector<std::size_t> marked;
-    for (std::size_t i = 0; i < mesh.GetNumberOfTriangles(); ++i) {
-        if (mesh.GetTriangle(i).IsMarked())
-            marked.push_back(i);
-    }
-    return marked;
+CallMarksList StartCallMarks(const PickRequest& request) {
+    CallMarksList marks;
+    for (const PickMesh& mesh : request.meshes)
+        marks.push_back(std::make_unique<CallMarks>(*mesh.mesh));
+    return marks;
 }
 
-PickResult CollectMarkedTriangles(const PickRequest& request) {
+PickResult CollectMarkedTriangles(const PickRequest& request, const CallMarksList& marks) {
     PickResult result;
-    for (const PickMesh& mesh : request.meshes)
-        result.meshes.push_back({MarkedTriangles(*mesh.mesh), std::nullopt});
+    for (const std::unique_ptr<CallMarks>& mesh : marks)
+        result.meshes.push_back({mesh->Marked(), std::nullopt});
     result.region =
         ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
     return result;

@@ -12,6 +12,8 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/transform_matrix.h>
+#include "call_marks.h"
+#include "feature_edge_graph.h"
 #include "pick_settings.h"
 #include "placed_mesh.h"
 #include "selection_region.h"
@@ -24,6 +26,10 @@ struct PickMesh {
     MMTransformMatrix placement;  // mesh internal units → scene internal units
     bool markWholeMesh = true;
     std::vector<MStlSurface*> markableSurfaces;  // used when markWholeMesh is false
+    /// Set when picks on several threads share the mesh: the graph picker then builds a new
+    /// feature graph only while no other graph pick of the mesh runs. Null for a mesh that one
+    /// thread picks.
+    FeatureGraphGuard* graphGuard = nullptr;
 };
 
 /// Everything a pick needs, already validated: no files, no formats.
@@ -40,6 +46,7 @@ struct EdgePick {
     std::vector<EdgeEnds> marked;  // sorted
     /// The mesh vertex numbers (mask indices) of each marked edge's ends, in the same order.
     std::vector<std::array<std::uint32_t, 2>> markedVertices;
+    double graphMilliseconds = 0.0;  // spent finding or building the feature graph
 };
 
 /// What a picker produced for one mesh.
@@ -64,8 +71,9 @@ class PickError : public std::runtime_error {
     std::string m_field;
 };
 
-/// A picking algorithm. It marks (or unmarks) the triangles of the request's meshes in place
-/// and reports what is marked afterwards.
+/// A picking algorithm. It reports which triangles of the request's meshes are marked after
+/// marking (or unmarking) what it selects, starting from the triangles' own mark flags. The
+/// meshes are only read, never marked: picks on several threads may share a mesh.
 class Picker {
   public:
     virtual ~Picker() = default;
@@ -84,10 +92,10 @@ std::unique_ptr<Picker> MakePicker(const std::string& name);
 /// Every registered name, in registration order.
 std::vector<std::string> PickerNames();
 
-/// Sorted indices of the marked triangles of `mesh` (index i is triangle i).
-std::vector<std::size_t> MarkedTriangles(const MStlBase& mesh);
+/// A per-call mark mask for every mesh of the request, in order (see CallMarks).
+CallMarksList StartCallMarks(const PickRequest& request);
 /// The result of a triangle picker: the marked triangles of every mesh, and the region's box.
-PickResult CollectMarkedTriangles(const PickRequest& request);
+PickResult CollectMarkedTriangles(const PickRequest& request, const CallMarksList& marks);
 
 /// A one-line description of every registered picker, for help texts.
 std::string DescribePickers();

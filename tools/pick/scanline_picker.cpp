@@ -16,9 +16,11 @@ class ScanLinePicker : public Picker {
     PickResult Pick(const PickRequest& request) override {
         MStlBaseOperatorVisibilityDetector detector;
         const MMTransformMatrix toPixels = ScreenToDownwardPixels(request.settings.pixelProportion);
-        for (const PickMesh& mesh : request.meshes) {
+        const CallMarksList marks = StartCallMarks(request);
+        for (std::size_t i = 0; i < request.meshes.size(); ++i) {
+            const PickMesh& mesh = request.meshes[i];
             detector.AddStlAndTransformation(mesh.mesh, ModelToPixels(request, mesh, toPixels),
-                                             mesh.placement, mesh.markWholeMesh, nullptr);
+                                             mesh.placement, mesh.markWholeMesh, marks[i]->Sink());
             for (const MStlSurface* surface : mesh.markableSurfaces)
                 detector.SetMarkableSurface(*surface);
         }
@@ -34,7 +36,7 @@ class ScanLinePicker : public Picker {
         tbb::task_arena arena(request.settings.threads ? *request.settings.threads
                                                        : tbb::task_arena::automatic);
         arena.execute([&] { detector.Operate(); });
-        return CollectMarkedTriangles(request);
+        return CollectMarkedTriangles(request, marks);
     }
 
   private:

@@ -14,9 +14,11 @@ class ZBufferPicker : public Picker {
   public:
     PickResult Pick(const PickRequest& request) override {
         MStlBaseOperatorMarkPolygon op = MakeOperator(request.settings);
-        for (const PickMesh& mesh : request.meshes) {
+        const CallMarksList marks = StartCallMarks(request);
+        for (std::size_t i = 0; i < request.meshes.size(); ++i) {
+            const PickMesh& mesh = request.meshes[i];
             op.AddStl(mesh.mesh, &request.view.matrix, &mesh.placement, mesh.markWholeMesh,
-                      nullptr);
+                      marks[i]->Sink());
             for (MStlSurface* surface : mesh.markableSurfaces)
                 op.SetMarkableSurface(surface);
         }
@@ -26,9 +28,10 @@ class ZBufferPicker : public Picker {
         op.SetBackFaceCulling(request.settings.backFaceCulling);
         op.SetMarkThrough(request.settings.markThrough);
         op.SetUnmark(request.settings.unmark);
+        op.SetThreads(request.settings.threads.value_or(0));
         if (!op.operate())
             throw RasterTooLarge(request);
-        return CollectMarkedTriangles(request);
+        return CollectMarkedTriangles(request, marks);
     }
 
     // The operator's own figure for the request's region and mode.

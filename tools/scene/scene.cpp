@@ -188,7 +188,10 @@ Scene ParseScene(const nlohmann::json& document, const std::string& sourceName,
     scene.meshes = ParseMeshes(root.Member("meshes"), folder);
     const SceneSettings settings(root);
     scene.settings = ValidatePickSettings(settings);
-    scene.view = ValidateView(settings, scene.settings.unitsPerModelUnit);
+    std::vector<View> views = ValidateViews(settings, scene.settings.unitsPerModelUnit);
+    scene.view = views.front();
+    if (root.Has("camera") && root.Member("camera").IsArray())
+        scene.views = std::move(views);
     if (root.Has("start_marked"))
         scene.startMarked = root.Member("start_marked").Boolean();
     return scene;

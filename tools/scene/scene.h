@@ -26,7 +26,8 @@ struct SceneMesh {
 /// A validated scene: every field present, in range and consistent.
 struct Scene {
     std::vector<SceneMesh> meshes;
-    View view;
+    View view;                // with a list of cameras, the first camera's view
+    std::vector<View> views;  // "camera" given as a list: one view per camera; else empty
     PickSettings settings;
     bool startMarked = false;  // every triangle marked before the pick
 };

@@ -229,6 +229,14 @@ PickSettings ValidatePickSettings(const Source& source) {
     return settings;
 }
 
+/// The view of one camera field, its matrix at `unitsPerModelUnit`.
+template <class Field>
+View CameraFieldView(const Field& field, double unitsPerModelUnit) {
+    using namespace settings_detail;
+    const OrthoCamera ortho = OrthographicCamera(field);
+    return {CameraMatrix(field, ortho, unitsPerModelUnit), Camera(ortho)};
+}
+
 /// The view `source` gives: a matrix, or a camera made into one at `unitsPerModelUnit`.
 template <class Source>
 View ValidateView(const Source& source, double unitsPerModelUnit) {
@@ -237,15 +245,27 @@ View ValidateView(const Source& source, double unitsPerModelUnit) {
     const auto camera = source.Find(Setting::kCamera);
     if (matrix.has_value() == camera.has_value())
         source.Fail(Setting::kViewOrCamera, "expected exactly one of \"view\" and \"camera\"");
+    if (camera)
+        return CameraFieldView(*camera, unitsPerModelUnit);
     View view;
-    if (matrix) {
-        view.matrix = Matrix(*matrix);
-        return view;
-    }
-    const OrthoCamera ortho = OrthographicCamera(*camera);
-    view.matrix = CameraMatrix(*camera, ortho, unitsPerModelUnit);
-    view.camera = ortho;
+    view.matrix = Matrix(*matrix);
     return view;
+}
+
+/// The views of a `camera` given as a list of cameras, one per camera in order; a single view
+/// (one camera or a matrix) as ValidateView reads it otherwise.
+template <class Source>
+std::vector<View> ValidateViews(const Source& source, double unitsPerModelUnit) {
+    const auto camera = source.Find(Setting::kCamera);
+    if (!camera || !camera->IsArray())
+        return {ValidateView(source, unitsPerModelUnit)};
+    if (source.Find(Setting::kView))
+        source.Fail(Setting::kViewOrCamera, "expected exactly one of \"view\" and \"camera\"");
+    std::vector<View> views;
+    const std::size_t count = camera->ArraySize(1, "camera");
+    for (std::size_t i = 0; i < count; ++i)
+        views.push_back(CameraFieldView(camera->Item(i), unitsPerModelUnit));
+    return views;
 }
 
 }  // namespace velpick
