@@ -2,6 +2,7 @@
 // validation, pickers and mesh building.
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,9 +12,12 @@
 #include <pybind11/stl.h>
 
 #include "array_mesh.h"
+#include "held_mesh.h"
 #include "keyword_settings.h"
+#include "mesh_import.h"
 #include "numpy_mesh.h"
 #include "pick_settings_validator.h"
+#include "pick_views.h"
 #include "picker.h"
 
 namespace velpick::python {
@@ -72,6 +76,104 @@ BuiltPick RunPick(const ArrayMeshes& meshes, const py::object& region, const py:
     }
 }
 
+// A pick of a held mesh: its scale is the mesh's, and it is only read.
+PickResult PickHeld(HeldMesh& mesh, const py::object& region, const py::kwargs& keywords,
+                    PickFunction function) {
+    if (keywords.contains("units_per_model_unit"))
+        throw py::value_error(
+            "units_per_model_unit: a Mesh carries its own scale; give it to Mesh() or "
+            "load_mesh()");
+    py::kwargs scaled(keywords);
+    scaled["units_per_model_unit"] = py::float_(mesh.unitsPerModelUnit);
+    const KeywordSettings source(region, scaled, function);
+    const PickSettings settings = ValidatePickSettings(source);
+    const View view = ValidateView(source, settings.unitsPerModelUnit);
+    if (function != PickFunction::kPickEdges && settings.picker == "graph")
+        throw py::value_error("picker: the graph picker marks edges, not faces; use pick_edges");
+    const std::unique_ptr<Picker> picker = MakePicker(settings.picker);
+    try {
+        const py::gil_scoped_release release;
+        return picker->Pick({{mesh.ToPickMesh()}, view, settings});
+    } catch (const PickError& error) {
+        throw py::value_error(error.Field() + ": " + error.what());
+    }
+}
+
+// Builds a held mesh from arrays, without the GIL while it builds.
+std::unique_ptr<HeldMesh> HoldArrays(const py::object& vertices, const py::object& faces,
+                                     double unitsPerModelUnit) {
+    const NumpyMesh arrays(vertices, faces, py::none(), "");
+    auto held = std::make_unique<HeldMesh>();
+    held->unitsPerModelUnit = unitsPerModelUnit;
+    try {
+        const py::gil_scoped_release release;
+        ArrayMesh built = arrays.Build(unitsPerModelUnit);
+        held->mesh = std::move(built.mesh);
+        held->inputVertexOf = std::move(built.inputVertexOf);
+    } catch (const ArrayMeshError& error) {
+        throw py::value_error(error.what());
+    }
+    return held;
+}
+
+double Scale(const py::object& unitsPerModelUnit) {
+    return PyField(unitsPerModelUnit, "units_per_model_unit").PositiveNumber();
+}
+
+std::unique_ptr<HeldMesh> MakeMesh(const py::object& vertices, const py::object& faces,
+                                   const py::object& unitsPerModelUnit) {
+    return HoldArrays(vertices, faces, Scale(unitsPerModelUnit));
+}
+
+std::unique_ptr<HeldMesh> LoadMesh(const py::object& path, const py::object& unitsPerModelUnit) {
+    const std::string file = py::str(py::module_::import("os").attr("fspath")(path));
+    auto held = std::make_unique<HeldMesh>();
+    held->unitsPerModelUnit = Scale(unitsPerModelUnit);
+    try {
+        const py::gil_scoped_release release;
+        held->mesh = ImportMesh(std::filesystem::u8path(file), held->unitsPerModelUnit);
+    } catch (const MeshImportError& error) {
+        throw py::value_error(error.what());
+    }
+    return held;
+}
+
+// The mesh's vertices in model units and its faces, as numpy arrays.
+py::array_t<double> MeshVertices(const HeldMesh& held) {
+    const MStlBase& mesh = *held.mesh;
+    py::array_t<double> vertices(
+        std::vector<py::ssize_t>{static_cast<py::ssize_t>(mesh.GetNumberOfPoints()), 3});
+    auto cells = vertices.mutable_unchecked<2>();
+    for (std::size_t i = 0; i < mesh.GetNumberOfPoints(); ++i)
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            cells(static_cast<py::ssize_t>(i), static_cast<py::ssize_t>(axis)) =
+                mesh.GetPoint(i)[axis] / held.unitsPerModelUnit;
+    return vertices;
+}
+
+py::array_t<std::int64_t> MeshFaces(const HeldMesh& held) {
+    const MStlBase& mesh = *held.mesh;
+    py::array_t<std::int64_t> faces(
+        std::vector<py::ssize_t>{static_cast<py::ssize_t>(mesh.GetNumberOfTriangles()), 3});
+    auto cells = faces.mutable_unchecked<2>();
+    for (std::size_t t = 0; t < mesh.GetNumberOfTriangles(); ++t)
+        for (std::size_t corner = 0; corner < 3; ++corner)
+            cells(static_cast<py::ssize_t>(t), static_cast<py::ssize_t>(corner)) =
+                mesh.GetTriangle(t).GetPointIndex(corner);
+    return faces;
+}
+
+bool IsHeld(const py::handle& value) {
+    return py::isinstance<HeldMesh>(value);
+}
+
+// With a Mesh first, the region comes second (or as region=).
+py::object HeldRegion(const py::object& second, const py::object& region) {
+    if (!second.is_none() && !region.is_none())
+        throw py::type_error("with a Mesh, give the region once: pick(mesh, region, ...)");
+    return second.is_none() ? region : second;
+}
+
 py::array_t<bool> FaceMask(std::size_t faceCount, const std::vector<std::size_t>& marked) {
     py::array_t<bool> mask(static_cast<py::ssize_t>(faceCount));
     bool* cells = mask.mutable_data();
@@ -91,6 +193,14 @@ ArrayMeshes OneMesh(const py::object& vertices, const py::object& faces,
 
 py::array_t<bool> Pick(py::object vertices, py::object faces, py::object region,
                        py::object markable, const py::kwargs& keywords) {
+    if (IsHeld(vertices)) {
+        if (!markable.is_none())
+            throw py::value_error("markable: not taken with a Mesh");
+        HeldMesh& mesh = vertices.cast<HeldMesh&>();
+        const PickResult result =
+            PickHeld(mesh, HeldRegion(faces, region), keywords, PickFunction::kPick);
+        return FaceMask(mesh.mesh->GetNumberOfTriangles(), result.meshes[0].triangles);
+    }
     const ArrayMeshes meshes = OneMesh(vertices, faces, markable);
     const BuiltPick pick = RunPick(meshes, region, keywords, PickFunction::kPick);
     return FaceMask(meshes.arrays[0].FaceCount(), pick.result.meshes[0].triangles);
@@ -130,26 +240,54 @@ py::list PickMeshes(py::object meshEntries, py::object region, const py::kwargs&
 }
 
 // The marked edges of a graph pick as rows of input vertex indices, in the picker's order.
-py::array_t<std::int64_t> EdgeRows(const EdgePick& edges,
-                                   const std::vector<std::uint32_t>& inputVertexOf) {
+template <class InputVertex>
+py::array_t<std::int64_t> EdgeRows(const EdgePick& edges, InputVertex inputVertex) {
     py::array_t<std::int64_t> rows(
         std::vector<py::ssize_t>{static_cast<py::ssize_t>(edges.markedVertices.size()), 2});
     auto cells = rows.mutable_unchecked<2>();
     for (std::size_t e = 0; e < edges.markedVertices.size(); ++e)
         for (std::size_t end = 0; end < 2; ++end)
             cells(static_cast<py::ssize_t>(e), static_cast<py::ssize_t>(end)) =
-                inputVertexOf[edges.markedVertices[e][end]];
+                inputVertex(edges.markedVertices[e][end]);
     return rows;
 }
 
 py::array_t<std::int64_t> PickEdges(py::object vertices, py::object faces, py::object region,
                                     const py::kwargs& keywords) {
+    if (IsHeld(vertices)) {
+        const HeldMesh& mesh = vertices.cast<HeldMesh&>();
+        const PickResult result = PickHeld(vertices.cast<HeldMesh&>(), HeldRegion(faces, region),
+                                           keywords, PickFunction::kPickEdges);
+        return EdgeRows(*result.meshes[0].edges,
+                        [&](std::uint32_t vertex) { return mesh.InputVertex(vertex); });
+    }
     const ArrayMeshes meshes = OneMesh(vertices, faces, py::none());
     const BuiltPick pick = RunPick(meshes, region, keywords, PickFunction::kPickEdges);
-    const std::optional<EdgePick>& edges = pick.result.meshes[0].edges;
-    if (!edges)
-        return py::array_t<std::int64_t>(std::vector<py::ssize_t>{0, 2});
-    return EdgeRows(*edges, pick.inputVertexOf[0]);
+    const std::vector<std::uint32_t>& inputVertexOf = pick.inputVertexOf[0];
+    return EdgeRows(*pick.result.meshes[0].edges,
+                    [&](std::uint32_t vertex) { return inputVertexOf[vertex]; });
+}
+
+// pick_views(mesh, cameras, ...): mesh a Mesh or a (vertices, faces) pair.
+py::object PickViewsCall(py::object mesh, py::sequence cameras, py::object region,
+                         py::object reduce, py::object progress, const py::kwargs& keywords) {
+    try {
+        if (IsHeld(mesh))
+            return PickViews(mesh.cast<HeldMesh&>(), cameras, region, reduce, progress, keywords);
+        const bool pair = (py::isinstance<py::tuple>(mesh) || py::isinstance<py::list>(mesh)) &&
+                          py::len(mesh) == 2;
+        if (!pair)
+            throw py::value_error("mesh: expected a velpick.Mesh or a (vertices, faces) pair");
+        py::kwargs rest(keywords);
+        const py::object units = rest.contains("units_per_model_unit")
+                                     ? py::object(rest.attr("pop")("units_per_model_unit"))
+                                     : py::float_(PickSettings().unitsPerModelUnit);
+        const py::sequence arrays = py::reinterpret_borrow<py::sequence>(mesh);
+        const std::unique_ptr<HeldMesh> held = MakeMesh(arrays[0], arrays[1], units);
+        return PickViews(*held, cameras, region, reduce, progress, rest);
+    } catch (const PickError& error) {
+        throw py::value_error(error.Field() + ": " + error.what());
+    }
 }
 
 // Builds the mesh pick() would build, for measuring the binding's own cost.
@@ -214,6 +352,35 @@ Like pick() for several meshes that hide each other. meshes is a list of tuples
 placement is None or a 4x4 affine matrix from the mesh's internal units to scene internal units.
 Returns a list of bool arrays, one per mesh with one entry per face.)";
 
+constexpr const char* kMeshDoc = R"(Mesh(vertices, faces, *, units_per_model_unit=1000.0)
+
+A mesh built once for many picks: vertices (N, 3) in model units and faces (M, 3) as pick()
+takes them, converted at units_per_model_unit. pick(mesh, region, ...), pick_edges(mesh,
+region, ...) and pick_views(mesh, cameras, ...) take it in place of vertices, faces; it is never
+changed by a pick, so threads may pick it at once. It carries its scale: passing
+units_per_model_unit with it is an error. Feature graphs are built once per sharp angle.)";
+
+constexpr const char* kLoadMeshDoc = R"(load_mesh(path, *, units_per_model_unit=1000.0)
+
+Reads an STL, OBJ, PLY or OFF file into a Mesh with velpick's own readers (face i of the file
+is face i of the mesh). Raises ValueError naming the file when it cannot be read.)";
+
+constexpr const char* kPickViewsDoc =
+    R"(pick_views(mesh, cameras, *, region=None, picker="zbuffer", reduce=None, threads=None, progress=None, ...)
+
+Picks one mesh (a Mesh, or a (vertices, faces) pair) from every camera of the list cameras
+(camera dicts as pick() takes them). Row i of the result is exactly pick(mesh, region,
+camera=cameras[i], ...). region None is each camera's whole screen, the polygon (0, 0), (w, 0),
+(w, h), (0, h). picker: "zbuffer" or "scanline". threads: the most threads the call uses in
+all (None: all cores); views run in parallel without the GIL, a view's pick gets the threads
+left over when there are fewer views than threads.
+reduce None returns a bool array (views, faces); "any" a bool array (faces,): seen by some
+view; "count" a uint32 array (faces,): the number of views marking each face. Reductions hold
+no per-view array.
+progress: a callable progress(done, total) or True for a tqdm bar (where tqdm is installed),
+called from the calling thread while views run. Ctrl-C stops the call between views and raises
+KeyboardInterrupt. The other keywords are pick()'s.)";
+
 }  // namespace
 }  // namespace velpick::python
 
@@ -221,11 +388,26 @@ PYBIND11_MODULE(velpick, module) {
     namespace py = pybind11;
     using namespace velpick::python;
     module.doc() = kModuleDoc;
-    module.def("pick", &Pick, kPickDoc, py::arg("vertices"), py::arg("faces"), py::arg("region"),
-               py::kw_only(), py::arg("markable") = py::none());
+    py::class_<HeldMesh>(module, "Mesh", kMeshDoc)
+        .def(py::init(&MakeMesh), py::arg("vertices"), py::arg("faces"), py::kw_only(),
+             py::arg("units_per_model_unit") = velpick::PickSettings().unitsPerModelUnit)
+        .def_property_readonly("vertices", &MeshVertices,
+                               "The mesh's vertices (merged), model units, float64 (N, 3).")
+        .def_property_readonly("faces", &MeshFaces,
+                               "Face i's vertices (indices into vertices), int64 (M, 3).")
+        .def_property_readonly("units_per_model_unit",
+                               [](const HeldMesh& mesh) { return mesh.unitsPerModelUnit; })
+        .def("__len__", [](const HeldMesh& mesh) { return mesh.mesh->GetNumberOfTriangles(); });
+    module.def("load_mesh", &LoadMesh, kLoadMeshDoc, py::arg("path"), py::kw_only(),
+               py::arg("units_per_model_unit") = velpick::PickSettings().unitsPerModelUnit);
+    module.def("pick", &Pick, kPickDoc, py::arg("vertices"), py::arg("faces"),
+               py::arg("region") = py::none(), py::kw_only(), py::arg("markable") = py::none());
+    module.def("pick_views", &PickViewsCall, kPickViewsDoc, py::arg("mesh"), py::arg("cameras"),
+               py::kw_only(), py::arg("region") = py::none(), py::arg("reduce") = py::none(),
+               py::arg("progress") = py::none());
     module.def("pick_meshes", &PickMeshes, kPickMeshesDoc, py::arg("meshes"), py::arg("region"));
     module.def("pick_edges", &PickEdges, kPickEdgesDoc, py::arg("vertices"), py::arg("faces"),
-               py::arg("region"));
+               py::arg("region") = py::none());
     module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
     module.def("_build_mesh", &BuildOnly,
                "Converts and builds the host mesh pick() would build and returns its triangle "
