@@ -1,6 +1,8 @@
 // The velpick Python module: the picking library over numpy arrays, with the velpick program's
 // validation, pickers and mesh building.
 
+#include <dlfcn.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -352,6 +354,14 @@ Like pick() for several meshes that hide each other. meshes is a list of tuples
 placement is None or a 4x4 affine matrix from the mesh's internal units to scene internal units.
 Returns a list of bool arrays, one per mesh with one entry per face.)";
 
+// The folder velpick_py beside the file this module was loaded from.
+std::string SubmoduleFolder() {
+    Dl_info info{};
+    if (::dladdr(reinterpret_cast<const void*>(&SubmoduleFolder), &info) == 0 || !info.dli_fname)
+        return "velpick_py";
+    return (std::filesystem::path(info.dli_fname).parent_path() / "velpick_py").string();
+}
+
 constexpr const char* kMeshDoc = R"(Mesh(vertices, faces, *, units_per_model_unit=1000.0)
 
 A mesh built once for many picks: vertices (N, 3) in model units and faces (M, 3) as pick()
@@ -388,6 +398,11 @@ PYBIND11_MODULE(velpick, module) {
     namespace py = pybind11;
     using namespace velpick::python;
     module.doc() = kModuleDoc;
+    // velpick.dask and other pure-Python submodules live in velpick_py beside this library.
+    py::list path;
+    path.append(SubmoduleFolder());
+    module.attr("__path__") = path;
+
     py::class_<HeldMesh>(module, "Mesh", kMeshDoc)
         .def(py::init(&MakeMesh), py::arg("vertices"), py::arg("faces"), py::kw_only(),
              py::arg("units_per_model_unit") = velpick::PickSettings().unitsPerModelUnit)
