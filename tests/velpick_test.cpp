@@ -22,6 +22,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <velpick/host/feature_graphs.h>
+#include "camera_view.h"
 #include "palette.h"
 #include "picker.h"
 #include "scene.h"
@@ -29,6 +31,7 @@
 #include "support/obj_text.h"
 #include "support/ray_cast_oracle.h"
 #include "support/scene_builders.h"
+#include "view_batch.h"
 
 namespace {
 
@@ -320,6 +323,119 @@ TEST_F(VelpickTest, ConcurrentPicksAtTwoScalesGiveTheSequentialMarks) {
             EXPECT_EQ(marks, sequential[r]) << runs[r].first << " " << runs[r].second;
 }
 
+// A list of cameras: one result per view, each from the same initial marks, as the scenes of
+// the single cameras give; --view must name one of them.
+TEST_F(VelpickTest, CameraListPicksEachViewFromTheSameInitialMarks) {
+    Write("plate.obj", scene::ObjText(*Plate(0.5, 20, 20, 0)));
+    json list = {{"meshes", {{{"file", "plate.obj"}}}},
+                 {"start_marked", true},
+                 {"unmark", true},
+                 {"region", {{"polygon", {{2, 2}, {18, 3}, {10, 17}}}}}};
+    json cameras = json::array();
+    std::vector<json> singles;
+    for (double eyeX : {2.0, -5.0}) {
+        cameras.push_back({{"eye", {eyeX, -4, 30}},
+                           {"target", {5, 5, 0}},
+                           {"up", {0, 1, 0}},
+                           {"height", 12},
+                           {"screen", {20, 20}}});
+        json single = list;
+        single["camera"] = cameras.back();
+        singles.push_back(Pick(single)["meshes"][0]["marked"]);
+    }
+    list["camera"] = cameras;
+    const json views = Pick(list)["views"];
+    ASSERT_EQ(views.size(), 2u);
+    EXPECT_NE(singles[0], singles[1]);
+    for (std::size_t v = 0; v < 2; ++v)
+        EXPECT_EQ(views[v]["meshes"][0]["marked"], singles[v]) << "view " << v;
+    const RunResult beyond = RunScene(list, " --view 2");
+    EXPECT_EQ(beyond.status, 2);
+    EXPECT_NE(beyond.err.find("--view 2: the scene has 2 view(s)"), std::string::npos);
+}
+
+// One mesh shared by threads: views, pickers and initial marks differ per pick, graph picks
+// build feature graphs at new angles and write thicknesses, and every pick gets the marks it
+// gets alone; the mesh's own marks stay as loaded. The many-view batch gives the same rows.
+TEST_F(VelpickTest, PicksSharingOneMeshGetTheirSequentialMarks) {
+    Write("plate.obj", scene::ObjText(*Plate(0.5, 40, 40, 0)));
+    const json document = {
+        {"meshes", {{{"file", "plate.obj"}}}},
+        {"start_marked", true},
+        {"camera", json::parse(R"({"eye": [3, -4, 30], "target": [10, 10, 0], "up": [0, 1, 0],
+                                  "height": 20, "screen": [40, 40]})")},
+        {"region", {{"polygon", {{4.3, 5.1}, {35.2, 9.7}, {21.6, 33.4}}}}}};
+    const velpick::Scene scene = velpick::ParseScene(document, "scene", m_dir);
+    const auto meshes = velpick::LoadSceneMeshes(scene, "scene");
+    velpick::FeatureGraphGuard guard;
+    velpick::PickRequest base = velpick::MakePickRequest(scene, meshes);
+    base.meshes[0].graphGuard = &guard;
+    struct Run {
+        std::string picker;
+        double eyeX;
+        bool unmark;
+        double angle, thickness;
+    };
+    const std::vector<Run> runs = {{"zbuffer", 3, true, 30, 0},   {"scanline", -6, true, 30, 0},
+                                   {"zbuffer", 9, false, 30, 0},  {"graph", 3, false, 10, 0},
+                                   {"graph", -6, false, 50, 0.2}, {"graph", 9, false, 30, 0}};
+    const auto pick = [&](const Run& run) {
+        velpick::PickRequest request = base;
+        request.settings.picker = run.picker;
+        request.settings.unmark = run.unmark;
+        request.settings.graph.sharpAngleDegrees = run.angle;
+        request.settings.graph.thickness = run.thickness;
+        velpick::OrthoCamera camera = std::get<velpick::OrthoCamera>(*scene.view.camera);
+        camera.eye.x = run.eyeX;
+        request.view = {*velpick::CameraView(camera, 1000.0), camera};
+        const velpick::MeshPick mesh = velpick::MakePicker(run.picker)->Pick(request).meshes[0];
+        if (!mesh.edges)
+            return mesh.triangles;
+        std::vector<std::size_t> ends;  // the marked edges' coordinates, flattened
+        for (const velpick::EdgeEnds& edge : mesh.edges->marked)
+            for (const auto& end : edge)
+                ends.insert(ends.end(), end.begin(), end.end());
+        return ends;
+    };
+    std::vector<std::vector<std::size_t>> sequential;
+    for (const Run& run : runs)
+        sequential.push_back(pick(run));
+    EXPECT_NE(sequential[0], sequential[1]);
+    EXPECT_LT(sequential[0].size(), meshes[0]->GetNumberOfTriangles());  // unmarked some
+    ReleaseFeatureEdgeGraphs(*meshes[0]);
+    velpick::FeatureGraphGuard freshGuard;  // the graphs are built again, now by the threads
+    base.meshes[0].graphGuard = &freshGuard;
+    std::vector<std::vector<std::vector<std::size_t>>> concurrent(runs.size());
+    std::vector<std::thread> threads;
+    for (std::size_t r = 0; r < runs.size(); ++r)
+        threads.emplace_back([&, r] {
+            for (int repeat = 0; repeat < 3; ++repeat)
+                concurrent[r].push_back(pick(runs[r]));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (std::size_t r = 0; r < runs.size(); ++r)
+        for (const auto& marks : concurrent[r])
+            EXPECT_EQ(marks, sequential[r]) << "run " << r;
+    for (std::size_t t = 0; t < meshes[0]->GetNumberOfTriangles(); ++t)
+        ASSERT_TRUE(meshes[0]->GetTriangle(t).IsMarked()) << "a pick wrote into the mesh";
+
+    velpick::ViewBatch batch{base.meshes[0], {}, {base.settings.region}, base.settings};
+    batch.settings.unmark = true;
+    batch.settings.threads = 2;
+    for (std::size_t r : {0, 1, 2}) {
+        velpick::OrthoCamera camera = std::get<velpick::OrthoCamera>(*scene.view.camera);
+        camera.eye.x = runs[r].eyeX;
+        batch.views.push_back({*velpick::CameraView(camera, 1000.0), camera});
+    }
+    std::vector<std::vector<std::size_t>> rows(3);
+    velpick::PickViews(batch, 0, 3, [&](std::size_t v, const std::vector<std::size_t>& marked) {
+        rows[v] = marked;
+    });
+    EXPECT_EQ(rows[0], sequential[0]);
+    EXPECT_EQ(rows[2], pick({"zbuffer", 9, true, 30, 0}));
+}
+
 // ---- errors: status 2, one line naming the file and the field, no output left behind ----
 
 struct ErrorCase {
@@ -551,46 +667,7 @@ TEST_F(VelpickTest, DemoAndHelpNeedNoSceneFile) {
         EXPECT_NE(help.out.find(picker), std::string::npos) << picker;
 }
 
-// ---- the scan-line and graph pickers ----
-
-double Jaccard(const std::set<std::size_t>& a, const std::set<std::size_t>& b) {
-    std::size_t common = 0;
-    for (std::size_t i : a)
-        common += b.count(i);
-    const std::size_t all = a.size() + b.size() - common;
-    return all == 0 ? 1.0 : static_cast<double>(common) / all;
-}
-
-TEST_F(OcclusionScene, ScanLinePickerAgreesWithTheZBufferAndIgnoresThreadCount) {
-    json scene = Scene();
-    const json zbuffer = Pick(scene);
-    scene["picker"] = "scanline";
-    scene["threads"] = 1;
-    const json single = Pick(scene);
-    scene["threads"] = 2;
-    const json dual = Pick(scene);
-    EXPECT_EQ(single["picker"], "scanline");
-    EXPECT_EQ(single["meshes"], dual["meshes"]);
-    const MStlBase* meshes[] = {back.get(), front.get()};
-    for (std::size_t mesh = 0; mesh < 2; ++mesh) {
-        const std::set<std::size_t> z = Marked(zbuffer, mesh), s = Marked(single, mesh);
-        ASSERT_FALSE(s.empty());
-        // The rectangle's sides run along cell borders: the z-buffer tests pixel centres, the
-        // scan-line picker exact intervals that touch the cells just outside. They differ
-        // only there (measured: 0.82 and 0.77).
-        EXPECT_GE(Jaccard(z, s), 0.75) << "mesh " << mesh;
-        for (std::size_t i = 0; i < meshes[mesh]->GetNumberOfTriangles(); ++i) {
-            if (z.count(i) != s.count(i)) {
-                EXPECT_FALSE(WellInside(Centroid(*meshes[mesh], i))) << "mesh " << mesh << " " << i;
-                EXPECT_FALSE(WellOutside(Centroid(*meshes[mesh], i)))
-                    << "mesh " << mesh << " " << i;
-            }
-        }
-    }
-    // What the front plate hides stays unmarked for the scan-line picker too.
-    for (std::size_t i : Marked(single, 0))
-        EXPECT_GE(Centroid(*back, i).x, 9.0) << "hidden triangle " << i << " marked";
-}
+// ---- the graph picker ----
 
 // A closed cube of side 10 model units from the origin, each face n × n cells.
 Mesh Cube(int n) {
@@ -629,32 +706,6 @@ struct ObliqueView {
 
 // Back-face culling leaves only faces turned to the viewer. For the scan-line picker even a
 // mark-through pick culls, which tells whether its screen is mirrored the right way.
-TEST_F(VelpickTest, BackFaceCullingKeepsOnlyFrontFacesThroughBothPickers) {
-    const Mesh cube = Cube(4);
-    const ObliqueView view;
-    Write("cube.obj", scene::ObjText(*cube));
-    std::vector<bool> front;
-    for (const MStlTriangle& t : cube->Triangles())
-        front.push_back(view.FacesViewer(t.GetNormal()));
-    json scene = {{"meshes", {{{"file", "cube.obj"}}}},
-                  {"view", view.Matrix()},
-                  {"pixel_proportion", 10},
-                  {"back_face_culling", true},
-                  {"region", {{"polygon", {{-20, -20}, {20, -20}, {20, 20}, {-20, 20}}}}}};
-    for (const char* picker : {"zbuffer", "scanline"}) {
-        SCOPED_TRACE(picker);
-        scene["picker"] = picker;
-        const std::set<std::size_t> visible = Marked(Pick(scene), 0);
-        EXPECT_FALSE(visible.empty());
-        for (std::size_t i : visible)
-            EXPECT_TRUE(front[i]) << "back face " << i << " marked";
-    }
-    scene["picker"] = "scanline";
-    scene["mark_through"] = true;
-    const std::set<std::size_t> through = Marked(Pick(scene), 0);
-    for (std::size_t i = 0; i < front.size(); ++i)
-        EXPECT_EQ(through.count(i), front[i] ? 1u : 0u) << "triangle " << i;
-}
 
 // The cube's 12 edges are its feature graph (the face diagonals are flat). An edge is under
 // the lasso when a point sampled along its projection falls on a pixel whose centre lies

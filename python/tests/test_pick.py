@@ -100,35 +100,6 @@ def test_array_layouts_and_types_give_the_same_marks(floor):
     assert empty.shape == (0,) and empty.dtype == np.bool_
 
 
-def test_picks_from_several_threads_match_serial_picks(floor):
-    # Nothing is shared between picks: each carries its own scale into the mesh and the picker.
-    vertices, faces = floor
-    scales = [500.0, 1000.0, 2000.0, 4000.0]
-    views = {s: np.diag([1.0 / s, 1.0 / s, 1.0 / s, 1.0]) for s in scales}
-    expected = {s: velpick.pick(vertices, faces, TRIANGLE, view=views[s],
-                                units_per_model_unit=s) for s in scales}
-    results, errors = {}, []
-
-    def run(scale):
-        try:
-            for _ in range(5):
-                mask = velpick.pick(vertices, faces, TRIANGLE, view=views[scale],
-                                    units_per_model_unit=scale)
-                results.setdefault(scale, []).append(mask)
-        except Exception as error:  # reported below, not lost in the thread
-            errors.append(error)
-
-    threads = [threading.Thread(target=run, args=(s,)) for s in scales]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    assert not errors
-    for scale in scales:
-        for mask in results[scale]:
-            np.testing.assert_array_equal(mask, expected[scale])
-
-
 def test_the_gil_is_released_while_picking():
     # While another thread picks a large mesh, this thread keeps running: the longest pause
     # between its steps stays far below the pick's duration.
