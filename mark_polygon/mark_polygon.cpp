@@ -136,12 +136,14 @@ class MStlBaseOperatorMarkPolygon::Impl {
     bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
     void _NumberTriangles();
     void _DrawMesh(std::size_t mesh, RowRange band, std::uint8_t* covered);
+    template <bool kPlanes>
+    void _DrawTriangles(std::size_t mesh, RowRange rows, std::uint8_t* covered);
     void _DrawInBands(int bands);
     void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
                      bool candidate);
     void _CloseDepthPass();
     void _FindVisibleTriangles();
-    void _ApplyMarks();
+    void _ApplyMarks(bool retested);
     bool _ReachesFront(std::uint8_t state, const point3f& a, const point3f& b, const point3f& c);
     void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
 
@@ -297,10 +299,8 @@ void MStlBaseOperatorMarkPolygon::Impl::SetPolygon(const std::vector<point2d>& p
         FindPolygonBBoxInPixelsDimention(polygon, m_pixelProportion);
     m_regionPoints = std::make_unique<point2d[]>(polygon.size());
     m_regionPointCount = polygon.size();
-    for (std::size_t i = 0; i < polygon.size(); ++i) {
-        m_regionPoints[i] = {std::floor(m_pixelProportion * polygon[i].x) - box.min.x,
-                             std::floor(polygon[i].y * m_pixelProportion) - box.min.y};
-    }
+    for (std::size_t i = 0; i < polygon.size(); ++i)
+        m_regionPoints[i] = PointInPixelFrame(polygon[i], m_pixelProportion, box);
     m_isBrush = false;
     m_regionBox = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y),
                    TruncateToInt32(box.max.x), TruncateToInt32(box.max.y)};
@@ -330,10 +330,10 @@ void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>&
 
     m_regionPointCount = path.size();
     m_regionPoints = std::make_unique<point2d[]>(path.size());
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        m_regionPoints[i] = {std::floor(path[i].x * p) - m_regionBox.xmin,
-                             std::floor(path[i].y * p) - m_regionBox.ymin};
-    }
+    VelSDK::Math::boundingbox<double, 2> box;
+    box.min = {static_cast<double>(m_regionBox.xmin), static_cast<double>(m_regionBox.ymin)};
+    for (std::size_t i = 0; i < path.size(); ++i)
+        m_regionPoints[i] = PointInPixelFrame(path[i], p, box);
     m_isBrush = true;
 }
 
@@ -391,9 +391,13 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
         }
         _CloseDepthPass();
     }
-    _FindVisibleTriangles();
+    // On several threads the re-test runs beforehand on all of them; on one it runs as the
+    // marks are applied, in the same walk over the triangles.
+    const bool retested = _Threads() > 1;
+    if (retested)
+        _FindVisibleTriangles();
     // Marks are applied only now, after every mesh is drawn, so that meshes hide each other.
-    _ApplyMarks();
+    _ApplyMarks(retested);
     return true;
 }
 
@@ -667,13 +671,23 @@ bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTri
 // owner number) whether they reached a region pixel; occluders draw as no owner.
 void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh, RowRange band,
                                                   std::uint8_t* covered) {
+    if (m_clippingPlanes.empty())
+        _DrawTriangles<false>(mesh, band, covered);
+    else
+        _DrawTriangles<true>(mesh, band, covered);
+}
+
+// The draw loop, compiled apart for runs without planes, whose loop has no plane test.
+template <bool kPlanes>
+void MStlBaseOperatorMarkPolygon::Impl::_DrawTriangles(std::size_t mesh, RowRange rows,
+                                                       std::uint8_t* covered) {
     const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
     const point3f* screen = m_screenPoints[mesh].data();
     const std::uint32_t firstOwner = m_firstOwner[mesh];
     const std::uint8_t* states = m_states.data() + firstOwner;
     covered += firstOwner;
     _DepthRaster& raster = m_depthRaster;
-    const bool planes = !m_clippingPlanes.empty();
+    const detail::ScanBand band(raster.m_height, rows);
     for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
         MStlTriangle* triangle = triangles.Chunk(chunk);
         const std::size_t length = triangles.ChunkLength(chunk);
@@ -683,7 +697,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh, RowRange ban
                 continue;
             MStlTriangle& t = triangle[i];
             const bool candidate = state == kCandidate;
-            if (planes) {
+            if constexpr (kPlanes) {
                 const PlaneCut cut = _CutByPlanes(mesh, t);
                 if (cut.verdict == PlaneCut::kStraddles)
                     _DrawPieces(mesh, t, cut.firstPlane, candidate);
@@ -774,18 +788,28 @@ void MStlBaseOperatorMarkPolygon::Impl::_FindVisibleTriangles() {
     }
 }
 
-// A flat scan of the state bytes: per mesh, its visible triangles in order, then the pieces
-// this run cut from its triangles.
-void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks() {
+// Per mesh, its visible triangles in order, then the pieces this run cut from its triangles.
+// Unless `retested`, each covered triangle that won no pixel is tested here.
+void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks(bool retested) {
     std::size_t piece = 0;
     const std::size_t firstPieceOwner = m_states.size() - m_pieces.size();
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
-        const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+        const point3f* screen = m_screenPoints[mesh].data();
         const std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-        for (std::size_t t = 0; t < triangles.Size(); ++t) {
-            if ((states[t] & kCoveredFlag) && (states[t] & kVisibleFlag))
-                _ApplyMark(mesh, triangles[t]);
-        }
+        ForEachChunk(m_meshes[mesh]->_Triangles(), 1,
+                     [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
+                         for (std::size_t i = 0; i < length; ++i) {
+                             const std::uint8_t state = states[first + i];
+                             if (!(state & kCoveredFlag))
+                                 continue;
+                             MStlTriangle& t = triangle[i];
+                             if (retested ? (state & kVisibleFlag) != 0
+                                          : _ReachesFront(state, screen[t.GetPointIndex(0)],
+                                                          screen[t.GetPointIndex(1)],
+                                                          screen[t.GetPointIndex(2)]))
+                                 _ApplyMark(mesh, t);
+                         }
+                     });
         for (; piece < m_piecesEnd[mesh]; ++piece) {
             const _ClippedPieceRecord& cut = m_pieces[piece];
             if (_ReachesFront(m_states[firstPieceOwner + piece], cut.corners[0], cut.corners[1],
