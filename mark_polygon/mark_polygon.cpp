@@ -1,5 +1,6 @@
 #include <velpick/mark_polygon.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
@@ -101,6 +102,7 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void SetMarkThrough(bool markThrough);
     void SetUnmark(bool unmark);
     void SetThreads(int threads);
+    bool SetCandidateTriangles(const std::uint32_t* triangles, std::size_t count);
     bool operate();
     std::uint64_t RasterBytes() const;
 
@@ -124,6 +126,9 @@ class MStlBaseOperatorMarkPolygon::Impl {
     bool _RasterSize(std::uint32_t& width, std::int32_t& height) const;
     bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
     int _Threads() const;
+    const std::vector<std::uint32_t>* _CandidateList(std::size_t mesh) const;
+    template <class Visit>
+    void _ForEachTriangle(std::size_t mesh, int threads, Visit&& visit) const;
     void _ClassifyTriangles(std::size_t mesh);
     void _ComputeOutcodes(std::size_t mesh);
     void _ClassByOutcodesAndFacing(std::size_t mesh);
@@ -158,6 +163,10 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::vector<bool> m_markWholeMesh;
     std::vector<std::vector<MStlSurface*>> m_markableSurfaces;
     std::vector<IStlMarkTriangles*> m_sinks;
+    // Per mesh: whether a candidate list restricts the run to the triangles listed, and the
+    // list (ascending triangle indices).
+    std::vector<bool> m_listed;
+    std::vector<std::vector<std::uint32_t>> m_candidateLists;
     std::vector<MMTransformMatrix> m_modelView;
     std::vector<MMTransformMatrix> m_inversePlacement;
     std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
@@ -246,6 +255,11 @@ void MStlBaseOperatorMarkPolygon::SetThreads(int threads) {
     m_impl->SetThreads(threads);
 }
 
+bool MStlBaseOperatorMarkPolygon::SetCandidateTriangles(const std::uint32_t* triangles,
+                                                        std::size_t count) {
+    return m_impl->SetCandidateTriangles(triangles, count);
+}
+
 bool MStlBaseOperatorMarkPolygon::operate() {
     return m_impl->operate();
 }
@@ -273,6 +287,8 @@ void MStlBaseOperatorMarkPolygon::Impl::AddStl(MStlBase* stl, const MMTransformM
     m_markWholeMesh.push_back(markWholeMesh);
     m_sinks.push_back(sink);
     m_markableSurfaces.emplace_back();
+    m_listed.push_back(false);
+    m_candidateLists.emplace_back();
     // The placement acts first, then the view.
     m_modelView.push_back(view ? *view : identity);
     m_modelView.back().PostMultiply(placement ? *placement : identity);
@@ -351,6 +367,44 @@ void MStlBaseOperatorMarkPolygon::Impl::SetUnmark(bool unmark) {
 
 void MStlBaseOperatorMarkPolygon::Impl::SetThreads(int threads) {
     m_threads = threads;
+}
+
+bool MStlBaseOperatorMarkPolygon::Impl::SetCandidateTriangles(const std::uint32_t* triangles,
+                                                              std::size_t count) {
+    if (m_meshes.empty() || (count > 0 && !triangles))
+        return false;
+    const std::size_t size = m_meshes.back()->_Triangles().Size();
+    for (std::size_t k = 0; k < count; ++k) {
+        if (triangles[k] >= size || (k > 0 && triangles[k] <= triangles[k - 1]))
+            return false;
+    }
+    m_candidateLists.back().assign(triangles, triangles + count);
+    m_listed.back() = true;
+    return true;
+}
+
+const std::vector<std::uint32_t>* MStlBaseOperatorMarkPolygon::Impl::_CandidateList(
+    std::size_t mesh) const {
+    return m_listed[mesh] ? &m_candidateLists[mesh] : nullptr;
+}
+
+// Calls visit(triangle, index) for every triangle of the mesh that the run considers: all of
+// them, chunk by chunk on up to `threads` threads, or the listed ones in order on the calling
+// thread.
+template <class Visit>
+void MStlBaseOperatorMarkPolygon::Impl::_ForEachTriangle(std::size_t mesh, int threads,
+                                                         Visit&& visit) const {
+    const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+    if (const std::vector<std::uint32_t>* list = _CandidateList(mesh)) {
+        for (const std::uint32_t t : *list)
+            visit(triangles[t], std::size_t{t});
+        return;
+    }
+    ForEachChunk(triangles, threads,
+                 [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
+                     for (std::size_t i = 0; i < length; ++i)
+                         visit(triangle[i], first + i);
+                 });
 }
 
 int MStlBaseOperatorMarkPolygon::Impl::_Threads() const {
@@ -433,15 +487,25 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
         m_modelToScreen.push_back(transform);
         // Coordinates pass through float on the way in, as the float transform takes them.
         ScreenPoints& screen = m_screenPoints.emplace_back(points.Size());
-        ForEachChunk(
-            points, _Threads(), [&](const MStlPoint* point, std::size_t first, std::size_t length) {
-                for (std::size_t i = 0; i < length; ++i) {
-                    const point3f p = ToFloat(point[i]);
-                    const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
-                    screen[first + i] = {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
-                                         static_cast<float>(mapped.z)};
-                }
+        const auto project = [&](const MStlPoint& point) {
+            const point3f p = ToFloat(point);
+            const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
+            return point3f{static_cast<float>(mapped.x), static_cast<float>(mapped.y),
+                           static_cast<float>(mapped.z)};
+        };
+        if (_CandidateList(mesh)) {
+            // Only the listed triangles' vertices are read later.
+            _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
+                for (std::size_t k = 0; k < 3; ++k)
+                    screen[t.GetPointIndex(k)] = project(points[t.GetPointIndex(k)]);
             });
+            continue;
+        }
+        ForEachChunk(points, _Threads(),
+                     [&](const MStlPoint* point, std::size_t first, std::size_t length) {
+                         for (std::size_t i = 0; i < length; ++i)
+                             screen[first + i] = project(point[i]);
+                     });
     }
 }
 
@@ -528,14 +592,23 @@ void MStlBaseOperatorMarkPolygon::Impl::_ComputeOutcodes(std::size_t mesh) {
     const auto right = static_cast<float>(std::int64_t{m_regionBox.xmax} - m_regionBox.xmin);
     const auto top = static_cast<float>(std::int64_t{m_regionBox.ymax} - m_regionBox.ymin);
     m_outcodes.resize(screen.size());
+    const auto outcode = [&](std::size_t v) {
+        const point3f& p = screen[v];
+        m_outcodes[v] = static_cast<std::uint8_t>(
+            (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
+            (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
+    };
+    if (_CandidateList(mesh)) {
+        _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
+            for (std::size_t k = 0; k < 3; ++k)
+                outcode(t.GetPointIndex(k));
+        });
+        return;
+    }
     ForEachChunk(m_meshes[mesh]->_Points(), _Threads(),
                  [&](const MStlPoint*, std::size_t first, std::size_t length) {
-                     for (std::size_t v = first; v < first + length; ++v) {
-                         const point3f& p = screen[v];
-                         m_outcodes[v] = static_cast<std::uint8_t>(
-                             (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
-                             (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
-                     }
+                     for (std::size_t v = first; v < first + length; ++v)
+                         outcode(v);
                  });
 }
 
@@ -549,21 +622,19 @@ bool MStlBaseOperatorMarkPolygon::Impl::_FrontFacing(std::size_t mesh, std::size
 void MStlBaseOperatorMarkPolygon::Impl::_ClassByOutcodesAndFacing(std::size_t mesh) {
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
     const bool whole = m_markWholeMesh[mesh];
-    ForEachChunk(m_meshes[mesh]->_Triangles(), _Threads(),
-                 [&](const MStlTriangle* triangle, std::size_t first, std::size_t length) {
-                     for (std::size_t i = 0; i < length; ++i) {
-                         const MStlTriangle& t = triangle[i];
-                         const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
-                                                     m_outcodes[t.GetPointIndex(1)] &
-                                                     m_outcodes[t.GetPointIndex(2)];
-                         std::uint8_t triangleClass = kOccluder;
-                         if (!t.IsVisible() || shared != 0)
-                             triangleClass = kIgnored;
-                         else if (whole && (!m_backFaceCulling || _FrontFacing(mesh, first + i)))
-                             triangleClass = kCandidate;
-                         classes[first + i] = triangleClass;
-                     }
-                 });
+    // Triangles left out of a candidate list are absent from the run.
+    if (_CandidateList(mesh))
+        std::fill_n(classes, m_meshes[mesh]->_Triangles().Size(), kIgnored);
+    _ForEachTriangle(mesh, _Threads(), [&](const MStlTriangle& t, std::size_t index) {
+        const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
+                                    m_outcodes[t.GetPointIndex(1)] & m_outcodes[t.GetPointIndex(2)];
+        std::uint8_t triangleClass = kOccluder;
+        if (!t.IsVisible() || shared != 0)
+            triangleClass = kIgnored;
+        else if (whole && (!m_backFaceCulling || _FrontFacing(mesh, index)))
+            triangleClass = kCandidate;
+        classes[index] = triangleClass;
+    });
 }
 
 void MStlBaseOperatorMarkPolygon::Impl::_AddMarkableSurfaces(std::size_t mesh) {
@@ -681,39 +752,32 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh, RowRange ban
 template <bool kPlanes>
 void MStlBaseOperatorMarkPolygon::Impl::_DrawTriangles(std::size_t mesh, RowRange rows,
                                                        std::uint8_t* covered) {
-    const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
     const point3f* screen = m_screenPoints[mesh].data();
     const std::uint32_t firstOwner = m_firstOwner[mesh];
     const std::uint8_t* states = m_states.data() + firstOwner;
     covered += firstOwner;
     _DepthRaster& raster = m_depthRaster;
     const detail::ScanBand band(raster.m_height, rows);
-    for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
-        MStlTriangle* triangle = triangles.Chunk(chunk);
-        const std::size_t length = triangles.ChunkLength(chunk);
-        for (std::size_t i = 0; i < length; ++i) {
-            const std::uint8_t state = states[first + i];
-            if (state == kIgnored)
-                continue;
-            MStlTriangle& t = triangle[i];
-            const bool candidate = state == kCandidate;
-            if constexpr (kPlanes) {
-                const PlaneCut cut = _CutByPlanes(mesh, t);
-                if (cut.verdict == PlaneCut::kStraddles)
-                    _DrawPieces(mesh, t, cut.firstPlane, candidate);
-                if (cut.verdict != PlaneCut::kWhole)
-                    continue;
-            }
-            const std::uint32_t owner =
-                candidate ? firstOwner + static_cast<std::uint32_t>(first + i) : kNoOwner;
-            if (_RasterizeTriangleDepth(raster, band, screen[t.GetPointIndex(0)],
-                                        screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)],
-                                        owner) &&
-                candidate)
-                covered[first + i] |= kCoveredFlag;
+    _ForEachTriangle(mesh, 1, [&](MStlTriangle& t, std::size_t index) {
+        const std::uint8_t state = states[index];
+        if (state == kIgnored)
+            return;
+        const bool candidate = state == kCandidate;
+        if constexpr (kPlanes) {
+            const PlaneCut cut = _CutByPlanes(mesh, t);
+            if (cut.verdict == PlaneCut::kStraddles)
+                _DrawPieces(mesh, t, cut.firstPlane, candidate);
+            if (cut.verdict != PlaneCut::kWhole)
+                return;
         }
-        first += length;
-    }
+        const std::uint32_t owner =
+            candidate ? firstOwner + static_cast<std::uint32_t>(index) : kNoOwner;
+        if (_RasterizeTriangleDepth(raster, band, screen[t.GetPointIndex(0)],
+                                    screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)],
+                                    owner) &&
+            candidate)
+            covered[index] |= kCoveredFlag;
+    });
 }
 
 // Every band of rows is drawn by one task over all triangles in their order, so each pixel
@@ -773,18 +837,13 @@ void MStlBaseOperatorMarkPolygon::Impl::_FindVisibleTriangles() {
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         const point3f* screen = m_screenPoints[mesh].data();
         std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-        ForEachChunk(
-            m_meshes[mesh]->_Triangles(), _Threads(),
-            [&](const MStlTriangle* triangle, std::size_t first, std::size_t length) {
-                for (std::size_t i = 0; i < length; ++i) {
-                    std::uint8_t& state = states[first + i];
-                    const MStlTriangle& t = triangle[i];
-                    if ((state & kCoveredFlag) &&
-                        _ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
-                                      screen[t.GetPointIndex(2)]))
-                        state |= kVisibleFlag;
-                }
-            });
+        _ForEachTriangle(mesh, _Threads(), [&](const MStlTriangle& t, std::size_t index) {
+            std::uint8_t& state = states[index];
+            if ((state & kCoveredFlag) &&
+                _ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
+                              screen[t.GetPointIndex(2)]))
+                state |= kVisibleFlag;
+        });
     }
 }
 
@@ -796,20 +855,15 @@ void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks(bool retested) {
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         const point3f* screen = m_screenPoints[mesh].data();
         const std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-        ForEachChunk(m_meshes[mesh]->_Triangles(), 1,
-                     [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
-                         for (std::size_t i = 0; i < length; ++i) {
-                             const std::uint8_t state = states[first + i];
-                             if (!(state & kCoveredFlag))
-                                 continue;
-                             MStlTriangle& t = triangle[i];
-                             if (retested ? (state & kVisibleFlag) != 0
-                                          : _ReachesFront(state, screen[t.GetPointIndex(0)],
-                                                          screen[t.GetPointIndex(1)],
-                                                          screen[t.GetPointIndex(2)]))
-                                 _ApplyMark(mesh, t);
-                         }
-                     });
+        _ForEachTriangle(mesh, 1, [&](MStlTriangle& t, std::size_t index) {
+            const std::uint8_t state = states[index];
+            if (!(state & kCoveredFlag))
+                return;
+            if (retested ? (state & kVisibleFlag) != 0
+                         : _ReachesFront(state, screen[t.GetPointIndex(0)],
+                                         screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)]))
+                _ApplyMark(mesh, t);
+        });
         for (; piece < m_piecesEnd[mesh]; ++piece) {
             const _ClippedPieceRecord& cut = m_pieces[piece];
             if (_ReachesFront(m_states[firstPieceOwner + piece], cut.corners[0], cut.corners[1],

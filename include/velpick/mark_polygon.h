@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -54,6 +55,18 @@ class MStlBaseOperatorMarkPolygon {
     /// Makes the triangles of `surface` markable in the mesh registered last. Calls accumulate.
     /// Ignored before any mesh is registered or for a null surface.
     void SetMarkableSurface(MStlSurface* surface);
+
+    /// Restricts the run, in the mesh registered last, to the `count` triangles listed (indices
+    /// into the mesh, strictly ascending): the others are treated as if absent, neither drawn
+    /// nor marked. Triangles the run would reject anyway change nothing by their absence: a
+    /// caller that lists every triangle whose screen bounds (of its vertices in front of the
+    /// near plane, under a perspective projection, and of every triangle crossing it) meet the
+    /// region's pixel box gets exactly the marks of the run without a list, in the same order,
+    /// with the work of the run proportional to the list instead of the mesh. Returns false,
+    /// changing nothing, when no mesh is registered, `triangles` is null with a nonzero
+    /// count, or an index is out of range or not above the one before. A later call replaces
+    /// the list; an empty list leaves the mesh out of the run.
+    bool SetCandidateTriangles(const std::uint32_t* triangles, std::size_t count);
 
     /// Keeps only a·x + b·y + c·z + d ≥ 0 (in placement space): triangles entirely on the
     /// other side are neither drawn nor marked, triangles across the plane are cut.
