@@ -1,4 +1,5 @@
 #include <velpick/mark_polygon.h>
+#include <velpick/perspective_projection.h>
 
 #include <algorithm>
 #include <cmath>
@@ -36,6 +37,9 @@ constexpr std::uint32_t kOutcodeLeft = 1;   // x ≤ 0
 constexpr std::uint32_t kOutcodeRight = 2;  // x ≥ xmax − xmin
 constexpr std::uint32_t kOutcodeBelow = 4;  // y ≥ ymax − ymin
 constexpr std::uint32_t kOutcodeAbove = 8;  // y ≤ 0
+// Under a perspective projection: the vertex lies nearer than the near plane, and its x and y
+// bits are left clear, as its projection means nothing.
+constexpr std::uint32_t kOutcodeNear = 16;
 
 // Triangle classes of one run, kept in bits 2-3 of a triangle's state byte beside the
 // depth-pass flags kCoveredFlag and kVisibleFlag.
@@ -43,6 +47,13 @@ constexpr std::uint8_t kOccluder = 0x0;   // drawn into the depth buffer, never 
 constexpr std::uint8_t kCandidate = 0x4;  // may be marked
 constexpr std::uint8_t kIgnored = 0x8;    // neither drawn nor marked
 constexpr std::uint8_t kSelected = 0xC;   // mark-through: covers a region pixel
+constexpr std::uint8_t kClassMask = 0xC;
+// Beside the class: the triangle crosses the near plane of a perspective projection and is
+// drawn and tested only as the pieces cut from it.
+constexpr std::uint8_t kNearCut = 0x10;
+// The screen depth of a vertex nearer than the near plane: every reciprocal depth in front of
+// it is positive.
+constexpr float kBehindNearDepth = -1.0f;
 
 /// A tolerance in model length as whole internal units; negative and NaN give 0.
 std::size_t ToInternalUnits(double tolerance, double unitsPerModelUnit) {
@@ -102,6 +113,7 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void SetMarkThrough(bool markThrough);
     void SetUnmark(bool unmark);
     void SetThreads(int threads);
+    void SetPerspective(const PerspectiveProjection& projection);
     bool SetCandidateTriangles(const std::uint32_t* triangles, std::size_t count);
     bool operate();
     std::uint64_t RasterBytes() const;
@@ -135,18 +147,22 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void _AddMarkableSurfaces(std::size_t mesh);
     void _IgnoreHiddenSurfaces(std::size_t mesh);
     bool _FrontFacing(std::size_t mesh, std::size_t triangle) const;
+    void _PrepareNearPlanes();
+    point3f _Project(std::size_t mesh, const MMTransformMatrix& toScreen, const point3f& p) const;
     PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
     void _ProjectPiece(std::size_t mesh, _ClippedPieceRecord& piece) const;
     void _MarkThroughMesh(std::size_t mesh);
-    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
+    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle, bool nearCut);
     void _NumberTriangles();
     void _DrawMesh(std::size_t mesh, RowRange band, std::uint8_t* covered);
     template <bool kPlanes>
     void _DrawTriangles(std::size_t mesh, RowRange rows, std::uint8_t* covered);
     void _DrawInBands(int bands);
-    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
-                     bool candidate);
+    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, const MMPlaneEq<double>* planes,
+                     std::size_t count, bool candidate);
     void _CloseDepthPass();
+    /// The scale k of the reciprocal depths k/depth the buffer holds; 0 when it holds depths.
+    double _ReciprocalScale() const { return m_perspective ? m_projection.nearDistance : 0.0; }
     void _FindVisibleTriangles();
     void _ApplyMarks(bool retested);
     bool _ReachesFront(std::uint8_t state, const point3f& a, const point3f& b, const point3f& c);
@@ -191,7 +207,16 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::vector<std::uint8_t> m_outcodes;       // of the mesh being processed, by vertex
     std::shared_ptr<const std::vector<point3d>> m_normals;  // of that mesh, with culling
     int m_threads = 0;                                      // 0: the whole arena
-    std::vector<std::vector<std::uint8_t>> m_bandFlags;     // per band, by owner number
+    // A perspective projection after the views, when set; then, per mesh and run, the near
+    // plane followed by the mesh's clipping planes, the eye in model space, and the sign that
+    // turns the eye's side of a triangle's plane into its winding on the screen.
+    bool m_perspective = false;
+    PerspectiveProjection m_projection{};
+    std::vector<std::vector<MMPlaneEq<double>>> m_nearPlanes;
+    std::vector<point3d> m_eyes;
+    std::vector<double> m_windingSigns;
+    bool m_anyNearCut = false;  // some triangle of this run crosses the near plane
+    std::vector<std::vector<std::uint8_t>> m_bandFlags;  // per band, by owner number
 };
 
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
@@ -253,6 +278,10 @@ void MStlBaseOperatorMarkPolygon::SetUnmark(bool unmark) {
 
 void MStlBaseOperatorMarkPolygon::SetThreads(int threads) {
     m_impl->SetThreads(threads);
+}
+
+void MStlBaseOperatorMarkPolygon::SetPerspective(const PerspectiveProjection& projection) {
+    m_impl->SetPerspective(projection);
 }
 
 bool MStlBaseOperatorMarkPolygon::SetCandidateTriangles(const std::uint32_t* triangles,
@@ -369,6 +398,11 @@ void MStlBaseOperatorMarkPolygon::Impl::SetThreads(int threads) {
     m_threads = threads;
 }
 
+void MStlBaseOperatorMarkPolygon::Impl::SetPerspective(const PerspectiveProjection& projection) {
+    m_perspective = true;
+    m_projection = projection;
+}
+
 bool MStlBaseOperatorMarkPolygon::Impl::SetCandidateTriangles(const std::uint32_t* triangles,
                                                               std::size_t count) {
     if (m_meshes.empty() || (count > 0 && !triangles))
@@ -416,6 +450,8 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     _PrepareScreenSpace();
     if (!m_clippingPlanes.empty())
         _MapClippingPlanes();
+    if (m_perspective)
+        _PrepareNearPlanes();
     // A region with no points selects nothing (and a brush needs at least one disc).
     if (m_regionPointCount == 0)
         return true;
@@ -433,9 +469,11 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     m_piecesEnd.assign(m_meshes.size(), 0);
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
         _ClassifyTriangles(mesh);
+    m_anyNearCut = m_perspective && std::any_of(m_states.begin(), m_states.end(),
+                                                [](std::uint8_t s) { return (s & kNearCut) != 0; });
     // Clipping cuts pieces whose numbers depend on what was drawn before them, so a run with
-    // planes draws on one thread.
-    const int bands = m_clippingPlanes.empty() ? _Threads() : 1;
+    // planes, or with triangles across the near plane, draws on one thread.
+    const int bands = m_clippingPlanes.empty() && !m_anyNearCut ? _Threads() : 1;
     if (bands > 1) {
         _DrawInBands(bands);
     } else {
@@ -488,10 +526,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
         // Coordinates pass through float on the way in, as the float transform takes them.
         ScreenPoints& screen = m_screenPoints.emplace_back(points.Size());
         const auto project = [&](const MStlPoint& point) {
-            const point3f p = ToFloat(point);
-            const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
-            return point3f{static_cast<float>(mapped.x), static_cast<float>(mapped.y),
-                           static_cast<float>(mapped.z)};
+            return _Project(mesh, transform, ToFloat(point));
         };
         if (_CandidateList(mesh)) {
             // Only the listed triangles' vertices are read later.
@@ -506,6 +541,61 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
                          for (std::size_t i = 0; i < length; ++i)
                              screen[first + i] = project(point[i]);
                      });
+    }
+}
+
+// A model point in pixel space: through the model-to-pixel transform, or under a perspective
+// projection into eye space, divided by its depth, scaled to pixels and moved to the region's
+// origin, with the reciprocal depth near/depth as its z. A vertex nearer than the near plane
+// gets kBehindNearDepth; the corners of pieces cut at the plane, which float rounding may put a
+// hair in front of it, are projected at the near depth.
+point3f MStlBaseOperatorMarkPolygon::Impl::_Project(std::size_t mesh,
+                                                    const MMTransformMatrix& toScreen,
+                                                    const point3f& p) const {
+    if (!m_perspective) {
+        const point3d mapped = toScreen.TransformPoint({p.x, p.y, p.z});
+        return {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
+                static_cast<float>(mapped.z)};
+    }
+    const PerspectiveProjection& camera = m_projection;
+    const point3d eye = m_modelView[mesh].TransformPoint({p.x, p.y, p.z});
+    const double depth = -eye.z;
+    if (depth < camera.nearDistance)
+        return {0.0f, 0.0f, kBehindNearDepth};
+    const double scale = m_pixelProportion;
+    return {static_cast<float>((camera.cx + camera.fx * eye.x / depth) * scale +
+                               (0.5 - m_regionBox.xmin)),
+            static_cast<float>((camera.cy + camera.fy * eye.y / depth) * scale +
+                               (0.5 - m_regionBox.ymin)),
+            static_cast<float>(camera.nearDistance / depth)};
+}
+
+// Per mesh: the near plane −z − near ≥ 0 of eye space carried into model space, followed by
+// the mesh's clipping planes; the eye in model space; and the winding sign: the projection
+// winds counter-clockwise where sign · normal · (eye − vertex) > 0, the sign being that of
+// fx·fy and of the view's determinant.
+void MStlBaseOperatorMarkPolygon::Impl::_PrepareNearPlanes() {
+    m_nearPlanes.clear();
+    m_eyes.clear();
+    m_windingSigns.clear();
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+        MMTransformMatrix toModel = m_modelView[mesh];
+        toModel.Invert();
+        std::vector<MMPlaneEq<double>> planes{VelSDK::Math::TransformPlane(
+            MMPlaneEq<double>{0.0, 0.0, -1.0, -m_projection.nearDistance}, toModel)};
+        if (!m_clippingPlanes.empty()) {
+            const std::vector<MMPlaneEq<double>>& user = m_meshClippingPlanes[mesh];
+            planes.insert(planes.end(), user.begin(), user.end());
+        }
+        m_nearPlanes.push_back(std::move(planes));
+        m_eyes.push_back(toModel.TransformPoint({0.0, 0.0, 0.0}));
+        const MMTransformMatrix& m = m_modelView[mesh];
+        const double determinant =
+            m.Get(0, 0) * (m.Get(1, 1) * m.Get(2, 2) - m.Get(1, 2) * m.Get(2, 1)) -
+            m.Get(0, 1) * (m.Get(1, 0) * m.Get(2, 2) - m.Get(1, 2) * m.Get(2, 0)) +
+            m.Get(0, 2) * (m.Get(1, 0) * m.Get(2, 1) - m.Get(1, 1) * m.Get(2, 0));
+        const double projected = m_projection.fx * m_projection.fy;
+        m_windingSigns.push_back((determinant < 0.0) != (projected < 0.0) ? -1.0 : 1.0);
     }
 }
 
@@ -592,8 +682,13 @@ void MStlBaseOperatorMarkPolygon::Impl::_ComputeOutcodes(std::size_t mesh) {
     const auto right = static_cast<float>(std::int64_t{m_regionBox.xmax} - m_regionBox.xmin);
     const auto top = static_cast<float>(std::int64_t{m_regionBox.ymax} - m_regionBox.ymin);
     m_outcodes.resize(screen.size());
+    const bool perspective = m_perspective;
     const auto outcode = [&](std::size_t v) {
         const point3f& p = screen[v];
+        if (perspective && p.z == kBehindNearDepth) {
+            m_outcodes[v] = kOutcodeNear;
+            return;
+        }
         m_outcodes[v] = static_cast<std::uint8_t>(
             (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
             (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
@@ -614,6 +709,12 @@ void MStlBaseOperatorMarkPolygon::Impl::_ComputeOutcodes(std::size_t mesh) {
 
 // Facing the viewer means a normal against the viewing direction; edge-on counts as back.
 bool MStlBaseOperatorMarkPolygon::Impl::_FrontFacing(std::size_t mesh, std::size_t triangle) const {
+    if (m_perspective) {
+        const point3d vertex = m_meshes[mesh]->_Triangles()[triangle].GetVertex(0);
+        const point3d& eye = m_eyes[mesh];
+        const point3d toEye{eye.x - vertex.x, eye.y - vertex.y, eye.z - vertex.z};
+        return m_windingSigns[mesh] * Dot((*m_normals)[triangle], toEye) > 0.0;
+    }
     return Dot((*m_normals)[triangle], m_viewDirections[mesh]) < 0.0;
 }
 
@@ -626,13 +727,15 @@ void MStlBaseOperatorMarkPolygon::Impl::_ClassByOutcodesAndFacing(std::size_t me
     if (_CandidateList(mesh))
         std::fill_n(classes, m_meshes[mesh]->_Triangles().Size(), kIgnored);
     _ForEachTriangle(mesh, _Threads(), [&](const MStlTriangle& t, std::size_t index) {
-        const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
-                                    m_outcodes[t.GetPointIndex(1)] & m_outcodes[t.GetPointIndex(2)];
+        const std::uint8_t a = m_outcodes[t.GetPointIndex(0)], b = m_outcodes[t.GetPointIndex(1)],
+                           c = m_outcodes[t.GetPointIndex(2)];
         std::uint8_t triangleClass = kOccluder;
-        if (!t.IsVisible() || shared != 0)
+        if (!t.IsVisible() || (a & b & c) != 0)
             triangleClass = kIgnored;
         else if (whole && (!m_backFaceCulling || _FrontFacing(mesh, index)))
             triangleClass = kCandidate;
+        if (triangleClass != kIgnored && ((a | b | c) & kOutcodeNear))
+            triangleClass |= kNearCut;
         classes[index] = triangleClass;
     });
 }
@@ -645,11 +748,11 @@ void MStlBaseOperatorMarkPolygon::Impl::_AddMarkableSurfaces(std::size_t mesh) {
             continue;  // a surface of another mesh marks nothing here
         for (MStlTriangle& triangle : surface->Triangles()) {
             const std::size_t t = triangle.GetMaskIndex();
-            if (classes[t] == kIgnored)
+            if ((classes[t] & kClassMask) == kIgnored)
                 continue;
             if (m_backFaceCulling && !_FrontFacing(mesh, t))
                 continue;
-            classes[t] = kCandidate;
+            classes[t] = static_cast<std::uint8_t>((classes[t] & ~kClassMask) | kCandidate);
         }
     }
 }
@@ -690,8 +793,12 @@ MStlBaseOperatorMarkPolygon::Impl::PlaneCut MStlBaseOperatorMarkPolygon::Impl::_
 
 void MStlBaseOperatorMarkPolygon::Impl::_ProjectPiece(std::size_t mesh,
                                                       _ClippedPieceRecord& piece) const {
-    for (point3f& corner : piece.corners)
-        m_modelToScreen[mesh].Transform(corner, corner, false);
+    for (point3f& corner : piece.corners) {
+        if (m_perspective)
+            corner = _Project(mesh, m_modelToScreen[mesh], corner);
+        else
+            m_modelToScreen[mesh].Transform(corner, corner, false);
+    }
 }
 
 // Selecting writes only each triangle's own class, so it runs on every thread unless the
@@ -703,7 +810,9 @@ void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
     ForEachChunk(stl._Triangles(), m_clippingPlanes.empty() ? _Threads() : 1,
                  [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
                      for (std::size_t i = 0; i < length; ++i) {
-                         if (classes[first + i] == kCandidate && _TouchesRegion(mesh, triangle[i]))
+                         const std::uint8_t state = classes[first + i];
+                         if ((state & kClassMask) == kCandidate &&
+                             _TouchesRegion(mesh, triangle[i], (state & kNearCut) != 0))
                              classes[first + i] = kSelected;
                      }
                  });
@@ -715,10 +824,13 @@ void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
 }
 
 // Mark-through test of one triangle, or of what the clipping planes leave of it.
-bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle) {
+bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle,
+                                                       bool nearCut) {
     const ScreenPoints& screen = m_screenPoints[mesh];
-    const PlaneCut cut =
+    PlaneCut cut =
         m_clippingPlanes.empty() ? PlaneCut{PlaneCut::kWhole, 0} : _CutByPlanes(mesh, triangle);
+    if (nearCut)
+        cut = {PlaneCut::kStraddles, 0};
     if (cut.verdict == PlaneCut::kWhole) {
         return _TriangleTouchesRegion(m_regionRaster, screen[triangle.GetPointIndex(0)],
                                       screen[triangle.GetPointIndex(1)],
@@ -726,7 +838,8 @@ bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTri
     }
     if (cut.verdict == PlaneCut::kDropped)
         return false;
-    const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
+    const std::vector<MMPlaneEq<double>>& planes =
+        nearCut ? m_nearPlanes[mesh] : m_meshClippingPlanes[mesh];
     _ClipTriangle(triangle, planes.data() + cut.firstPlane, planes.size() - cut.firstPlane,
                   m_clipWork);
     for (_ClippedPieceRecord& piece : m_clipWork.pieces) {
@@ -742,7 +855,7 @@ bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTri
 // owner number) whether they reached a region pixel; occluders draw as no owner.
 void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh, RowRange band,
                                                   std::uint8_t* covered) {
-    if (m_clippingPlanes.empty())
+    if (m_clippingPlanes.empty() && !m_anyNearCut)
         _DrawTriangles<false>(mesh, band, covered);
     else
         _DrawTriangles<true>(mesh, band, covered);
@@ -760,15 +873,24 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawTriangles(std::size_t mesh, RowRang
     const detail::ScanBand band(raster.m_height, rows);
     _ForEachTriangle(mesh, 1, [&](MStlTriangle& t, std::size_t index) {
         const std::uint8_t state = states[index];
-        if (state == kIgnored)
+        if ((state & kClassMask) == kIgnored)
             return;
-        const bool candidate = state == kCandidate;
+        const bool candidate = (state & kClassMask) == kCandidate;
         if constexpr (kPlanes) {
-            const PlaneCut cut = _CutByPlanes(mesh, t);
-            if (cut.verdict == PlaneCut::kStraddles)
-                _DrawPieces(mesh, t, cut.firstPlane, candidate);
-            if (cut.verdict != PlaneCut::kWhole)
+            if (state & kNearCut) {
+                const std::vector<MMPlaneEq<double>>& planes = m_nearPlanes[mesh];
+                _DrawPieces(mesh, t, planes.data(), planes.size(), candidate);
                 return;
+            }
+            if (!m_clippingPlanes.empty()) {
+                const PlaneCut cut = _CutByPlanes(mesh, t);
+                const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
+                if (cut.verdict == PlaneCut::kStraddles)
+                    _DrawPieces(mesh, t, planes.data() + cut.firstPlane,
+                                planes.size() - cut.firstPlane, candidate);
+                if (cut.verdict != PlaneCut::kWhole)
+                    return;
+            }
         }
         const std::uint32_t owner =
             candidate ? firstOwner + static_cast<std::uint32_t>(index) : kNoOwner;
@@ -793,7 +915,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawInBands(int bands) {
         flags.assign(m_states.size(), 0);
         for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
             _DrawMesh(mesh, rows, flags.data());
-        _FinalizeDepthRows(m_depthRaster, flags.data(), rows);
+        _FinalizeDepthRows(m_depthRaster, flags.data(), rows, _ReciprocalScale());
     });
     for (const std::vector<std::uint8_t>& flags : m_bandFlags) {
         for (std::size_t owner = 0; owner < m_states.size(); ++owner)
@@ -805,9 +927,9 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawInBands(int bands) {
 // Pieces are numbered after every triangle, in the order they are cut; only those that cover
 // a region pixel are kept.
 void MStlBaseOperatorMarkPolygon::Impl::_DrawPieces(std::size_t mesh, MStlTriangle& triangle,
-                                                    std::size_t firstPlane, bool candidate) {
-    const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
-    _ClipTriangle(triangle, planes.data() + firstPlane, planes.size() - firstPlane, m_clipWork);
+                                                    const MMPlaneEq<double>* planes,
+                                                    std::size_t count, bool candidate) {
+    _ClipTriangle(triangle, planes, count, m_clipWork);
     for (_ClippedPieceRecord& piece : m_clipWork.pieces) {
         _ProjectPiece(mesh, piece);
         std::uint32_t owner = kNoOwner;
@@ -828,7 +950,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawPieces(std::size_t mesh, MStlTriang
 // finalization reaches every owner.
 void MStlBaseOperatorMarkPolygon::Impl::_CloseDepthPass() {
     m_states.resize(m_states.size() + m_pieces.size(), kCandidate | kCoveredFlag);
-    _FinalizeDepthRaster(m_depthRaster, m_states.data());
+    _FinalizeDepthRaster(m_depthRaster, m_states.data(), _ReciprocalScale());
 }
 
 // Every covered triangle that did not win a pixel is tested against the thresholds; each test

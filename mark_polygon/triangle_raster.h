@@ -486,11 +486,14 @@ inline bool _RasterizeTriangleDepth(_DepthRaster& raster, const VelSDK::Math::po
 /// `flags[owner]` gets kVisibleFlag when it has kCoveredFlag, loses it otherwise. Then the
 /// owner is overwritten by the threshold depth − tolerance. A region pixel never drawn gets
 /// threshold −FLT_MAX. Pixels outside the region are left as they are. `flags` is indexed by
-/// owner number and must reach every owner drawn in those rows.
-void _FinalizeDepthRows(_DepthRaster& raster, std::uint8_t* flags, RowRange rows);
+/// owner number and must reach every owner drawn in those rows. With `reciprocalScale` k > 0 the
+/// buffer holds reciprocal depths q = k/depth instead, and the threshold is the q of the depth
+/// k/q + tolerance, computed in double and rounded to the nearest float.
+void _FinalizeDepthRows(_DepthRaster& raster, std::uint8_t* flags, RowRange rows,
+                        double reciprocalScale = 0.0);
 
 /// Closes the depth pass over the whole raster.
-void _FinalizeDepthRaster(_DepthRaster& raster, std::uint8_t* flags);
+void _FinalizeDepthRaster(_DepthRaster& raster, std::uint8_t* flags, double reciprocalScale = 0.0);
 
 /// Whether the triangle reaches the front of a finalized raster: first a vertex lying in a
 /// region pixel with z ≥ that pixel's threshold; when all three vertices lie in region pixels

@@ -8,6 +8,7 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/perspective_projection.h>
 
 class MStlBase;
 class MStlSurface;
@@ -99,6 +100,23 @@ class MStlBaseOperatorMarkPolygon {
     /// thread, each over every triangle in order, so the marks do not depend on this setting.
     /// Runs with clipping planes draw on one thread.
     void SetThreads(int threads);
+
+    /// Sees every mesh through `projection` after its view (see PerspectiveProjection): each
+    /// `view` then maps into eye space. Without this call the view is affine, as documented at
+    /// AddStl. Under a projection:
+    /// - the near plane acts as an extra clipping plane in each mesh: triangles wholly nearer
+    ///   than it are ignored, triangles across it are cut and their far part drawn and marked;
+    /// - the depth buffer stores q = near/depth as a float (rounded to nearest from the double
+    ///   computed per vertex), larger nearer; q is affine across the screen, so the walks'
+    ///   linear interpolation of it is the perspective-correct one. The tolerance stays a depth
+    ///   in model units: a pixel's threshold is near/(near/qFront + tolerance), computed in
+    ///   double from the float qFront and rounded to nearest float; a pixel never drawn keeps
+    ///   −FLT_MAX;
+    /// - back-face culling keeps the triangles whose projection winds counter-clockwise on the
+    ///   screen, which for the part in front of the near plane is the eye lying on the side of
+    ///   the triangle's plane its normal points to; decided in model space, edge-on is back.
+    /// Brush radii, the pixel proportion and the region stay in screen units.
+    void SetPerspective(const AU_MarkOperations::PolygonMarking::PerspectiveProjection& projection);
 
     /// The bytes operate() will allocate for its selection rasters with the region and mode set
     /// now (see Memory below); 0 when it will refuse the region. Lets a caller refuse a region
