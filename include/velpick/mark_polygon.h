@@ -60,9 +60,9 @@ class MStlBaseOperatorMarkPolygon {
     /// Restricts the run, in the mesh registered last, to the `count` triangles listed (indices
     /// into the mesh, strictly ascending): the others are treated as if absent, neither drawn
     /// nor marked. Triangles the run would reject anyway change nothing by their absence: a
-    /// caller that lists every triangle whose screen bounds (of its vertices in front of the
-    /// near plane, under a perspective projection, and of every triangle crossing it) meet the
-    /// region's pixel box gets exactly the marks of the run without a list, in the same order,
+    /// caller that lists every triangle whose screen bounds meet the region's pixel box (under
+    /// a perspective projection, also every triangle that crosses the near plane) gets exactly
+    /// the marks of the run without a list, in the same order,
     /// with the work of the run proportional to the list instead of the mesh. Returns false,
     /// changing nothing, when no mesh is registered, `triangles` is null with a nonzero
     /// count, or an index is out of range or not above the one before. A later call replaces
