@@ -98,6 +98,20 @@ void BM_PickTwoThreads(benchmark::State& state, bench::PickOptions options) {
     state.counters["triangles"] = static_cast<double>(torus.GetNumberOfTriangles());
 }
 
+void BM_PickPerspective(benchmark::State& state) {
+    MStlBase& torus = bench::TorusMesh(static_cast<std::size_t>(state.range(0)));
+    bench::PickOptions options;
+    options.perspective = true;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(bench::Pick(torus, options));
+    state.counters["triangles"] = static_cast<double>(torus.GetNumberOfTriangles());
+}
+// The half-view lasso through a pinhole, beside the table's orthographic rows.
+BENCHMARK(BM_PickPerspective)
+    ->Name("BM_Pick/perspective")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond);
+
 // Named under BM_Pick so that bench/run picks them up; wall time, as two threads share the work.
 const bool kTwoThreadRows = [] {
     const std::pair<const char*, bench::PickOptions> kinds[] = {

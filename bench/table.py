@@ -44,6 +44,8 @@ def main(path):
         for kind in ("visible", "through", "culling", "brush"):
             row(f"z-buffer {kind}, {label}, 2 threads (wall)",
                 f"BM_Pick/{kind}_2threads/{size}/real_time")
+        row(f"z-buffer perspective, {label}", f"BM_Pick/perspective/{size}",
+            "(target <= 1.1 x z-buffer visible)" if size == 1000000 else "")
         row(f"streaming floor, {label}", f"Floor/stream/{size}")
         row(f"Embree build (all threads), {label}", f"Embree/build/{size}/real_time")
     row("graph build, 1M, 30 degrees", "BM_GraphBuild", "(target <= 0.5 x z-buffer visible)")
@@ -79,6 +81,9 @@ def main(path):
         two = get(f"BM_Pick/{kind}_2threads/1000000/real_time")
         if one and two:
             print(f"  {kind} 2 threads / 1 thread (target 0.6)  {two / one:6.2f}")
+    perspective = get("BM_Pick/perspective/1000000")
+    if pick and perspective:
+        print(f"  perspective / visible (target 1.1)       {perspective / pick:6.2f}")
     graph_build, graph_pick = get("BM_GraphBuild"), get("BM_GraphPick")
     if pick and graph_build:
         print(f"  graph build / pick                       {graph_build / pick:6.2f}")

@@ -2,8 +2,8 @@
 
 // The benchmark scene: a noisy torus (fixed seed) of 100k, 1M or 4M triangles seen obliquely
 // in a 1000 × 1000 pixel view, a disc lasso over half the view, a brush stroke of radius 20
-// pixels and two clipping planes. Meshes are generated once per process, written as binary
-// PLY and loaded through the importer, as a user's scan would be.
+// pixels and two clipping planes; the same view as a pinhole camera. Meshes are generated once per
+// process, written as binary PLY and loaded through the importer, as a user's scan would be.
 
 #include <cmath>
 #include <cstdint>
@@ -111,17 +111,37 @@ inline std::vector<MMPlaneEq<double>> Planes() {
     return {{-1, 0, 0, 40000}, {0, 0, 1, 10000}};
 }
 
+/// The same view as a pinhole: the tilted torus moved kEyeDistance in front of the eye (eye
+/// space in internal units), with a focal length that gives the plane through the torus's
+/// centre the orthographic view's scale.
+constexpr double kEyeDistance = 300000.0;  // internal units, 3.5 torus radii
+inline MMTransformMatrix EyeView() {
+    MMTransformMatrix tilt, away;
+    tilt.MakeRotationInPlane({0, 0, 1}, {0, -0.6, 0.8}, {0, 0, 0});
+    away.MakeTranslation({0, 0, -kEyeDistance});
+    away.PostMultiply(tilt);
+    return away;
+}
+
+inline AU_MarkOperations::PolygonMarking::PerspectiveProjection Pinhole() {
+    const double focal = 0.001 * kEyeDistance;  // screen units per unit of x/depth
+    return {focal, focal, 0.0, 0.0, 1e-4 * kEyeDistance};
+}
+
 struct PickOptions {
     bool markThrough = false, culling = false, planes = false, brush = false;
+    bool perspective = false;
     double discRadius = kDiscRadiusPixels;
     int threads = 1;  // the picker's SetThreads
 };
 
 /// One pick on `mesh` as a user's drag would run it.
 inline bool Pick(MStlBase& mesh, const PickOptions& o) {
-    static const MMTransformMatrix view = View(), placement;
+    static const MMTransformMatrix view = View(), eyeView = EyeView(), placement;
     MStlBaseOperatorMarkPolygon picker(kPixelsPerUnit, 0.05, false);
-    picker.AddStl(&mesh, &view, &placement, true, nullptr);
+    picker.AddStl(&mesh, o.perspective ? &eyeView : &view, &placement, true, nullptr);
+    if (o.perspective)
+        picker.SetPerspective(Pinhole());
     if (o.brush)
         picker.SetBrushPath(Stroke(), kBrushRadiusUnits);
     else

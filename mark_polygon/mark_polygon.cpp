@@ -1,5 +1,7 @@
 #include <velpick/mark_polygon.h>
+#include <velpick/perspective_projection.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
@@ -35,6 +37,9 @@ constexpr std::uint32_t kOutcodeLeft = 1;   // x ≤ 0
 constexpr std::uint32_t kOutcodeRight = 2;  // x ≥ xmax − xmin
 constexpr std::uint32_t kOutcodeBelow = 4;  // y ≥ ymax − ymin
 constexpr std::uint32_t kOutcodeAbove = 8;  // y ≤ 0
+// Under a perspective projection: the vertex lies nearer than the near plane, and its x and y
+// bits are left clear, as its projection means nothing.
+constexpr std::uint32_t kOutcodeNear = 16;
 
 // Triangle classes of one run, kept in bits 2-3 of a triangle's state byte beside the
 // depth-pass flags kCoveredFlag and kVisibleFlag.
@@ -42,6 +47,13 @@ constexpr std::uint8_t kOccluder = 0x0;   // drawn into the depth buffer, never 
 constexpr std::uint8_t kCandidate = 0x4;  // may be marked
 constexpr std::uint8_t kIgnored = 0x8;    // neither drawn nor marked
 constexpr std::uint8_t kSelected = 0xC;   // mark-through: covers a region pixel
+constexpr std::uint8_t kClassMask = 0xC;
+// Beside the class: the triangle crosses the near plane of a perspective projection and is
+// drawn and tested only as the pieces cut from it.
+constexpr std::uint8_t kNearCut = 0x10;
+// The screen depth of a vertex nearer than the near plane: every reciprocal depth in front of
+// it is positive.
+constexpr float kBehindNearDepth = -1.0f;
 
 /// A tolerance in model length as whole internal units; negative and NaN give 0.
 std::size_t ToInternalUnits(double tolerance, double unitsPerModelUnit) {
@@ -101,6 +113,8 @@ class MStlBaseOperatorMarkPolygon::Impl {
     void SetMarkThrough(bool markThrough);
     void SetUnmark(bool unmark);
     void SetThreads(int threads);
+    void SetPerspective(const PerspectiveProjection& projection);
+    bool SetCandidateTriangles(const std::uint32_t* triangles, std::size_t count);
     bool operate();
     std::uint64_t RasterBytes() const;
 
@@ -124,24 +138,33 @@ class MStlBaseOperatorMarkPolygon::Impl {
     bool _RasterSize(std::uint32_t& width, std::int32_t& height) const;
     bool _BrushPathFits(std::int64_t width, std::int64_t height) const;
     int _Threads() const;
+    const std::vector<std::uint32_t>* _CandidateList(std::size_t mesh) const;
+    template <class Visit>
+    void _ForEachTriangle(std::size_t mesh, int threads, Visit&& visit) const;
     void _ClassifyTriangles(std::size_t mesh);
     void _ComputeOutcodes(std::size_t mesh);
     void _ClassByOutcodesAndFacing(std::size_t mesh);
     void _AddMarkableSurfaces(std::size_t mesh);
     void _IgnoreHiddenSurfaces(std::size_t mesh);
     bool _FrontFacing(std::size_t mesh, std::size_t triangle) const;
+    void _PrepareNearPlanes();
+    point3f _Project(std::size_t mesh, const MMTransformMatrix& toScreen, const point3f& p) const;
     PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
     void _ProjectPiece(std::size_t mesh, _ClippedPieceRecord& piece) const;
     void _MarkThroughMesh(std::size_t mesh);
-    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle);
+    bool _TouchesRegion(std::size_t mesh, MStlTriangle& triangle, bool nearCut);
     void _NumberTriangles();
     void _DrawMesh(std::size_t mesh, RowRange band, std::uint8_t* covered);
+    template <bool kPlanes>
+    void _DrawTriangles(std::size_t mesh, RowRange rows, std::uint8_t* covered);
     void _DrawInBands(int bands);
-    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, std::size_t firstPlane,
-                     bool candidate);
+    void _DrawPieces(std::size_t mesh, MStlTriangle& triangle, const MMPlaneEq<double>* planes,
+                     std::size_t count, bool candidate);
     void _CloseDepthPass();
+    /// The scale k of the reciprocal depths k/depth the buffer holds; 0 when it holds depths.
+    double _ReciprocalScale() const { return m_perspective ? m_projection.nearDistance : 0.0; }
     void _FindVisibleTriangles();
-    void _ApplyMarks();
+    void _ApplyMarks(bool retested);
     bool _ReachesFront(std::uint8_t state, const point3f& a, const point3f& b, const point3f& c);
     void _ApplyMark(std::size_t mesh, MStlTriangle& triangle);
 
@@ -156,6 +179,10 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::vector<bool> m_markWholeMesh;
     std::vector<std::vector<MStlSurface*>> m_markableSurfaces;
     std::vector<IStlMarkTriangles*> m_sinks;
+    // Per mesh: whether a candidate list restricts the run to the triangles listed, and the
+    // list (ascending triangle indices).
+    std::vector<bool> m_listed;
+    std::vector<std::vector<std::uint32_t>> m_candidateLists;
     std::vector<MMTransformMatrix> m_modelView;
     std::vector<MMTransformMatrix> m_inversePlacement;
     std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
@@ -180,7 +207,16 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::vector<std::uint8_t> m_outcodes;       // of the mesh being processed, by vertex
     std::shared_ptr<const std::vector<point3d>> m_normals;  // of that mesh, with culling
     int m_threads = 0;                                      // 0: the whole arena
-    std::vector<std::vector<std::uint8_t>> m_bandFlags;     // per band, by owner number
+    // A perspective projection after the views, when set; then, per mesh and run, the near
+    // plane followed by the mesh's clipping planes, the eye in model space, and the sign that
+    // turns the eye's side of a triangle's plane into its winding on the screen.
+    bool m_perspective = false;
+    PerspectiveProjection m_projection{};
+    std::vector<std::vector<MMPlaneEq<double>>> m_nearPlanes;
+    std::vector<point3d> m_eyes;
+    std::vector<double> m_windingSigns;
+    bool m_anyNearCut = false;  // some triangle of this run crosses the near plane
+    std::vector<std::vector<std::uint8_t>> m_bandFlags;  // per band, by owner number
 };
 
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
@@ -244,6 +280,15 @@ void MStlBaseOperatorMarkPolygon::SetThreads(int threads) {
     m_impl->SetThreads(threads);
 }
 
+void MStlBaseOperatorMarkPolygon::SetPerspective(const PerspectiveProjection& projection) {
+    m_impl->SetPerspective(projection);
+}
+
+bool MStlBaseOperatorMarkPolygon::SetCandidateTriangles(const std::uint32_t* triangles,
+                                                        std::size_t count) {
+    return m_impl->SetCandidateTriangles(triangles, count);
+}
+
 bool MStlBaseOperatorMarkPolygon::operate() {
     return m_impl->operate();
 }
@@ -271,6 +316,8 @@ void MStlBaseOperatorMarkPolygon::Impl::AddStl(MStlBase* stl, const MMTransformM
     m_markWholeMesh.push_back(markWholeMesh);
     m_sinks.push_back(sink);
     m_markableSurfaces.emplace_back();
+    m_listed.push_back(false);
+    m_candidateLists.emplace_back();
     // The placement acts first, then the view.
     m_modelView.push_back(view ? *view : identity);
     m_modelView.back().PostMultiply(placement ? *placement : identity);
@@ -297,10 +344,8 @@ void MStlBaseOperatorMarkPolygon::Impl::SetPolygon(const std::vector<point2d>& p
         FindPolygonBBoxInPixelsDimention(polygon, m_pixelProportion);
     m_regionPoints = std::make_unique<point2d[]>(polygon.size());
     m_regionPointCount = polygon.size();
-    for (std::size_t i = 0; i < polygon.size(); ++i) {
-        m_regionPoints[i] = {std::floor(m_pixelProportion * polygon[i].x) - box.min.x,
-                             std::floor(polygon[i].y * m_pixelProportion) - box.min.y};
-    }
+    for (std::size_t i = 0; i < polygon.size(); ++i)
+        m_regionPoints[i] = PointInPixelFrame(polygon[i], m_pixelProportion, box);
     m_isBrush = false;
     m_regionBox = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y),
                    TruncateToInt32(box.max.x), TruncateToInt32(box.max.y)};
@@ -330,10 +375,10 @@ void MStlBaseOperatorMarkPolygon::Impl::SetBrushPath(const std::vector<point2d>&
 
     m_regionPointCount = path.size();
     m_regionPoints = std::make_unique<point2d[]>(path.size());
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        m_regionPoints[i] = {std::floor(path[i].x * p) - m_regionBox.xmin,
-                             std::floor(path[i].y * p) - m_regionBox.ymin};
-    }
+    VelSDK::Math::boundingbox<double, 2> box;
+    box.min = {static_cast<double>(m_regionBox.xmin), static_cast<double>(m_regionBox.ymin)};
+    for (std::size_t i = 0; i < path.size(); ++i)
+        m_regionPoints[i] = PointInPixelFrame(path[i], p, box);
     m_isBrush = true;
 }
 
@@ -353,6 +398,49 @@ void MStlBaseOperatorMarkPolygon::Impl::SetThreads(int threads) {
     m_threads = threads;
 }
 
+void MStlBaseOperatorMarkPolygon::Impl::SetPerspective(const PerspectiveProjection& projection) {
+    m_perspective = true;
+    m_projection = projection;
+}
+
+bool MStlBaseOperatorMarkPolygon::Impl::SetCandidateTriangles(const std::uint32_t* triangles,
+                                                              std::size_t count) {
+    if (m_meshes.empty() || (count > 0 && !triangles))
+        return false;
+    const std::size_t size = m_meshes.back()->_Triangles().Size();
+    for (std::size_t k = 0; k < count; ++k) {
+        if (triangles[k] >= size || (k > 0 && triangles[k] <= triangles[k - 1]))
+            return false;
+    }
+    m_candidateLists.back().assign(triangles, triangles + count);
+    m_listed.back() = true;
+    return true;
+}
+
+const std::vector<std::uint32_t>* MStlBaseOperatorMarkPolygon::Impl::_CandidateList(
+    std::size_t mesh) const {
+    return m_listed[mesh] ? &m_candidateLists[mesh] : nullptr;
+}
+
+// Calls visit(triangle, index) for every triangle of the mesh that the run considers: all of
+// them, chunk by chunk on up to `threads` threads, or the listed ones in order on the calling
+// thread.
+template <class Visit>
+void MStlBaseOperatorMarkPolygon::Impl::_ForEachTriangle(std::size_t mesh, int threads,
+                                                         Visit&& visit) const {
+    const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+    if (const std::vector<std::uint32_t>* list = _CandidateList(mesh)) {
+        for (const std::uint32_t t : *list)
+            visit(triangles[t], std::size_t{t});
+        return;
+    }
+    ForEachChunk(triangles, threads,
+                 [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
+                     for (std::size_t i = 0; i < length; ++i)
+                         visit(triangle[i], first + i);
+                 });
+}
+
 int MStlBaseOperatorMarkPolygon::Impl::_Threads() const {
     const int arena = tbb::this_task_arena::max_concurrency();
     return m_threads >= 1 ? std::min(m_threads, arena) : arena;
@@ -362,6 +450,8 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     _PrepareScreenSpace();
     if (!m_clippingPlanes.empty())
         _MapClippingPlanes();
+    if (m_perspective)
+        _PrepareNearPlanes();
     // A region with no points selects nothing (and a brush needs at least one disc).
     if (m_regionPointCount == 0)
         return true;
@@ -379,9 +469,11 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     m_piecesEnd.assign(m_meshes.size(), 0);
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
         _ClassifyTriangles(mesh);
+    m_anyNearCut = m_perspective && std::any_of(m_states.begin(), m_states.end(),
+                                                [](std::uint8_t s) { return (s & kNearCut) != 0; });
     // Clipping cuts pieces whose numbers depend on what was drawn before them, so a run with
-    // planes draws on one thread.
-    const int bands = m_clippingPlanes.empty() ? _Threads() : 1;
+    // planes, or with triangles across the near plane, draws on one thread.
+    const int bands = m_clippingPlanes.empty() && !m_anyNearCut ? _Threads() : 1;
     if (bands > 1) {
         _DrawInBands(bands);
     } else {
@@ -391,9 +483,13 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
         }
         _CloseDepthPass();
     }
-    _FindVisibleTriangles();
+    // On several threads the re-test runs beforehand on all of them; on one it runs as the
+    // marks are applied, in the same walk over the triangles.
+    const bool retested = _Threads() > 1;
+    if (retested)
+        _FindVisibleTriangles();
     // Marks are applied only now, after every mesh is drawn, so that meshes hide each other.
-    _ApplyMarks();
+    _ApplyMarks(retested);
     return true;
 }
 
@@ -429,15 +525,77 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
         m_modelToScreen.push_back(transform);
         // Coordinates pass through float on the way in, as the float transform takes them.
         ScreenPoints& screen = m_screenPoints.emplace_back(points.Size());
-        ForEachChunk(
-            points, _Threads(), [&](const MStlPoint* point, std::size_t first, std::size_t length) {
-                for (std::size_t i = 0; i < length; ++i) {
-                    const point3f p = ToFloat(point[i]);
-                    const point3d mapped = transform.TransformPoint({p.x, p.y, p.z});
-                    screen[first + i] = {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
-                                         static_cast<float>(mapped.z)};
-                }
+        const auto project = [&](const MStlPoint& point) {
+            return _Project(mesh, transform, ToFloat(point));
+        };
+        if (_CandidateList(mesh)) {
+            // Only the listed triangles' vertices are read later.
+            _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
+                for (std::size_t k = 0; k < 3; ++k)
+                    screen[t.GetPointIndex(k)] = project(points[t.GetPointIndex(k)]);
             });
+            continue;
+        }
+        ForEachChunk(points, _Threads(),
+                     [&](const MStlPoint* point, std::size_t first, std::size_t length) {
+                         for (std::size_t i = 0; i < length; ++i)
+                             screen[first + i] = project(point[i]);
+                     });
+    }
+}
+
+// A model point in pixel space: through the model-to-pixel transform, or under a perspective
+// projection into eye space, divided by its depth, scaled to pixels and moved to the region's
+// origin, with the reciprocal depth near/depth as its z. A vertex nearer than the near plane
+// gets kBehindNearDepth; the corners of pieces cut at the plane, which float rounding may put a
+// hair in front of it, are projected at the near depth.
+point3f MStlBaseOperatorMarkPolygon::Impl::_Project(std::size_t mesh,
+                                                    const MMTransformMatrix& toScreen,
+                                                    const point3f& p) const {
+    if (!m_perspective) {
+        const point3d mapped = toScreen.TransformPoint({p.x, p.y, p.z});
+        return {static_cast<float>(mapped.x), static_cast<float>(mapped.y),
+                static_cast<float>(mapped.z)};
+    }
+    const PerspectiveProjection& camera = m_projection;
+    const point3d eye = m_modelView[mesh].TransformPoint({p.x, p.y, p.z});
+    const double depth = -eye.z;
+    if (depth < camera.nearDistance)
+        return {0.0f, 0.0f, kBehindNearDepth};
+    const double scale = m_pixelProportion;
+    return {static_cast<float>((camera.cx + camera.fx * eye.x / depth) * scale +
+                               (0.5 - m_regionBox.xmin)),
+            static_cast<float>((camera.cy + camera.fy * eye.y / depth) * scale +
+                               (0.5 - m_regionBox.ymin)),
+            static_cast<float>(camera.nearDistance / depth)};
+}
+
+// Per mesh: the near plane −z − near ≥ 0 of eye space carried into model space, followed by
+// the mesh's clipping planes; the eye in model space; and the winding sign: the projection
+// winds counter-clockwise where sign · normal · (eye − vertex) > 0, the sign being that of
+// fx·fy and of the view's determinant.
+void MStlBaseOperatorMarkPolygon::Impl::_PrepareNearPlanes() {
+    m_nearPlanes.clear();
+    m_eyes.clear();
+    m_windingSigns.clear();
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+        MMTransformMatrix toModel = m_modelView[mesh];
+        toModel.Invert();
+        std::vector<MMPlaneEq<double>> planes{VelSDK::Math::TransformPlane(
+            MMPlaneEq<double>{0.0, 0.0, -1.0, -m_projection.nearDistance}, toModel)};
+        if (!m_clippingPlanes.empty()) {
+            const std::vector<MMPlaneEq<double>>& user = m_meshClippingPlanes[mesh];
+            planes.insert(planes.end(), user.begin(), user.end());
+        }
+        m_nearPlanes.push_back(std::move(planes));
+        m_eyes.push_back(toModel.TransformPoint({0.0, 0.0, 0.0}));
+        const MMTransformMatrix& m = m_modelView[mesh];
+        const double determinant =
+            m.Get(0, 0) * (m.Get(1, 1) * m.Get(2, 2) - m.Get(1, 2) * m.Get(2, 1)) -
+            m.Get(0, 1) * (m.Get(1, 0) * m.Get(2, 2) - m.Get(1, 2) * m.Get(2, 0)) +
+            m.Get(0, 2) * (m.Get(1, 0) * m.Get(2, 1) - m.Get(1, 1) * m.Get(2, 0));
+        const double projected = m_projection.fx * m_projection.fy;
+        m_windingSigns.push_back((determinant < 0.0) != (projected < 0.0) ? -1.0 : 1.0);
     }
 }
 
@@ -524,19 +682,39 @@ void MStlBaseOperatorMarkPolygon::Impl::_ComputeOutcodes(std::size_t mesh) {
     const auto right = static_cast<float>(std::int64_t{m_regionBox.xmax} - m_regionBox.xmin);
     const auto top = static_cast<float>(std::int64_t{m_regionBox.ymax} - m_regionBox.ymin);
     m_outcodes.resize(screen.size());
+    const bool perspective = m_perspective;
+    const auto outcode = [&](std::size_t v) {
+        const point3f& p = screen[v];
+        if (perspective && p.z == kBehindNearDepth) {
+            m_outcodes[v] = kOutcodeNear;
+            return;
+        }
+        m_outcodes[v] = static_cast<std::uint8_t>(
+            (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
+            (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
+    };
+    if (_CandidateList(mesh)) {
+        _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
+            for (std::size_t k = 0; k < 3; ++k)
+                outcode(t.GetPointIndex(k));
+        });
+        return;
+    }
     ForEachChunk(m_meshes[mesh]->_Points(), _Threads(),
                  [&](const MStlPoint*, std::size_t first, std::size_t length) {
-                     for (std::size_t v = first; v < first + length; ++v) {
-                         const point3f& p = screen[v];
-                         m_outcodes[v] = static_cast<std::uint8_t>(
-                             (p.x <= 0.0f ? kOutcodeLeft : 0) | (p.x >= right ? kOutcodeRight : 0) |
-                             (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
-                     }
+                     for (std::size_t v = first; v < first + length; ++v)
+                         outcode(v);
                  });
 }
 
 // Facing the viewer means a normal against the viewing direction; edge-on counts as back.
 bool MStlBaseOperatorMarkPolygon::Impl::_FrontFacing(std::size_t mesh, std::size_t triangle) const {
+    if (m_perspective) {
+        const point3d vertex = m_meshes[mesh]->_Triangles()[triangle].GetVertex(0);
+        const point3d& eye = m_eyes[mesh];
+        const point3d toEye{eye.x - vertex.x, eye.y - vertex.y, eye.z - vertex.z};
+        return m_windingSigns[mesh] * Dot((*m_normals)[triangle], toEye) > 0.0;
+    }
     return Dot((*m_normals)[triangle], m_viewDirections[mesh]) < 0.0;
 }
 
@@ -545,21 +723,21 @@ bool MStlBaseOperatorMarkPolygon::Impl::_FrontFacing(std::size_t mesh, std::size
 void MStlBaseOperatorMarkPolygon::Impl::_ClassByOutcodesAndFacing(std::size_t mesh) {
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
     const bool whole = m_markWholeMesh[mesh];
-    ForEachChunk(m_meshes[mesh]->_Triangles(), _Threads(),
-                 [&](const MStlTriangle* triangle, std::size_t first, std::size_t length) {
-                     for (std::size_t i = 0; i < length; ++i) {
-                         const MStlTriangle& t = triangle[i];
-                         const std::uint8_t shared = m_outcodes[t.GetPointIndex(0)] &
-                                                     m_outcodes[t.GetPointIndex(1)] &
-                                                     m_outcodes[t.GetPointIndex(2)];
-                         std::uint8_t triangleClass = kOccluder;
-                         if (!t.IsVisible() || shared != 0)
-                             triangleClass = kIgnored;
-                         else if (whole && (!m_backFaceCulling || _FrontFacing(mesh, first + i)))
-                             triangleClass = kCandidate;
-                         classes[first + i] = triangleClass;
-                     }
-                 });
+    // Triangles left out of a candidate list are absent from the run.
+    if (_CandidateList(mesh))
+        std::fill_n(classes, m_meshes[mesh]->_Triangles().Size(), kIgnored);
+    _ForEachTriangle(mesh, _Threads(), [&](const MStlTriangle& t, std::size_t index) {
+        const std::uint8_t a = m_outcodes[t.GetPointIndex(0)], b = m_outcodes[t.GetPointIndex(1)],
+                           c = m_outcodes[t.GetPointIndex(2)];
+        std::uint8_t triangleClass = kOccluder;
+        if (!t.IsVisible() || (a & b & c) != 0)
+            triangleClass = kIgnored;
+        else if (whole && (!m_backFaceCulling || _FrontFacing(mesh, index)))
+            triangleClass = kCandidate;
+        if (triangleClass != kIgnored && ((a | b | c) & kOutcodeNear))
+            triangleClass |= kNearCut;
+        classes[index] = triangleClass;
+    });
 }
 
 void MStlBaseOperatorMarkPolygon::Impl::_AddMarkableSurfaces(std::size_t mesh) {
@@ -570,11 +748,11 @@ void MStlBaseOperatorMarkPolygon::Impl::_AddMarkableSurfaces(std::size_t mesh) {
             continue;  // a surface of another mesh marks nothing here
         for (MStlTriangle& triangle : surface->Triangles()) {
             const std::size_t t = triangle.GetMaskIndex();
-            if (classes[t] == kIgnored)
+            if ((classes[t] & kClassMask) == kIgnored)
                 continue;
             if (m_backFaceCulling && !_FrontFacing(mesh, t))
                 continue;
-            classes[t] = kCandidate;
+            classes[t] = static_cast<std::uint8_t>((classes[t] & ~kClassMask) | kCandidate);
         }
     }
 }
@@ -615,8 +793,12 @@ MStlBaseOperatorMarkPolygon::Impl::PlaneCut MStlBaseOperatorMarkPolygon::Impl::_
 
 void MStlBaseOperatorMarkPolygon::Impl::_ProjectPiece(std::size_t mesh,
                                                       _ClippedPieceRecord& piece) const {
-    for (point3f& corner : piece.corners)
-        m_modelToScreen[mesh].Transform(corner, corner, false);
+    for (point3f& corner : piece.corners) {
+        if (m_perspective)
+            corner = _Project(mesh, m_modelToScreen[mesh], corner);
+        else
+            m_modelToScreen[mesh].Transform(corner, corner, false);
+    }
 }
 
 // Selecting writes only each triangle's own class, so it runs on every thread unless the
@@ -628,7 +810,9 @@ void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
     ForEachChunk(stl._Triangles(), m_clippingPlanes.empty() ? _Threads() : 1,
                  [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
                      for (std::size_t i = 0; i < length; ++i) {
-                         if (classes[first + i] == kCandidate && _TouchesRegion(mesh, triangle[i]))
+                         const std::uint8_t state = classes[first + i];
+                         if ((state & kClassMask) == kCandidate &&
+                             _TouchesRegion(mesh, triangle[i], (state & kNearCut) != 0))
                              classes[first + i] = kSelected;
                      }
                  });
@@ -640,10 +824,13 @@ void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
 }
 
 // Mark-through test of one triangle, or of what the clipping planes leave of it.
-bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle) {
+bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTriangle& triangle,
+                                                       bool nearCut) {
     const ScreenPoints& screen = m_screenPoints[mesh];
-    const PlaneCut cut =
+    PlaneCut cut =
         m_clippingPlanes.empty() ? PlaneCut{PlaneCut::kWhole, 0} : _CutByPlanes(mesh, triangle);
+    if (nearCut)
+        cut = {PlaneCut::kStraddles, 0};
     if (cut.verdict == PlaneCut::kWhole) {
         return _TriangleTouchesRegion(m_regionRaster, screen[triangle.GetPointIndex(0)],
                                       screen[triangle.GetPointIndex(1)],
@@ -651,7 +838,8 @@ bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTri
     }
     if (cut.verdict == PlaneCut::kDropped)
         return false;
-    const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
+    const std::vector<MMPlaneEq<double>>& planes =
+        nearCut ? m_nearPlanes[mesh] : m_meshClippingPlanes[mesh];
     _ClipTriangle(triangle, planes.data() + cut.firstPlane, planes.size() - cut.firstPlane,
                   m_clipWork);
     for (_ClippedPieceRecord& piece : m_clipWork.pieces) {
@@ -667,39 +855,51 @@ bool MStlBaseOperatorMarkPolygon::Impl::_TouchesRegion(std::size_t mesh, MStlTri
 // owner number) whether they reached a region pixel; occluders draw as no owner.
 void MStlBaseOperatorMarkPolygon::Impl::_DrawMesh(std::size_t mesh, RowRange band,
                                                   std::uint8_t* covered) {
-    const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+    if (m_clippingPlanes.empty() && !m_anyNearCut)
+        _DrawTriangles<false>(mesh, band, covered);
+    else
+        _DrawTriangles<true>(mesh, band, covered);
+}
+
+// The draw loop, compiled apart for runs without planes, whose loop has no plane test.
+template <bool kPlanes>
+void MStlBaseOperatorMarkPolygon::Impl::_DrawTriangles(std::size_t mesh, RowRange rows,
+                                                       std::uint8_t* covered) {
     const point3f* screen = m_screenPoints[mesh].data();
     const std::uint32_t firstOwner = m_firstOwner[mesh];
     const std::uint8_t* states = m_states.data() + firstOwner;
     covered += firstOwner;
     _DepthRaster& raster = m_depthRaster;
-    const bool planes = !m_clippingPlanes.empty();
-    for (std::size_t chunk = 0, first = 0; chunk < triangles.ChunkCount(); ++chunk) {
-        MStlTriangle* triangle = triangles.Chunk(chunk);
-        const std::size_t length = triangles.ChunkLength(chunk);
-        for (std::size_t i = 0; i < length; ++i) {
-            const std::uint8_t state = states[first + i];
-            if (state == kIgnored)
-                continue;
-            MStlTriangle& t = triangle[i];
-            const bool candidate = state == kCandidate;
-            if (planes) {
-                const PlaneCut cut = _CutByPlanes(mesh, t);
-                if (cut.verdict == PlaneCut::kStraddles)
-                    _DrawPieces(mesh, t, cut.firstPlane, candidate);
-                if (cut.verdict != PlaneCut::kWhole)
-                    continue;
+    const detail::ScanBand band(raster.m_height, rows);
+    _ForEachTriangle(mesh, 1, [&](MStlTriangle& t, std::size_t index) {
+        const std::uint8_t state = states[index];
+        if ((state & kClassMask) == kIgnored)
+            return;
+        const bool candidate = (state & kClassMask) == kCandidate;
+        if constexpr (kPlanes) {
+            if (state & kNearCut) {
+                const std::vector<MMPlaneEq<double>>& planes = m_nearPlanes[mesh];
+                _DrawPieces(mesh, t, planes.data(), planes.size(), candidate);
+                return;
             }
-            const std::uint32_t owner =
-                candidate ? firstOwner + static_cast<std::uint32_t>(first + i) : kNoOwner;
-            if (_RasterizeTriangleDepth(raster, band, screen[t.GetPointIndex(0)],
-                                        screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)],
-                                        owner) &&
-                candidate)
-                covered[first + i] |= kCoveredFlag;
+            if (!m_clippingPlanes.empty()) {
+                const PlaneCut cut = _CutByPlanes(mesh, t);
+                const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
+                if (cut.verdict == PlaneCut::kStraddles)
+                    _DrawPieces(mesh, t, planes.data() + cut.firstPlane,
+                                planes.size() - cut.firstPlane, candidate);
+                if (cut.verdict != PlaneCut::kWhole)
+                    return;
+            }
         }
-        first += length;
-    }
+        const std::uint32_t owner =
+            candidate ? firstOwner + static_cast<std::uint32_t>(index) : kNoOwner;
+        if (_RasterizeTriangleDepth(raster, band, screen[t.GetPointIndex(0)],
+                                    screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)],
+                                    owner) &&
+            candidate)
+            covered[index] |= kCoveredFlag;
+    });
 }
 
 // Every band of rows is drawn by one task over all triangles in their order, so each pixel
@@ -715,7 +915,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawInBands(int bands) {
         flags.assign(m_states.size(), 0);
         for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
             _DrawMesh(mesh, rows, flags.data());
-        _FinalizeDepthRows(m_depthRaster, flags.data(), rows);
+        _FinalizeDepthRows(m_depthRaster, flags.data(), rows, _ReciprocalScale());
     });
     for (const std::vector<std::uint8_t>& flags : m_bandFlags) {
         for (std::size_t owner = 0; owner < m_states.size(); ++owner)
@@ -727,9 +927,9 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawInBands(int bands) {
 // Pieces are numbered after every triangle, in the order they are cut; only those that cover
 // a region pixel are kept.
 void MStlBaseOperatorMarkPolygon::Impl::_DrawPieces(std::size_t mesh, MStlTriangle& triangle,
-                                                    std::size_t firstPlane, bool candidate) {
-    const std::vector<MMPlaneEq<double>>& planes = m_meshClippingPlanes[mesh];
-    _ClipTriangle(triangle, planes.data() + firstPlane, planes.size() - firstPlane, m_clipWork);
+                                                    const MMPlaneEq<double>* planes,
+                                                    std::size_t count, bool candidate) {
+    _ClipTriangle(triangle, planes, count, m_clipWork);
     for (_ClippedPieceRecord& piece : m_clipWork.pieces) {
         _ProjectPiece(mesh, piece);
         std::uint32_t owner = kNoOwner;
@@ -750,7 +950,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawPieces(std::size_t mesh, MStlTriang
 // finalization reaches every owner.
 void MStlBaseOperatorMarkPolygon::Impl::_CloseDepthPass() {
     m_states.resize(m_states.size() + m_pieces.size(), kCandidate | kCoveredFlag);
-    _FinalizeDepthRaster(m_depthRaster, m_states.data());
+    _FinalizeDepthRaster(m_depthRaster, m_states.data(), _ReciprocalScale());
 }
 
 // Every covered triangle that did not win a pixel is tested against the thresholds; each test
@@ -759,33 +959,33 @@ void MStlBaseOperatorMarkPolygon::Impl::_FindVisibleTriangles() {
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
         const point3f* screen = m_screenPoints[mesh].data();
         std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-        ForEachChunk(
-            m_meshes[mesh]->_Triangles(), _Threads(),
-            [&](const MStlTriangle* triangle, std::size_t first, std::size_t length) {
-                for (std::size_t i = 0; i < length; ++i) {
-                    std::uint8_t& state = states[first + i];
-                    const MStlTriangle& t = triangle[i];
-                    if ((state & kCoveredFlag) &&
-                        _ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
-                                      screen[t.GetPointIndex(2)]))
-                        state |= kVisibleFlag;
-                }
-            });
+        _ForEachTriangle(mesh, _Threads(), [&](const MStlTriangle& t, std::size_t index) {
+            std::uint8_t& state = states[index];
+            if ((state & kCoveredFlag) &&
+                _ReachesFront(state, screen[t.GetPointIndex(0)], screen[t.GetPointIndex(1)],
+                              screen[t.GetPointIndex(2)]))
+                state |= kVisibleFlag;
+        });
     }
 }
 
-// A flat scan of the state bytes: per mesh, its visible triangles in order, then the pieces
-// this run cut from its triangles.
-void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks() {
+// Per mesh, its visible triangles in order, then the pieces this run cut from its triangles.
+// Unless `retested`, each covered triangle that won no pixel is tested here.
+void MStlBaseOperatorMarkPolygon::Impl::_ApplyMarks(bool retested) {
     std::size_t piece = 0;
     const std::size_t firstPieceOwner = m_states.size() - m_pieces.size();
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
-        const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
+        const point3f* screen = m_screenPoints[mesh].data();
         const std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
-        for (std::size_t t = 0; t < triangles.Size(); ++t) {
-            if ((states[t] & kCoveredFlag) && (states[t] & kVisibleFlag))
-                _ApplyMark(mesh, triangles[t]);
-        }
+        _ForEachTriangle(mesh, 1, [&](MStlTriangle& t, std::size_t index) {
+            const std::uint8_t state = states[index];
+            if (!(state & kCoveredFlag))
+                return;
+            if (retested ? (state & kVisibleFlag) != 0
+                         : _ReachesFront(state, screen[t.GetPointIndex(0)],
+                                         screen[t.GetPointIndex(1)], screen[t.GetPointIndex(2)]))
+                _ApplyMark(mesh, t);
+        });
         for (; piece < m_piecesEnd[mesh]; ++piece) {
             const _ClippedPieceRecord& cut = m_pieces[piece];
             if (_ReachesFront(m_states[firstPieceOwner + piece], cut.corners[0], cut.corners[1],

@@ -105,6 +105,7 @@ struct EdgeWalk {
     RowRange rows;
     float x, z, dx, dz;
 
+    EdgeWalk() = default;
     EdgeWalk(const point3f& p, const point3f& q, const RasterRows& raster)
         // A horizontal edge divides by zero; its infinite or NaN slope is used as it comes.
         : x(p.x),
@@ -170,6 +171,36 @@ inline bool OutsideBand(const point3f& a, const point3f& b, const point3f& c, Ro
            (below(a) && below(b) && below(c));
 }
 
+/// The smallest float not below `value`, so that for every float y, y ≥ value (or y < value)
+/// reads the same when compared with it in float.
+inline float FloatAtLeast(double value) {
+    const float rounded = static_cast<float>(value);
+    return static_cast<double>(rounded) < value ? std::nextafter(rounded, HUGE_VALF) : rounded;
+}
+
+/// The rows of `band` as vertex y bounds: a triangle whose three vertices have low ≤ y < high
+/// lies in the band's rows and in the rows where no edge walk is clamped, so its boundaries
+/// can be walked from its own vertices without the clamps.
+struct BandBounds {
+    float low, high;
+
+    BandBounds(const RasterRows& raster, RowRange band)
+        : low(FloatAtLeast(band.first)),
+          high(std::min(raster.limit, FloatAtLeast(static_cast<double>(band.last) + 1.0))) {}
+
+    bool Holds(const point3f& p) const { return (p.y >= low) & (p.y < high); }
+};
+
+/// A band of rows with what its scans compare against, computed once for all its triangles.
+struct ScanBand {
+    RasterRows raster;
+    RowRange rows;
+    BandBounds bounds;
+
+    ScanBand(std::int32_t height, RowRange band)
+        : raster(height), rows(band), bounds(raster, band) {}
+};
+
 template <bool kHasDepth>
 using RowSpan = std::conditional_t<kHasDepth, _DepthSpan, _RegionSpan>;
 
@@ -180,6 +211,48 @@ inline RowSpan<kHasDepth> SpanBetween(const EdgeWalk<kHasDepth>& left,
         return {left.x, right.x, left.z, right.z};
     else
         return {left.x, right.x};
+}
+
+/// The row scan of a triangle whose vertices lie inside the band and the unclamped rows (the
+/// common triangle): both boundaries start at the top vertex, and the one that ends higher
+/// hands over, on its end vertex's row, to the bottom edge. These are the values and rows the
+/// clamped walks below give such a triangle, without their clamps.
+template <bool kHasDepth, class RowVisitor>
+[[gnu::always_inline]] inline bool ScanRowsInside(const point3f& a, const point3f& b,
+                                                  const point3f& c, RowVisitor& visitRow) {
+    const TriangleFrame frame = SetUpTriangle(a, b, c);
+    const bool leftEndsFirst = frame.right->y > frame.left->y;
+    const point3f& middle = leftEndsFirst ? *frame.left : *frame.right;
+    const point3f& bottom = leftEndsFirst ? *frame.right : *frame.left;
+    const auto walk = [](const point3f& p, const point3f& q) {
+        EdgeWalk<kHasDepth> edge;
+        edge.x = p.x;
+        edge.z = p.z;
+        edge.dx = (q.x - p.x) / (q.y - p.y);
+        edge.dz = kHasDepth ? (q.z - p.z) / (q.y - p.y) : 0.0f;
+        return edge;
+    };
+    EdgeWalk<kHasDepth> left = walk(*frame.top, *frame.left);
+    EdgeWalk<kHasDepth> right = walk(*frame.top, *frame.right);
+
+    // Rows are non-negative and inside the raster here, so the truncations are in range.
+    std::int32_t row = TruncateToInt32(frame.top->y);
+    const std::int32_t handover = TruncateToInt32(middle.y);
+    const std::int32_t last = TruncateToInt32(bottom.y);
+    for (; row < handover; ++row) {
+        if (visitRow(row, SpanBetween(left, right)))
+            return true;
+        left.Step();
+        right.Step();
+    }
+    (leftEndsFirst ? left : right) = walk(middle, bottom);
+    for (; row <= last; ++row) {
+        if (visitRow(row, SpanBetween(left, right)))
+            return true;
+        left.Step();
+        right.Step();
+    }
+    return false;
 }
 
 /// Visits the rows of the triangle inside `band` top to bottom: `visitRow(row, span)` gets
@@ -193,9 +266,14 @@ inline RowSpan<kHasDepth> SpanBetween(const EdgeWalk<kHasDepth>& left,
 /// additions, so a row gets the same values in any band. Always inlined, so that the row
 /// visitor's loop and the caller's triangle loop are compiled as one.
 template <bool kHasDepth, class RowVisitor>
-[[gnu::always_inline]] inline bool ScanTriangleRows(const RasterRows& raster, RowRange band,
-                                                    const point3f& a, const point3f& b,
-                                                    const point3f& c, RowVisitor&& visitRow) {
+[[gnu::always_inline]] inline bool ScanTriangleRows(const ScanBand& scan, const point3f& a,
+                                                    const point3f& b, const point3f& c,
+                                                    RowVisitor&& visitRow) {
+    const BandBounds& bounds = scan.bounds;
+    if (bounds.Holds(a) & bounds.Holds(b) & bounds.Holds(c))
+        return ScanRowsInside<kHasDepth>(a, b, c, visitRow);
+    const RasterRows& raster = scan.raster;
+    const RowRange band = scan.rows;
     if (OutsideBand(a, b, c, band))
         return false;
     const TriangleFrame frame = SetUpTriangle(a, b, c);
@@ -242,6 +320,13 @@ template <bool kHasDepth, class RowVisitor>
         right.Step();
     }
     return false;
+}
+
+/// The same for one band given by its rows.
+template <bool kHasDepth, class RowVisitor>
+inline bool ScanTriangleRows(const RasterRows& raster, RowRange band, const point3f& a,
+                             const point3f& b, const point3f& c, RowVisitor&& visitRow) {
+    return ScanTriangleRows<kHasDepth>(ScanBand(raster.height, band), a, b, c, visitRow);
 }
 
 // ---- 4. Row clamping ---------------------------------------------------------------------
@@ -333,7 +418,7 @@ inline bool ClampRegionRow(const _RegionSpan& span, const GridWidth& width, RowC
 /// step costs a division, so it is only computed for rows of several columns, which in a
 /// dense mesh are the fewer.
 template <class PixelVisitor>
-[[gnu::always_inline]] inline bool ScanDepthPixels(_DepthRaster& raster, RowRange band,
+[[gnu::always_inline]] inline bool ScanDepthPixels(_DepthRaster& raster, const ScanBand& band,
                                                    const point3f& a, const point3f& b,
                                                    const point3f& c, PixelVisitor&& visitPixel) {
     const GridWidth width(raster.m_width);
@@ -360,7 +445,7 @@ template <class PixelVisitor>
         }
         return false;
     };
-    return ScanTriangleRows<true>(RasterRows(raster.m_height), band, a, b, c, visitRow);
+    return ScanTriangleRows<true>(band, a, b, c, visitRow);
 }
 
 }  // namespace detail
@@ -372,11 +457,9 @@ template <class PixelVisitor>
 /// triangles at equal depth the one drawn first keeps the pixel. Returns whether the scan
 /// reached a region pixel, won or not. An occluder draws as kNoOwner. Bands of rows are
 /// disjoint in the raster, so several bands may be drawn at once.
-[[gnu::always_inline]] inline bool _RasterizeTriangleDepth(_DepthRaster& raster, RowRange band,
-                                                           const VelSDK::Math::point3f& a,
-                                                           const VelSDK::Math::point3f& b,
-                                                           const VelSDK::Math::point3f& c,
-                                                           std::uint32_t owner) {
+[[gnu::always_inline]] inline bool _RasterizeTriangleDepth(
+    _DepthRaster& raster, const detail::ScanBand& band, const VelSDK::Math::point3f& a,
+    const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c, std::uint32_t owner) {
     bool covered = false;
     detail::ScanDepthPixels(raster, band, a, b, c, [&](_DepthEntry& entry, bool inRegion, float z) {
         if (!inRegion)
@@ -395,18 +478,22 @@ template <class PixelVisitor>
 inline bool _RasterizeTriangleDepth(_DepthRaster& raster, const VelSDK::Math::point3f& a,
                                     const VelSDK::Math::point3f& b, const VelSDK::Math::point3f& c,
                                     std::uint32_t owner) {
-    return _RasterizeTriangleDepth(raster, AllRows(raster.m_height), a, b, c, owner);
+    return _RasterizeTriangleDepth(
+        raster, detail::ScanBand(raster.m_height, AllRows(raster.m_height)), a, b, c, owner);
 }
 
 /// Closes the depth pass in `rows`. In every region pixel the owner, if any, becomes visible:
 /// `flags[owner]` gets kVisibleFlag when it has kCoveredFlag, loses it otherwise. Then the
 /// owner is overwritten by the threshold depth − tolerance. A region pixel never drawn gets
 /// threshold −FLT_MAX. Pixels outside the region are left as they are. `flags` is indexed by
-/// owner number and must reach every owner drawn in those rows.
-void _FinalizeDepthRows(_DepthRaster& raster, std::uint8_t* flags, RowRange rows);
+/// owner number and must reach every owner drawn in those rows. With `reciprocalScale` k > 0 the
+/// buffer holds reciprocal depths q = k/depth instead, and the threshold is the q of the depth
+/// k/q + tolerance, computed in double and rounded to the nearest float.
+void _FinalizeDepthRows(_DepthRaster& raster, std::uint8_t* flags, RowRange rows,
+                        double reciprocalScale = 0.0);
 
 /// Closes the depth pass over the whole raster.
-void _FinalizeDepthRaster(_DepthRaster& raster, std::uint8_t* flags);
+void _FinalizeDepthRaster(_DepthRaster& raster, std::uint8_t* flags, double reciprocalScale = 0.0);
 
 /// Whether the triangle reaches the front of a finalized raster: first a vertex lying in a
 /// region pixel with z ≥ that pixel's threshold; when all three vertices lie in region pixels
@@ -437,8 +524,9 @@ inline bool _TestTriangleVisibility(_DepthRaster& raster, const VelSDK::Math::po
     if (verticesInRegion == 3)
         return false;
 
-    return detail::ScanDepthPixels(raster, AllRows(raster.m_height), a, b, c,
-                                   [](const _DepthEntry& entry, bool inRegion, float z) {
+    return detail::ScanDepthPixels(raster,
+                                   detail::ScanBand(raster.m_height, AllRows(raster.m_height)), a,
+                                   b, c, [](const _DepthEntry& entry, bool inRegion, float z) {
                                        return inRegion && z > entry.threshold;
                                    });
 }
@@ -451,7 +539,7 @@ inline bool _TriangleTouchesRegion(_RegionRaster& raster, const VelSDK::Math::po
     const detail::GridWidth width(raster.m_width);
     const bool* region = *raster.m_region;
     return detail::ScanTriangleRows<false>(
-        detail::RasterRows(raster.m_height), AllRows(raster.m_height), a, b, c,
+        detail::ScanBand(raster.m_height, AllRows(raster.m_height)), a, b, c,
         [&](std::int32_t row, const _RegionSpan& span) {
             detail::RowColumns columns;
             if (!detail::ClampRegionRow(span, width, columns))

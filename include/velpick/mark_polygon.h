@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/perspective_projection.h>
 
 class MStlBase;
 class MStlSurface;
@@ -55,6 +57,18 @@ class MStlBaseOperatorMarkPolygon {
     /// Ignored before any mesh is registered or for a null surface.
     void SetMarkableSurface(MStlSurface* surface);
 
+    /// Restricts the run, in the mesh registered last, to the `count` triangles listed (indices
+    /// into the mesh, strictly ascending): the others are treated as if absent, neither drawn
+    /// nor marked. Triangles the run would reject anyway change nothing by their absence: a
+    /// caller that lists every triangle whose screen bounds meet the region's pixel box (under
+    /// a perspective projection, also every triangle that crosses the near plane) gets exactly
+    /// the marks of the run without a list, in the same order,
+    /// with the work of the run proportional to the list instead of the mesh. Returns false,
+    /// changing nothing, when no mesh is registered, `triangles` is null with a nonzero
+    /// count, or an index is out of range or not above the one before. A later call replaces
+    /// the list; an empty list leaves the mesh out of the run.
+    bool SetCandidateTriangles(const std::uint32_t* triangles, std::size_t count);
+
     /// Keeps only a·x + b·y + c·z + d ≥ 0 (in placement space): triangles entirely on the
     /// other side are neither drawn nor marked, triangles across the plane are cut.
     /// A plane whose normal (a, b, c) is zero, or whose squared length underflows to zero,
@@ -86,6 +100,23 @@ class MStlBaseOperatorMarkPolygon {
     /// thread, each over every triangle in order, so the marks do not depend on this setting.
     /// Runs with clipping planes draw on one thread.
     void SetThreads(int threads);
+
+    /// Sees every mesh through `projection` after its view (see PerspectiveProjection): each
+    /// `view` then maps into eye space. Without this call the view is affine, as documented at
+    /// AddStl. Under a projection:
+    /// - the near plane acts as an extra clipping plane in each mesh: triangles wholly nearer
+    ///   than it are ignored, triangles across it are cut and their far part drawn and marked;
+    /// - the depth buffer stores q = near/depth as a float (rounded to nearest from the double
+    ///   computed per vertex), larger nearer; q is affine across the screen, so the walks'
+    ///   linear interpolation of it is the perspective-correct one. The tolerance stays a depth
+    ///   in model units: a pixel's threshold is near/(near/qFront + tolerance), computed in
+    ///   double from the float qFront and rounded to nearest float; a pixel never drawn keeps
+    ///   −FLT_MAX;
+    /// - back-face culling keeps the triangles whose projection winds counter-clockwise on the
+    ///   screen, which for the part in front of the near plane is the eye lying on the side of
+    ///   the triangle's plane its normal points to; decided in model space, edge-on is back.
+    /// Brush radii, the pixel proportion and the region stay in screen units.
+    void SetPerspective(const AU_MarkOperations::PolygonMarking::PerspectiveProjection& projection);
 
     /// The bytes operate() will allocate for its selection rasters with the region and mode set
     /// now (see Memory below); 0 when it will refuse the region. Lets a caller refuse a region
