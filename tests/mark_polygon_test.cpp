@@ -329,11 +329,26 @@ TEST(MarkPolygon, BackFaceCullingTreatsEdgeOnAsBackFacing) {
         }
 }
 
-// One triangle against planes, listed from each of its vertices in turn: marked when some part
-// lies on every plane's kept side (≥ 0), never when it only touches a plane from outside. A
+/// Records the order in which triangles are marked, each run of calls for one triangle once.
+struct MarkOrder : IStlMarkTriangles {
+    bool IsMarked(const MStlTriangle&) const override { return false; }
+    void Mark(MStlTriangle& t) override {
+        if (marked.empty() || marked.back() != &t)
+            marked.push_back(&t);
+    }
+    void Unmark(MStlTriangle&) override {}
+
+    std::vector<const MStlTriangle*> marked;
+};
+
+// A triangle, listed from each of its vertices in turn, then one on every plane's kept side.
+// A triangle with no point strictly on a plane's kept side (≥ 0) is dropped; one with every
+// vertex on it, the plane included, is marked whole in its place; any other is cut, and its
+// pieces are marked after the mesh's whole triangles (mark-through marks in triangle order). A
 // plane without a normal maps to NaN and removes every triangle, alone or with others.
 TEST(MarkPolygon, ClippingPlaneVerdicts) {
     using Corners = std::array<std::array<int, 3>, 3>;
+    enum Verdict { kRemoved, kDropped, kWhole, kCut };
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const MMPlaneEq<double> acrossX{1, 0, 0, 0}, inPlane{0, 0, 1, 0};
     const Corners big{{{-3000, -3000, 0}, {3000, -2000, 0}, {0, 3000, 0}}};
@@ -341,50 +356,64 @@ TEST(MarkPolygon, ClippingPlaneVerdicts) {
         const char* name;
         Corners corners;
         std::vector<MMPlaneEq<double>> planes;
-        bool marked;
+        Verdict verdict;
     };
     const Case cases[] = {
         {"one vertex cut",
          {{{-1000, -3000, 0}, {3000, -4000, 0}, {3000, -2000, 0}}},
          {acrossX},
-         true},
+         kCut},
         {"two vertices cut",
          {{{-3000, -3000, 0}, {2000, -1000, 0}, {-3000, 1000, 0}}},
          {acrossX},
-         true},
+         kCut},
         {"one below, two on the plane",
          {{{-1000, 0, 0}, {0, -3000, 0}, {0, 3000, 0}}},
          {acrossX},
-         false},
+         kDropped},
         {"one above, two on the plane",
          {{{1000, 0, 0}, {0, 3000, 0}, {0, -3000, 0}}},
          {acrossX},
-         true},
-        {"lying in the second plane", big, {acrossX, inPlane}, true},
-        {"lying in the first plane", big, {inPlane, acrossX}, true},
-        {"zero normal", big, {{0, 0, 0, 1}}, false},
-        {"zero plane", big, {{0, 0, 0, 0}}, false},
-        {"zero normal, cutting away", big, {{0, 0, 0, -1}}, false},
-        {"tiny normal", big, {{1e-170, 0, 0, 5}}, false},
-        {"NaN normal", big, {{nan, 0, 1, 0}}, false},
-        {"zero normal after a cut", big, {acrossX, {0, 0, 0, 1}}, false},
-        {"zero normal before a keeping plane", big, {{0, 0, 0, 1}, {0, 0, 1, 1e9}}, false},
+         kWhole},
+        {"lying in the plane", big, {inPlane}, kWhole},
+        {"lying in the second plane", big, {acrossX, inPlane}, kCut},
+        {"lying in the first plane", big, {inPlane, acrossX}, kCut},
+        {"zero normal", big, {{0, 0, 0, 1}}, kRemoved},
+        {"zero plane", big, {{0, 0, 0, 0}}, kRemoved},
+        {"zero normal, cutting away", big, {{0, 0, 0, -1}}, kRemoved},
+        {"tiny normal", big, {{1e-170, 0, 0, 5}}, kRemoved},
+        {"NaN normal", big, {{nan, 0, 1, 0}}, kRemoved},
+        {"zero normal after a cut", big, {acrossX, {0, 0, 0, 1}}, kRemoved},
+        {"zero normal before a keeping plane", big, {{0, 0, 0, 1}, {0, 0, 1, 1e9}}, kRemoved},
     };
     for (const Case& c : cases)
         for (int rotation = 0; rotation < 3; ++rotation)
             for (const bool markThrough : {false, true}) {
                 MStlBase mesh;
+                MStlSurface& surface = *mesh.AddSurface(nullptr);
                 const auto& p = c.corners[rotation];
                 const auto& q = c.corners[(rotation + 1) % 3];
                 const auto& r = c.corners[(rotation + 2) % 3];
-                MStlTriangle* triangle = mesh.AddSurface(nullptr)->AddTriangle(
-                    p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
+                const MStlTriangle* t =
+                    surface.AddTriangle(p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
+                const MStlTriangle* other =
+                    surface.AddTriangle(1000, 1000, 0, 3000, 1000, 0, 2000, 3000, 0);
+                MarkOrder sink;
                 MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+                picker.AddStl(&mesh, &kView, &kNoPlacement, true, &sink);
                 for (const MMPlaneEq<double>& plane : c.planes)
                     picker.AddClippingPlane(plane);
                 picker.SetMarkThrough(markThrough);
-                ASSERT_TRUE(Operate(picker, mesh));
-                EXPECT_EQ(triangle->IsMarked(), c.marked)
+                picker.SetPolygon(Rectangle(-5, -5, 5, 5));
+                ASSERT_TRUE(picker.operate());
+                std::vector<const MStlTriangle*> expected;
+                if (c.verdict == kWhole || (c.verdict == kCut && markThrough))
+                    expected = {t, other};
+                else if (c.verdict == kCut)
+                    expected = {other, t};
+                else if (c.verdict == kDropped)
+                    expected = {other};
+                EXPECT_EQ(sink.marked, expected)
                     << c.name << ", rotation " << rotation << ", through " << markThrough;
             }
 }
