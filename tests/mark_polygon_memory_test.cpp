@@ -21,69 +21,44 @@ constexpr std::size_t kAllocationLimit = std::size_t{1} << 30;
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return size <= kAllocationLimit ? std::malloc(size ? size : 1) : nullptr;
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return operator new(size, std::nothrow);
-}
+// Enough to replace: the array and nothrow forms of new, and delete[], call these by default.
 void* operator new(std::size_t size) {
-    void* memory = operator new(size, std::nothrow);
+    void* memory = size <= kAllocationLimit ? std::malloc(size ? size : 1) : nullptr;
     if (!memory)
         throw std::bad_alloc();
     return memory;
 }
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
 void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
-
-using VelSDK::Math::point2d;
-
-std::size_t MarkedCount(MStlBase& mesh) {
-    std::size_t count = 0;
-    for (MStlTriangle& triangle : mesh.Triangles())
-        count += triangle.IsMarked();
-    return count;
-}
 
 TEST(MarkPolygonMemory, RasterBeyondMemoryThrowsBadAllocMarkingNothingAndCanRunAgain) {
     auto sphere = scene::uvSphere({0, 0, 0}, 3000, 8, 16);
     MMTransformMatrix view;
     view.MakeScale1D(0.001);
     const MMTransformMatrix placement;
-    // At 5 pixels per unit: 46 000 × 46 000 pixels, under the cell limit, over the memory.
-    const std::vector<point2d> huge{{-4600, -4600}, {4599.9, -4600}, {0, 4599.9}};
-    const std::vector<point2d> small{{-1, -1}, {1, -1}, {1, 1}, {-1, 1}};
+    const auto marked = [&] {
+        std::size_t count = 0;
+        for (MStlTriangle& triangle : sphere->Triangles())
+            count += triangle.IsMarked();
+        return count;
+    };
     for (const bool markThrough : {false, true}) {
         MStlBaseOperatorMarkPolygon picker;
         picker.AddStl(sphere.get(), &view, &placement, true, nullptr);
         picker.SetMarkThrough(markThrough);
-        picker.SetPolygon(huge);
+        // At 5 pixels per unit: 46 000 × 46 000 pixels, under the cell limit, over the memory.
+        picker.SetPolygon({{-4600, -4600}, {4599.9, -4600}, {0, 4599.9}});
         EXPECT_THROW(picker.operate(), std::bad_alloc) << markThrough;
-        EXPECT_EQ(MarkedCount(*sphere), 0u);
-        picker.SetPolygon(small);
+        EXPECT_EQ(marked(), 0u);
+        picker.SetPolygon({{-1, -1}, {1, -1}, {1, 1}, {-1, 1}});
         EXPECT_TRUE(picker.operate());
-        EXPECT_GT(MarkedCount(*sphere), 0u);
+        EXPECT_GT(marked(), 0u);
         for (MStlTriangle& triangle : sphere->Triangles())
             triangle.Unmark();
     }

@@ -22,45 +22,39 @@ namespace {
 
 constexpr double kPixelsPerUnit = 10.0;
 
-/// FNV-1a over 64-bit words.
-class Digest {
-  public:
-    void Add(std::uint64_t word) {
-        for (int byte = 0; byte < 8; ++byte) {
-            m_hash ^= (word >> (8 * byte)) & 0xFF;
-            m_hash *= 0x100000001B3ull;
-        }
-        ++m_count;
-    }
-    std::uint64_t Hash() const { return m_hash; }
-    std::size_t Count() const { return m_count; }
+/// FNV-1a over 64-bit words, and their count.
+struct Digest {
+    std::size_t count = 0;
+    std::uint64_t hash = 0xCBF29CE484222325ull;
 
-  private:
-    std::uint64_t m_hash = 0xCBF29CE484222325ull;
-    std::size_t m_count = 0;
+    void Add(std::uint64_t word) {
+        for (int byte = 0; byte < 8; ++byte)
+            hash = (hash ^ ((word >> (8 * byte)) & 0xFF)) * 0x100000001B3ull;
+        ++count;
+    }
+    bool operator==(const Digest& other) const {
+        return hash == other.hash && count == other.count;
+    }
 };
 
 /// Records every call in order, with its mesh, triangle and direction.
-class RecordingSink : public IStlMarkTriangles {
-  public:
-    RecordingSink(Digest& digest, std::uint64_t mesh) : m_digest(digest), m_mesh(mesh) {}
+struct RecordingSink : IStlMarkTriangles {
+    RecordingSink(Digest& digest, std::uint64_t mesh) : digest(digest), mesh(mesh) {}
     bool IsMarked(const MStlTriangle&) const override { return false; }
-    void Mark(MStlTriangle& t) override { Record(t, 1); }
-    void Unmark(MStlTriangle& t) override { Record(t, 2); }
-
-  private:
-    void Record(const MStlTriangle& t, std::uint64_t direction) {
-        m_digest.Add(m_mesh << 40 | direction << 32 | t.GetMaskIndex());
+    void Mark(MStlTriangle& t) override { digest.Add(mesh << 40 | 1ull << 32 | t.GetMaskIndex()); }
+    void Unmark(MStlTriangle& t) override {
+        digest.Add(mesh << 40 | 2ull << 32 | t.GetMaskIndex());
     }
-    Digest& m_digest;
-    std::uint64_t m_mesh;
+
+    Digest& digest;
+    std::uint64_t mesh;
 };
 
 struct Placed {
     std::unique_ptr<MStlBase> mesh;
     MMTransformMatrix placement;
     bool whole = true;
-    std::vector<MStlSurface*> markable;
+    MStlSurface* markable = nullptr;
 };
 
 MMTransformMatrix Placement(scene::V offset, scene::V turnTo = {0, 0, 1}) {
@@ -107,7 +101,7 @@ std::unique_ptr<MStlBase> TriangleSoup(unsigned seed = 7u, int triangles = 400) 
 std::vector<Placed> MeshSet(int which) {
     std::vector<Placed> set;
     const auto add = [&](std::unique_ptr<MStlBase> mesh, MMTransformMatrix placement = {}) {
-        set.push_back({std::move(mesh), placement, true, {}});
+        set.push_back({std::move(mesh), placement});
         return &set.back();
     };
     switch (which) {
@@ -118,7 +112,7 @@ std::vector<Placed> MeshSet(int which) {
             add(scene::uvSphere({0, 0, 0}, 3000));
             Placed* plate = add(scene::plateWithHole(6000, 1500, 5000));
             plate->whole = false;  // it hides the sphere but only its first surface is marked
-            plate->markable.push_back(plate->mesh->GetTopSurfaces().front().get());
+            plate->markable = plate->mesh->GetTopSurfaces().front().get();
             break;
         }
         case 2:
@@ -202,8 +196,7 @@ Digest RunScene(std::vector<Placed> meshes, const Options& o, const MMTransformM
         sinks.push_back(o.sink ? std::make_unique<RecordingSink>(digest, i) : nullptr);
         picker.AddStl(placed.mesh.get(), &view, &placed.placement, placed.whole,
                       sinks.back().get());
-        for (MStlSurface* surface : placed.markable)
-            picker.SetMarkableSurface(surface);
+        picker.SetMarkableSurface(placed.markable);
     }
     const MMPlaneEq<double> planes[] = {{1, 0.3, 0, -500}, {0, -0.2, 1, 800}};
     for (int k = 0; k < o.planes; ++k)
@@ -226,20 +219,9 @@ Digest RunScene(std::vector<Placed> meshes, const Options& o, const MMTransformM
     return digest;
 }
 
-/// Scene (meshSet, option) of the recorded table.
-Digest RunScene(int meshSet, int option, int threads) {
-    return RunScene(MeshSet(meshSet), kOptions[option], View((2 * meshSet + option) % 3),
-                    RegionShape((meshSet + option) % 5), threads);
-}
-
-struct Recorded {
-    std::size_t count;
-    std::uint64_t hash;
-};
-
 // Recorded from the straightforward picker (one record per covered triangle, 16-byte depth
 // cells, every call through the host interfaces), in the order meshSet × option.
-const Recorded kRecorded[kMeshSets * kOptionCount] = {
+const Digest kRecorded[kMeshSets * kOptionCount] = {
     {1072, 0x4a9646973fc40f8eull}, {562, 0xfe18076850394040ull},  {967, 0xd0dca3a68c79af8eull},
     {314, 0xea0e971e368ba6e7ull},  {157, 0x25bdb3d9e5f4492ull},   {680, 0x9aa411e123e5d208ull},
     {588, 0xe2ee150ec0bc3f2cull},  {1454, 0x630b13066ce4488full}, {288, 0x724e50ce2ffec7f9ull},
@@ -254,18 +236,18 @@ const Recorded kRecorded[kMeshSets * kOptionCount] = {
     {141, 0x5254fa6ec9d134b7ull},  {705, 0x52e360a15c626d5cull},  {236, 0xf9c26c1f36ca7618ull},
 };
 
-// On one thread and on two, drawn in two bands of rows.
+// Every scene of the table on one thread and on two, drawn in two bands of rows.
 TEST(MarkPolygonRegression, EveryScenePicksTheRecordedSet) {
     for (int threads : {1, 2})
-        for (int meshSet = 0; meshSet < kMeshSets; ++meshSet)
-            for (int option = 0; option < kOptionCount; ++option) {
-                const Digest digest = RunScene(meshSet, option, threads);
-                const Recorded& recorded = kRecorded[meshSet * kOptionCount + option];
-                EXPECT_TRUE(digest.Count() == recorded.count && digest.Hash() == recorded.hash)
-                    << threads << " threads, mesh set " << meshSet << ", " << kOptions[option].name
-                    << ": now {" << digest.Count() << ", 0x" << std::hex << digest.Hash()
-                    << "ull},";
-            }
+        for (int scene = 0; scene < kMeshSets * kOptionCount; ++scene) {
+            const int meshSet = scene / kOptionCount, option = scene % kOptionCount;
+            const Digest digest =
+                RunScene(MeshSet(meshSet), kOptions[option], View((2 * meshSet + option) % 3),
+                         RegionShape((meshSet + option) % 5), threads);
+            EXPECT_TRUE(digest == kRecorded[scene])
+                << threads << " threads, mesh set " << meshSet << ", " << kOptions[option].name
+                << ": now {" << digest.count << ", 0x" << std::hex << digest.hash << "ull},";
+        }
 }
 
 // Random soups of over one mesh chunk (so that the per-triangle steps run in parallel too),
@@ -276,16 +258,15 @@ TEST(MarkPolygonRegression, TwoThreadsMarkWhatOneMarksOnRandomScenes) {
         const unsigned seed = random();
         const auto soup = [seed] {
             std::vector<Placed> set;
-            set.push_back({TriangleSoup(seed, 20000), Placement({0, 0, 0}), true, {}});
+            set.push_back({TriangleSoup(seed, 20000), Placement({0, 0, 0})});
             return set;
         };
         const Options& options = kOptions[random() % 3];  // plain, culling, through
         const MMTransformMatrix view = View(static_cast<int>(random() % 3));
         const Region region = RegionShape(static_cast<int>(random() % 5));
         const Digest one = RunScene(soup(), options, view, region, 1);
-        const Digest two = RunScene(soup(), options, view, region, 2);
-        EXPECT_GT(one.Count(), 0u) << "trial " << trial;
-        EXPECT_TRUE(one.Count() == two.Count() && one.Hash() == two.Hash())
+        EXPECT_GT(one.count, 0u) << "trial " << trial;
+        EXPECT_TRUE(one == RunScene(soup(), options, view, region, 2))
             << "trial " << trial << ", " << options.name;
     }
 }

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <set>
+#include <memory>
+#include <optional>
 #include <vector>
 
 #include <velpick/camera_view.h>
@@ -18,10 +20,11 @@
 using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
 using VelSDK::Math::point2d;
 using VelSDK::Math::point2i;
-using VelSDK::Math::point3d;
 
 namespace {
 
+// Scenes are seen through a view of 1 screen unit per millimetre (1000 internal units) at 10
+// pixels per screen unit.
 constexpr double kPixelsPerMm = 10.0;
 constexpr double kToleranceMm = 0.05;
 constexpr double kToleranceUnits = 50.0;  // kToleranceMm at the default 1000 units per mm
@@ -42,40 +45,25 @@ MMTransformMatrix Translation(double x, double y, double z) {
     return m;
 }
 
+const MMTransformMatrix kView = Scale(0.001), kNoPlacement;
+
 std::vector<point2d> Rectangle(double x0, double y0, double x1, double y1) {
     return {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}};
 }
 
 using TrianglePredicate = std::function<bool(const MStlTriangle&)>;
 
-bool IsMarked(const MStlTriangle& t) {
-    return t.IsMarked();
-}
-bool Any(const MStlTriangle&) {
-    return true;
-}
-
-std::vector<const MStlTriangle*> Marked(MStlBase& mesh,
-                                        const TrianglePredicate& marked = IsMarked) {
+std::vector<const MStlTriangle*> Marked(MStlBase& mesh) {
     std::vector<const MStlTriangle*> result;
     for (MStlTriangle& t : mesh.Triangles())
-        if (marked(t))
+        if (t.IsMarked())
             result.push_back(&t);
     return result;
 }
 
-TrianglePredicate OnSurface(const MStlSurface* surface) {
-    return [surface](const MStlTriangle& t) { return t.GetSurface() == surface; };
-}
-
-void UnmarkAll(MStlBase& mesh) {
-    for (MStlTriangle& t : mesh.Triangles())
-        t.Unmark();
-}
-
 /// What a pick is checked against: the rays, the region in the grid frame and its extent.
 struct Pick {
-    const oracle::RayCastOracle& rays;
+    oracle::RayCastOracle rays;
     oracle::RegionMargin region;
     int width, height;
 };
@@ -127,418 +115,356 @@ bool Explained(const Pick& pick, const oracle::Projected& t, bool throughMode) {
     return false;
 }
 
-int UnexplainedMarks(const Pick& pick, const std::vector<const MStlTriangle*>& marked,
-                     bool throughMode = false) {
-    int unexplained = 0;
-    for (const MStlTriangle* triangle : marked) {
-        const oracle::Projected* t = pick.rays.Find(triangle);
-        unexplained += !t || !Explained(pick, *t, throughMode);
-    }
-    return unexplained;
-}
-
-void ExpectFrontPick(const Pick& pick, const TrianglePredicate& markable,
-                     const std::vector<MStlBase*>& meshes) {
-    int sampled = 0;
-    const int missed = MissedPixels(pick, markable, false, &sampled);
-    EXPECT_GT(sampled, 100);
-    EXPECT_LE(missed, kAllowedMissFraction * sampled) << missed << " of " << sampled;
-    for (MStlBase* mesh : meshes) {
-        const std::vector<const MStlTriangle*> picked = Marked(*mesh);
-        EXPECT_EQ(UnexplainedMarks(pick, picked), 0);
-        for (const MStlTriangle* t : picked)
-            EXPECT_TRUE(markable(*t));
-    }
-}
-
-/// Scenes seen through a view of 1 screen unit per millimetre (1000 internal units) at 10
-/// pixels per screen unit, selected by a lasso in screen units.
-class MarkPolygonScene : public ::testing::Test {
-  protected:
-    static point2i Origin(const std::vector<point2d>& polygon) {
-        double minX = polygon[0].x, minY = polygon[0].y;
-        for (const point2d& p : polygon)
-            minX = std::min(minX, p.x), minY = std::min(minY, p.y);
-        return {int(std::floor(minX * kPixelsPerMm)), int(std::floor(minY * kPixelsPerMm))};
-    }
-    /// The lasso's pixel polygon in the grid frame, its extent and the model-to-pixel maps.
-    static Pick LassoPick(const std::vector<point2d>& polygon, const oracle::RayCastOracle& rays) {
-        const point2i origin = Origin(polygon);
-        std::vector<point2d> pixels;
-        double maxX = -1e300, maxY = -1e300;
-        for (const point2d& p : polygon) {
-            pixels.push_back({std::floor(p.x * kPixelsPerMm) - origin.x,
-                              std::floor(p.y * kPixelsPerMm) - origin.y});
-            maxX = std::max(maxX, pixels.back().x), maxY = std::max(maxY, pixels.back().y);
-        }
-        return {rays, oracle::PolygonRegion(pixels), int(maxX) + 1, int(maxY) + 1};
-    }
-    MMTransformMatrix ModelToPixel(const point2i& origin,
-                                   const MMTransformMatrix& placement = MMTransformMatrix()) const {
-        MMTransformMatrix modelView = view;
-        modelView.PostMultiply(placement);
-        return FindModelToCameraViewTransformation(modelView, kPixelsPerMm, origin);
-    }
-    /// Rays through the lasso's pixels against unplaced meshes.
-    oracle::RayCastOracle Rays(const std::vector<MStlBase*>& meshes,
-                               const std::vector<point2d>& polygon) const {
-        oracle::RayCastOracle rays;
-        for (MStlBase* mesh : meshes)
-            rays.AddMesh(*mesh, ModelToPixel(Origin(polygon)));
-        return rays;
-    }
-    /// Sets the lasso and runs the picker.
-    static bool Operate(MStlBaseOperatorMarkPolygon& picker, const std::vector<point2d>& polygon) {
-        picker.SetPolygon(polygon);
-        return picker.operate();
-    }
-    void Add(MStlBaseOperatorMarkPolygon& op, MStlBase& mesh, bool whole = true,
-             IStlMarkTriangles* sink = nullptr,
-             const MMTransformMatrix& placement = MMTransformMatrix()) {
-        op.AddStl(&mesh, &view, &placement, whole, sink);
-    }
-
-    MMTransformMatrix view = Scale(0.001);
-    std::vector<point2d> lasso = Rectangle(-5, -5, 5, 5);
-    MStlBaseOperatorMarkPolygon op{kPixelsPerMm, kToleranceMm, false};
+/// A mesh of an oracle scene: wholly markable, or only its `markable` surface (none if null).
+struct Placed {
+    std::unique_ptr<MStlBase> mesh;
+    MMTransformMatrix placement;
+    bool whole = true;
+    MStlSurface* markable = nullptr;
 };
 
-TEST_F(MarkPolygonScene, SphereBehindAPlateWithAHoleFrontPickAndMarkThrough) {
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    auto plate = scene::plateWithHole(6000, 1500, 5000);
-    for (bool through : {false, true}) {
-        SCOPED_TRACE(through ? "mark through" : "front only");
-        UnmarkAll(*sphere), UnmarkAll(*plate);
-        MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
-        Add(picker, *sphere);
-        Add(picker, *plate);
-        const auto polygon = through ? Rectangle(-2, -1, 2, 1.5) : lasso;
-        picker.SetMarkThrough(through);
-        ASSERT_TRUE(Operate(picker, polygon));
+enum Option { kFront = 0, kCulling = 1, kThrough = 2, kSkipHidden = 4 };
 
-        const oracle::RayCastOracle rays = Rays({sphere.get(), plate.get()}, polygon);
-        const Pick pick = LassoPick(polygon, rays);
-        const std::size_t sphereMarks = Marked(*sphere).size();
-        if (!through) {
-            ExpectFrontPick(pick, Any, {sphere.get(), plate.get()});
-            EXPECT_GT(sphereMarks, 20u);
-            EXPECT_LT(sphereMarks, sphere->GetNumberOfTriangles() / 4);
-            continue;
-        }
-        int sampled = 0;
-        EXPECT_EQ(MissedPixels(pick, Any, true, &sampled), 0);
-        EXPECT_GT(sampled, 1000);
-        EXPECT_EQ(UnexplainedMarks(pick, Marked(*sphere), true), 0);
-        EXPECT_EQ(UnexplainedMarks(pick, Marked(*plate), true), 0);
-        int nearSide = 0, farSide = 0;  // both sides of the sphere are marked
-        for (const MStlTriangle* t : Marked(*sphere))
-            (t->GetNormal().z > 0 ? nearSide : farSide)++;
-        EXPECT_GT(nearSide, 10);
-        EXPECT_GT(farSide, 10);
+struct OracleCase {
+    using Build = std::function<std::vector<Placed>()>;
+    OracleCase(const char* name, Build build, int options = kFront,
+               std::vector<point2d> region = Rectangle(-5, -5, 5, 5), std::size_t brushRadius = 0,
+               std::optional<MMPlaneEq<double>> plane = std::nullopt)
+        : name(name),
+          build(std::move(build)),
+          culling(options & kCulling),
+          through(options & kThrough),
+          skipHidden(options & kSkipHidden),
+          region(std::move(region)),
+          brushRadius(brushRadius),
+          plane(plane) {}
+
+    const char* name;
+    Build build;
+    bool culling, through, skipHidden;
+    std::vector<point2d> region;
+    std::size_t brushRadius;                 // screen units; 0: `region` is a lasso
+    std::optional<MMPlaneEq<double>> plane;  // placement space; placements with planes only shift
+};
+
+/// The region in the picker's pixel frame, as the rays see it: lasso corners and brush
+/// centres floored to pixels relative to the box's lower-left pixel.
+Pick RegionPick(const OracleCase& c, point2i& origin) {
+    const int r = int(c.brushRadius * kPixelsPerMm);
+    double minX = c.region[0].x, minY = c.region[0].y;
+    for (const point2d& p : c.region)
+        minX = std::min(minX, p.x), minY = std::min(minY, p.y);
+    origin = {int(std::floor(minX * kPixelsPerMm)) - r, int(std::floor(minY * kPixelsPerMm)) - r};
+    const double centre = r ? 0.5 : 0.0;  // discs are centred on pixel centres
+    std::vector<point2d> pixels;
+    int width = 0, height = 0;
+    for (const point2d& p : c.region) {
+        pixels.push_back({std::floor(p.x * kPixelsPerMm) - origin.x + centre,
+                          std::floor(p.y * kPixelsPerMm) - origin.y + centre});
+        width = std::max(width, int(pixels.back().x) + r + 1);
+        height = std::max(height, int(pixels.back().y) + r + 1);
     }
+    return {{}, r ? oracle::BrushRegion(pixels, r) : oracle::PolygonRegion(pixels), width, height};
 }
 
-TEST_F(MarkPolygonScene, MeshesWithDifferentPlacementsHideEachOther) {
-    auto back = scene::cube({0, 0, 0}, 2000, 8);
-    auto front = scene::cube({0, 0, 0}, 2000, 8);
-    const MMTransformMatrix frontPlacement = Translation(1500, 1000, 4500);
-    Add(op, *back);
-    Add(op, *front, true, nullptr, frontPlacement);
-    ASSERT_TRUE(Operate(op, lasso));
+/// Runs the case's pick and holds it against rays cast through every region pixel.
+void ExpectOraclePick(const OracleCase& c) {
+    SCOPED_TRACE(c.name);
+    std::vector<Placed> meshes = c.build();
+    MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, c.skipHidden);
+    for (Placed& p : meshes) {
+        picker.AddStl(p.mesh.get(), &kView, &p.placement, p.whole, nullptr);
+        picker.SetMarkableSurface(p.markable);
+    }
+    if (c.plane)
+        picker.AddClippingPlane(*c.plane);
+    picker.SetBackFaceCulling(c.culling);
+    picker.SetMarkThrough(c.through);
+    if (c.brushRadius)
+        picker.SetBrushPath(c.region, c.brushRadius);
+    else
+        picker.SetPolygon(c.region);
+    ASSERT_TRUE(picker.operate());
 
-    oracle::RayCastOracle rays = Rays({back.get()}, lasso);
-    rays.AddMesh(*front, ModelToPixel(Origin(lasso), frontPlacement));
-    ExpectFrontPick(LassoPick(lasso, rays), Any, {back.get(), front.get()});
-    int topMarked = 0, topHidden = 0;  // the front cube covers part of the back one's top
-    for (MStlTriangle& t : back->Triangles())
-        if (t.GetNormal().z > 0.5)
-            (t.IsMarked() ? topMarked : topHidden)++;
-    EXPECT_GT(topMarked, 10);
-    EXPECT_GT(topHidden, 10);
+    point2i origin;
+    Pick pick = RegionPick(c, origin);
+    std::optional<MMPlaneEq<double>> modelPlane;
+    for (const Placed& p : meshes) {
+        if (c.plane)
+            modelPlane = {c.plane->a, c.plane->b, c.plane->c,
+                          c.plane->SignedValue(p.placement.TransformPoint({0, 0, 0}))};
+        MMTransformMatrix modelView = kView;
+        modelView.PostMultiply(p.placement);
+        TrianglePredicate drawn;
+        if (c.skipHidden)
+            drawn = [](const MStlTriangle& t) { return t.GetSurface()->GetVisible(); };
+        pick.rays.AddMesh(*p.mesh,
+                          FindModelToCameraViewTransformation(modelView, kPixelsPerMm, origin),
+                          drawn, modelPlane);
+    }
+    const TrianglePredicate markable = [&](const MStlTriangle& t) {
+        for (const Placed& p : meshes)
+            if (p.mesh.get() == t.GetStl())
+                return (p.whole || t.GetSurface() == p.markable) &&
+                       (!c.culling || t.GetNormal().z > 0);
+        return false;
+    };
+    int sampled = 0;
+    const int missed = MissedPixels(pick, markable, c.through, &sampled);
+    EXPECT_GT(sampled, 100);
+    EXPECT_LE(missed, c.through ? 0 : kAllowedMissFraction * sampled)
+        << missed << " of " << sampled;
+    for (const Placed& p : meshes)
+        for (const MStlTriangle* t : Marked(*p.mesh)) {
+            const oracle::Projected* projected = pick.rays.Find(t);
+            EXPECT_TRUE(projected && Explained(pick, *projected, c.through));
+            EXPECT_TRUE(markable(*t));
+            if (modelPlane) {  // a triangle wholly on the cut-away side is never marked
+                EXPECT_GE(std::max({modelPlane->SignedValue(t->GetVertex(0)),
+                                    modelPlane->SignedValue(t->GetVertex(1)),
+                                    modelPlane->SignedValue(t->GetVertex(2))}),
+                          0.0);
+            }
+        }
 }
 
-TEST_F(MarkPolygonScene, BackFaceCullingKeepsTheFrontHalfOfAClosedMesh) {
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    Add(op, *sphere);
-    op.SetBackFaceCulling(true);
-    ASSERT_TRUE(Operate(op, lasso));
-    const auto facesViewer = [](const MStlTriangle& t) { return t.GetNormal().z > 0; };
-    ExpectFrontPick(LassoPick(lasso, Rays({sphere.get()}, lasso)), facesViewer, {sphere.get()});
+std::vector<Placed> One(std::unique_ptr<MStlBase> mesh, const MMTransformMatrix& placement = {}) {
+    std::vector<Placed> meshes;
+    meshes.push_back({std::move(mesh), placement});
+    return meshes;
 }
 
-TEST_F(MarkPolygonScene, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
+std::vector<Placed> SphereBehindAPlateWithAHole() {
+    std::vector<Placed> meshes = One(scene::uvSphere({0, 0, 0}, 3000));
+    meshes.push_back({scene::plateWithHole(6000, 1500, 5000), {}});
+    return meshes;
+}
+
+/// One mesh: a ball surface behind a shield surface, with the shield hidden or only
+/// `ballMarkable`; and a small plate in front that is never markable.
+std::vector<Placed> BallAndShield(bool hiddenShield) {
+    std::vector<Placed> meshes;
+    Placed& p = meshes.emplace_back(Placed{std::make_unique<MStlBase>(), {}, hiddenShield});
+    MStlSurface* ball = p.mesh->AddSurface(nullptr);
+    MStlSurface* shield = p.mesh->AddSurface(nullptr);
+    scene::addUvSphere(*ball, {0, 0, 0}, 3000, 24, 48);
+    if (hiddenShield) {
+        scene::addGrid(*shield, {-6000, -6000, 5000}, {12000, 0, 0}, {0, 12000, 0}, 4);
+        shield->SetVisible(false);
+        return meshes;
+    }
+    scene::addPlateWithHole(*shield, 6000, 1500, 5000, 16);
+    p.markable = ball;
+    meshes.push_back({scene::plate(1000, 6000, 2), {}, false});
+    return meshes;
+}
+
+TEST(MarkPolygon, PicksWhatRaysThroughTheRegionHit) {
+    const auto sphere = [] { return scene::uvSphere({0, 0, 0}, 3000); };
+    const OracleCase cases[] = {
+        {"sphere behind a plate with a hole", SphereBehindAPlateWithAHole},
+        {"mark-through", SphereBehindAPlateWithAHole, kThrough, Rectangle(-2, -1, 2, 1.5)},
+        {"placed cubes hide each other",
+         [] {
+             std::vector<Placed> meshes = One(scene::cube({0, 0, 0}, 2000, 8));
+             meshes.push_back({scene::cube({0, 0, 0}, 2000, 8), Translation(1500, 1000, 4500)});
+             return meshes;
+         }},
+        {"culling keeps the front half", [&] { return One(sphere()); }, kCulling},
+        {"culling with a markable surface", [] { return BallAndShield(false); }, kCulling},
+        {"markable surface, the rest occludes", [] { return BallAndShield(false); }},
+        {"hidden surface skipped", [] { return BallAndShield(true); }, kSkipHidden},
+        {"hidden surface drawn", [] { return BallAndShield(true); }},
+        // Placed 1000 units nearer, the plane keeps model z ≤ 0: the far side shows.
+        {"clipping plane opens the sphere", [&] { return One(sphere(), Translation(0, 0, 1000)); },
+         kFront, Rectangle(-5, -5, 5, 5), 0, MMPlaneEq<double>{0, 0, -1, 1000}},
+        {"brush stroke",
+         [] { return One(scene::plate(6000, 0, 40)); },
+         kFront,
+         {{-4, -3}, {0, 1}, {4, -2}},
+         1},
+    };
+    for (const OracleCase& c : cases)
+        ExpectOraclePick(c);
+}
+
+bool Operate(MStlBaseOperatorMarkPolygon& picker, MStlBase& mesh, bool whole = true,
+             const std::vector<point2d>& lasso = Rectangle(-5, -5, 5, 5)) {
+    picker.AddStl(&mesh, &kView, &kNoPlacement, whole, nullptr);
+    picker.SetPolygon(lasso);
+    return picker.operate();
+}
+
+TEST(MarkPolygon, MarkThroughTurnsBackFaceCullingOffForLaterRuns) {
     auto awayPlate = scene::oneSurface([](MStlSurface& s) {  // facing −z, away from the viewer
         scene::addGrid(s, {-2000, -2000, 0}, {0, 4000, 0}, {4000, 0, 0}, 4);
     });
-    const std::size_t all = awayPlate->GetNumberOfTriangles();
-    Add(op, *awayPlate);
-    op.SetBackFaceCulling(true);
-    op.SetMarkThrough(true);
-    ASSERT_TRUE(Operate(op, lasso));
-    EXPECT_EQ(Marked(*awayPlate).size(), all);
-
-    UnmarkAll(*awayPlate);
-    op.SetMarkThrough(false);
-    ASSERT_TRUE(op.operate());
-    EXPECT_EQ(Marked(*awayPlate).size(), all);
-}
-
-TEST_F(MarkPolygonScene, OnlyMarkableSurfacesAreMarkedWhileTheRestOccludes) {
-    auto mesh = std::make_unique<MStlBase>();
-    MStlSurface* ball = mesh->AddSurface(nullptr);
-    MStlSurface* shield = mesh->AddSurface(nullptr);
-    scene::addUvSphere(*ball, {0, 0, 0}, 3000, 24, 48);
-    scene::addPlateWithHole(*shield, 6000, 1500, 5000, 16);
-    Add(op, *mesh, /*whole=*/false);
-    op.SetMarkableSurface(ball);
-    ASSERT_TRUE(Operate(op, lasso));
-    ExpectFrontPick(LassoPick(lasso, Rays({mesh.get()}, lasso)), OnSurface(ball), {mesh.get()});
-    EXPECT_GT(Marked(*mesh).size(), 20u);
-
-    // A mesh added without a markable surface only occludes.
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    auto plate = scene::plate(6000, 5000, 4);
     MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
-    Add(picker, *sphere);
-    Add(picker, *plate, /*whole=*/false);
-    ASSERT_TRUE(Operate(picker, lasso));
-    EXPECT_TRUE(Marked(*sphere).empty());
-    EXPECT_TRUE(Marked(*plate).empty());
-}
-
-TEST_F(MarkPolygonScene, HiddenSurfacesAreSkippedOnlyWhenAsked) {
-    for (bool skip : {true, false}) {
-        SCOPED_TRACE(skip);
-        auto mesh = std::make_unique<MStlBase>();
-        MStlSurface* ball = mesh->AddSurface(nullptr);
-        MStlSurface* shield = mesh->AddSurface(nullptr);
-        scene::addUvSphere(*ball, {0, 0, 0}, 3000, 24, 48);
-        scene::addGrid(*shield, {-6000, -6000, 5000}, {12000, 0, 0}, {0, 12000, 0}, 4);
-        shield->SetVisible(false);
-        MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, skip);
-        Add(picker, *mesh);
-        ASSERT_TRUE(Operate(picker, lasso));
-
-        oracle::RayCastOracle rays;
-        rays.AddMesh(*mesh, ModelToPixel(Origin(lasso)), skip ? OnSurface(ball) : Any);
-        ExpectFrontPick(LassoPick(lasso, rays), OnSurface(skip ? ball : shield), {mesh.get()});
-    }
-}
-
-TEST_F(MarkPolygonScene, ClippingPlaneOpensTheSphereToItsFarSide) {
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    // Placed 1000 units nearer; the plane keeps placement z ≤ 1000, i.e. model z ≤ 0.
-    const MMTransformMatrix placement = Translation(0, 0, 1000);
-    Add(op, *sphere, true, nullptr, placement);
-    op.AddClippingPlane({0, 0, -1, 1000});
-    ASSERT_TRUE(Operate(op, lasso));
-
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*sphere, ModelToPixel(Origin(lasso), placement), {},
-                 MMPlaneEq<double>{0, 0, -1, 0});
-    ExpectFrontPick(LassoPick(lasso, rays), Any, {sphere.get()});
-    int farSide = 0;
-    for (const MStlTriangle* t : Marked(*sphere)) {
-        EXPECT_LE(std::min({t->GetVertex(0).z, t->GetVertex(1).z, t->GetVertex(2).z}), 0.0);
-        farSide += t->GetNormal().z < 0;
-    }
-    EXPECT_GT(farSide, sphere->GetNumberOfTriangles() / 4);
-}
-
-TEST_F(MarkPolygonScene, PlaneWithoutANormalRemovesEveryTriangle) {
-    // The mapped equation is NaN everywhere: every triangle is cut and no piece survives,
-    // alone, after a plane that cuts the sphere, or before one that keeps it whole.
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const std::vector<std::vector<MMPlaneEq<double>>> planeSets = {{{0, 0, 0, 1}},
-                                                                   {{0, 0, 0, 0}},
-                                                                   {{0, 0, 0, -1}},
-                                                                   {{1e-170, 0, 0, 5}},
-                                                                   {{nan, 0, 1, 0}},
-                                                                   {{1, 0, 0, 0}, {0, 0, 0, 1}},
-                                                                   {{0, 0, 0, 1}, {0, 0, 1, 1e9}}};
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    for (const bool markThrough : {false, true})
-        for (const auto& planes : planeSets) {
-            MStlBaseOperatorMarkPolygon picker{kPixelsPerMm, kToleranceMm, false};
-            Add(picker, *sphere);
-            for (const MMPlaneEq<double>& plane : planes)
-                picker.AddClippingPlane(plane);
-            picker.SetMarkThrough(markThrough);
-            ASSERT_TRUE(Operate(picker, lasso));
-            EXPECT_TRUE(Marked(*sphere).empty())
-                << planes.size() << " planes, first " << planes[0].a << " " << planes[0].d
-                << (markThrough ? ", mark-through" : "");
-            UnmarkAll(*sphere);
-        }
-}
-
-TEST_F(MarkPolygonScene, PlaneVerdictDoesNotDependOnWhichVertexComesFirst) {
-    // Triangles against the plane x = 0 (kept side x ≥ 0), each listed from all three of its
-    // vertices in turn: a triangle with some part on the kept side is marked whatever the
-    // rotation, one with no point strictly on the kept side never is.
-    using Corners = std::array<std::array<int, 3>, 3>;
-    struct Case {
-        const char* name;
-        Corners corners;
-        bool marked;
-    };
-    const Case cases[] = {
-        {"one vertex below", {{{-1000, -3000, 0}, {3000, -4000, 0}, {3000, -2000, 0}}}, true},
-        {"two vertices below", {{{-3000, -3000, 0}, {2000, -1000, 0}, {-3000, 1000, 0}}}, true},
-        {"one below, two on the plane", {{{-1000, 0, 0}, {0, -3000, 0}, {0, 3000, 0}}}, false},
-        {"one above, two on the plane", {{{1000, 0, 0}, {0, 3000, 0}, {0, -3000, 0}}}, true},
-    };
-    // A triangle lying in the second plane (every vertex exactly on it) is kept by it, also when
-    // the first plane sends it to the clipper; its part on the first plane's kept side is marked.
-    const MMPlaneEq<double> acrossX{1, 0, 0, 0}, inPlane{0, 0, 1, 0};
-    for (const auto& planes : {std::vector{acrossX, inPlane}, std::vector{inPlane, acrossX}}) {
-        auto mesh = std::make_unique<MStlBase>();
-        MStlTriangle* lying =
-            mesh->AddSurface(nullptr)->AddTriangle(-3000, -3000, 0, 3000, -2000, 0, 0, 3000, 0);
-        MStlBaseOperatorMarkPolygon picker{kPixelsPerMm, kToleranceMm, false};
-        Add(picker, *mesh);
-        for (const MMPlaneEq<double>& plane : planes)
-            picker.AddClippingPlane(plane);
-        ASSERT_TRUE(Operate(picker, lasso));
-        EXPECT_TRUE(lying->IsMarked()) << "lying in the plane, first plane c = " << planes[0].c;
-    }
-    for (const Case& c : cases)
-        for (int rotation = 0; rotation < 3; ++rotation) {
-            auto mesh = std::make_unique<MStlBase>();
-            const auto& p = c.corners[rotation];
-            const auto& q = c.corners[(rotation + 1) % 3];
-            const auto& r = c.corners[(rotation + 2) % 3];
-            MStlTriangle* triangle = mesh->AddSurface(nullptr)->AddTriangle(
-                p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
-            MStlBaseOperatorMarkPolygon picker{kPixelsPerMm, kToleranceMm, false};
-            Add(picker, *mesh);
-            picker.AddClippingPlane({1, 0, 0, 0});
-            ASSERT_TRUE(Operate(picker, lasso));
-            EXPECT_EQ(triangle->IsMarked(), c.marked) << c.name << ", rotation " << rotation;
-        }
-}
-
-TEST_F(MarkPolygonScene, UnmarkRestoresTheMarksOfBefore) {
-    auto sphere = scene::uvSphere({0, 0, 0}, 3000);
-    auto plate = scene::plateWithHole(6000, 1500, 5000);
-    plate->GetTriangle(0).Mark();  // a corner outside the lasso
-    sphere->GetTriangle(sphere->GetNumberOfTriangles() / 2).Mark();
-    const auto before = Marked(*plate), beforeSphere = Marked(*sphere);
-    for (bool unmark : {false, true}) {
-        MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
-        Add(picker, *sphere);
-        Add(picker, *plate);
-        picker.SetUnmark(unmark);
-        ASSERT_TRUE(Operate(picker, Rectangle(-3, -3, 3, 3)));
-        if (!unmark) {
-            EXPECT_GT(Marked(*plate).size(), before.size() + 10);
-        }
-    }
-    EXPECT_EQ(Marked(*plate), before);
-    EXPECT_LE(Marked(*sphere).size(), beforeSphere.size());
-}
-
-TEST_F(MarkPolygonScene, BrushStrokeMarksAlongThePath) {
-    auto plate = scene::plate(6000, 0, 40);
-    const std::vector<point2d> path{{-4, -3}, {0, 1}, {4, -2}};
-    const std::size_t radius = 1;  // screen units: 10 pixels
-    Add(op, *plate);
-    op.SetBrushPath(path, radius);
-    ASSERT_TRUE(op.operate());
-
-    const int r = int(radius * kPixelsPerMm);
-    const point2i origin{int(std::floor(-4 * kPixelsPerMm)) - r,
-                         int(std::floor(-3 * kPixelsPerMm)) - r};
-    std::vector<point2d> pixels;
-    for (const point2d& p : path)
-        pixels.push_back({std::floor(p.x * kPixelsPerMm) - origin.x + 0.5,
-                          std::floor(p.y * kPixelsPerMm) - origin.y + 0.5});
-    oracle::RayCastOracle rays;
-    rays.AddMesh(*plate, ModelToPixel(origin));
-    const Pick pick{rays, oracle::BrushRegion(pixels, r), 8 * 10 + 2 * r + 1, 4 * 10 + 2 * r + 1};
-    ExpectFrontPick(pick, Any, {plate.get()});
+    picker.SetBackFaceCulling(true);
+    picker.SetMarkThrough(true);
+    ASSERT_TRUE(Operate(picker, *awayPlate));
+    EXPECT_EQ(Marked(*awayPlate).size(), awayPlate->GetNumberOfTriangles());
+    for (MStlTriangle& t : awayPlate->Triangles())
+        t.Unmark();
+    picker.SetMarkThrough(false);
+    ASSERT_TRUE(picker.operate());
+    EXPECT_EQ(Marked(*awayPlate).size(), awayPlate->GetNumberOfTriangles());
 }
 
 // A triangle seen edge-on (normal · viewing direction exactly 0) still draws a line of pixels;
 // culling counts it as back-facing, both for a wholly markable mesh and for a markable surface.
-TEST_F(MarkPolygonScene, BackFaceCullingTreatsEdgeOnAsBackFacing) {
+TEST(MarkPolygon, BackFaceCullingTreatsEdgeOnAsBackFacing) {
     for (const bool culling : {false, true})
         for (const bool whole : {true, false}) {
-            auto mesh = std::make_unique<MStlBase>();
-            MStlSurface* surface = mesh->AddSurface(nullptr);
+            MStlBase mesh;
+            MStlSurface* surface = mesh.AddSurface(nullptr);
             MStlTriangle* edgeOn = surface->AddTriangle(0, -2000, -1000, 0, 2000, 0, 0, 0, 1000);
             MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
-            Add(picker, *mesh, whole);
-            if (!whole)
-                picker.SetMarkableSurface(surface);
             picker.SetBackFaceCulling(culling);
-            ASSERT_TRUE(Operate(picker, lasso));
+            picker.AddStl(&mesh, &kView, &kNoPlacement, whole, nullptr);
+            picker.SetMarkableSurface(whole ? nullptr : surface);
+            picker.SetPolygon(Rectangle(-5, -5, 5, 5));
+            ASSERT_TRUE(picker.operate());
             EXPECT_EQ(edgeOn->IsMarked(), !culling) << "whole " << whole;
         }
 }
 
-TEST_F(MarkPolygonScene, DefaultToleranceIsFiftyInternalUnits) {
+/// Records the order in which triangles are marked, each run of calls for one triangle once.
+struct MarkOrder : IStlMarkTriangles {
+    bool IsMarked(const MStlTriangle&) const override { return false; }
+    void Mark(MStlTriangle& t) override {
+        if (marked.empty() || marked.back() != &t)
+            marked.push_back(&t);
+    }
+    void Unmark(MStlTriangle&) override {}
+
+    std::vector<const MStlTriangle*> marked;
+};
+
+// A triangle, listed from each of its vertices in turn, then one on every plane's kept side.
+// A triangle with no point strictly on a plane's kept side (≥ 0) is dropped; one with every
+// vertex on it, the plane included, is marked whole in its place; any other is cut, and its
+// pieces are marked after the mesh's whole triangles (mark-through marks in triangle order). A
+// plane without a normal maps to NaN and removes every triangle, alone or with others.
+TEST(MarkPolygon, ClippingPlaneVerdicts) {
+    using Corners = std::array<std::array<int, 3>, 3>;
+    enum Verdict { kRemoved, kDropped, kWhole, kCut };
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const MMPlaneEq<double> acrossX{1, 0, 0, 0}, inPlane{0, 0, 1, 0};
+    const Corners big{{{-3000, -3000, 0}, {3000, -2000, 0}, {0, 3000, 0}}};
+    struct Case {
+        const char* name;
+        Corners corners;
+        std::vector<MMPlaneEq<double>> planes;
+        Verdict verdict;
+    };
+    const Case cases[] = {
+        {"one vertex cut",
+         {{{-1000, -3000, 0}, {3000, -4000, 0}, {3000, -2000, 0}}},
+         {acrossX},
+         kCut},
+        {"two vertices cut",
+         {{{-3000, -3000, 0}, {2000, -1000, 0}, {-3000, 1000, 0}}},
+         {acrossX},
+         kCut},
+        {"one below, two on the plane",
+         {{{-1000, 0, 0}, {0, -3000, 0}, {0, 3000, 0}}},
+         {acrossX},
+         kDropped},
+        {"one above, two on the plane",
+         {{{1000, 0, 0}, {0, 3000, 0}, {0, -3000, 0}}},
+         {acrossX},
+         kWhole},
+        {"lying in the plane", big, {inPlane}, kWhole},
+        {"lying in the second plane", big, {acrossX, inPlane}, kCut},
+        {"lying in the first plane", big, {inPlane, acrossX}, kCut},
+        {"zero normal", big, {{0, 0, 0, 1}}, kRemoved},
+        {"zero plane", big, {{0, 0, 0, 0}}, kRemoved},
+        {"zero normal, cutting away", big, {{0, 0, 0, -1}}, kRemoved},
+        {"tiny normal", big, {{1e-170, 0, 0, 5}}, kRemoved},
+        {"NaN normal", big, {{nan, 0, 1, 0}}, kRemoved},
+        {"zero normal after a cut", big, {acrossX, {0, 0, 0, 1}}, kRemoved},
+        {"zero normal before a keeping plane", big, {{0, 0, 0, 1}, {0, 0, 1, 1e9}}, kRemoved},
+    };
+    for (const Case& c : cases)
+        for (int rotation = 0; rotation < 3; ++rotation)
+            for (const bool markThrough : {false, true}) {
+                MStlBase mesh;
+                MStlSurface& surface = *mesh.AddSurface(nullptr);
+                const auto& p = c.corners[rotation];
+                const auto& q = c.corners[(rotation + 1) % 3];
+                const auto& r = c.corners[(rotation + 2) % 3];
+                const MStlTriangle* t =
+                    surface.AddTriangle(p[0], p[1], p[2], q[0], q[1], q[2], r[0], r[1], r[2]);
+                const MStlTriangle* other =
+                    surface.AddTriangle(1000, 1000, 0, 3000, 1000, 0, 2000, 3000, 0);
+                MarkOrder sink;
+                MStlBaseOperatorMarkPolygon picker(kPixelsPerMm, kToleranceMm, false);
+                picker.AddStl(&mesh, &kView, &kNoPlacement, true, &sink);
+                for (const MMPlaneEq<double>& plane : c.planes)
+                    picker.AddClippingPlane(plane);
+                picker.SetMarkThrough(markThrough);
+                picker.SetPolygon(Rectangle(-5, -5, 5, 5));
+                ASSERT_TRUE(picker.operate());
+                std::vector<const MStlTriangle*> expected;
+                if (c.verdict == kWhole || (c.verdict == kCut && markThrough))
+                    expected = {t, other};
+                else if (c.verdict == kCut)
+                    expected = {other, t};
+                else if (c.verdict == kDropped)
+                    expected = {other};
+                EXPECT_EQ(sink.marked, expected)
+                    << c.name << ", rotation " << rotation << ", through " << markThrough;
+            }
+}
+
+TEST(MarkPolygon, DefaultToleranceIsFiftyInternalUnitsAtFivePixelsPerUnit) {
     // A back plate entirely covered by a front plate is marked only within the tolerance.
     for (auto [gap, backMarked] : {std::pair{30, true}, {80, false}}) {
         auto front = scene::plate(800, 0, 2);
         auto back = scene::plate(700, -gap, 2);
-        MStlBaseOperatorMarkPolygon defaults, explicitOnes(5.0, 0.05, false);
-        for (MStlBaseOperatorMarkPolygon* picker : {&defaults, &explicitOnes}) {
-            Add(*picker, *front);
-            Add(*picker, *back);
-            ASSERT_TRUE(Operate(*picker, Rectangle(-1, -1, 1, 1)));
-            EXPECT_EQ(Marked(*front).size(), front->GetNumberOfTriangles());
-            EXPECT_EQ(Marked(*back).size(), backMarked ? back->GetNumberOfTriangles() : 0)
-                << "gap " << gap;
-            UnmarkAll(*front), UnmarkAll(*back);
-        }
+        MStlBaseOperatorMarkPolygon defaults;
+        defaults.AddStl(back.get(), &kView, &kNoPlacement, true, nullptr);
+        ASSERT_TRUE(Operate(defaults, *front, true, Rectangle(-1, -1, 1, 1)));
+        EXPECT_EQ(Marked(*front).size(), front->GetNumberOfTriangles());
+        EXPECT_EQ(Marked(*back).size(), backMarked ? back->GetNumberOfTriangles() : 0)
+            << "gap " << gap;
     }
-}
-
-TEST(MarkPolygonSetUp, PolygonVerticesAreFlooredToPixelsAtTheDefaultFivePerUnit) {
-    // 100 internal units per screen unit, 5 pixels per screen unit: (1.3, 2.0) becomes pixel
+    // 100 internal units per screen unit, 5 pixels per unit: (1.3, 2.0) is floored to pixel
     // (6, 10), the box origin, so the pixel whose centre is screen (1.2, 2.0) is selected and
     // the one at (1.0, 2.0) is not. At 10 pixels per unit the first would lie left of the box.
-    const MMTransformMatrix view = Scale(0.01), placement;
+    const MMTransformMatrix view = Scale(0.01);
     MStlBase mesh;
     MStlSurface& s = *mesh.AddSurface(nullptr);
     MStlTriangle* inside = s.AddTriangle(118, 198, 0, 122, 198, 0, 120, 202, 0);
     MStlTriangle* outside = s.AddTriangle(98, 198, 0, 102, 198, 0, 100, 202, 0);
     MStlBaseOperatorMarkPolygon picker;
-    picker.AddStl(&mesh, &view, &placement, true, nullptr);
+    picker.AddStl(&mesh, &view, &kNoPlacement, true, nullptr);
     picker.SetPolygon({{1.3, 2.0}, {3.0, 2.0}, {3.0, 4.0}, {1.3, 4.0}});
     ASSERT_TRUE(picker.operate());
     EXPECT_TRUE(inside->IsMarked());
     EXPECT_FALSE(outside->IsMarked());
 }
 
-TEST(MarkPolygonSetUp, DegenerateRegions) {
+TEST(MarkPolygon, DegenerateRegions) {
     auto sphere = scene::uvSphere({0, 0, 0}, 3000, 8, 16);
-    const MMTransformMatrix view = Scale(0.001), placement;
     MStlBaseOperatorMarkPolygon picker;
-    picker.AddStl(sphere.get(), &view, &placement, true, nullptr);
-
-    picker.SetPolygon({});
-    EXPECT_TRUE(picker.operate());
+    EXPECT_TRUE(Operate(picker, *sphere, true, {}));
     picker.SetBrushPath({}, 2);
     EXPECT_TRUE(picker.operate());
-    EXPECT_TRUE(Marked(*sphere).empty());
-
-    // 700 001 × 400 001 pixels exceed the raster limit.
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    // 700 001 × 400 001 pixels exceed the raster limit; so do paths and radii beyond 32 bits.
     picker.SetPolygon(Rectangle(0, 0, 140000, 80000));
     EXPECT_FALSE(picker.operate());
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     picker.SetBrushPath({{0, 0}, {nan, 1}}, 1);
     EXPECT_FALSE(picker.operate());
     picker.SetBrushPath({{0, 0}, {1e12, 1}}, 1);
     EXPECT_FALSE(picker.operate());
-    // Radii beyond the 32-bit pixel range, at 5 pixels per unit.
     for (const std::size_t radius : {std::size_t{1} << 29, std::size_t{1} << 40, SIZE_MAX}) {
         picker.SetBrushPath({{0, 0}}, radius);
         EXPECT_FALSE(picker.operate()) << radius;
     }
     EXPECT_TRUE(Marked(*sphere).empty());
-
     MStlBaseOperatorMarkPolygon empty;
     empty.SetPolygon(Rectangle(0, 0, 1, 1));
     EXPECT_TRUE(empty.operate());
