@@ -1,5 +1,5 @@
 #include <velpick/mark_polygon.h>
-#include <velpick/perspective_projection.h>
+#include <velpick/pinhole_projection.h>
 
 #include <algorithm>
 #include <cmath>

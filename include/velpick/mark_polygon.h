@@ -8,7 +8,7 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
-#include <velpick/perspective_projection.h>
+#include <velpick/pinhole_projection.h>
 
 class MStlBase;
 class MStlSurface;

@@ -16,7 +16,7 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/mark_polygon.h>
-#include <velpick/perspective_projection.h>
+#include <velpick/pinhole_projection.h>
 #include "support/scene_builders.h"
 
 using AU_MarkOperations::PolygonMarking::PerspectiveProjection;
