@@ -13,10 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include <velpick/host/element_info.h>
 #include <velpick/host/feature_graphs.h>
-#include <velpick/host/huge_pages.h>
-#include <velpick/host/mark_triangles.h>
 #include <velpick/host/named_mask.h>
 #include <velpick/host/stl_base.h>
 #include "support/noisy_torus.h"
@@ -242,18 +239,6 @@ TEST(MeshTest, ElementsAddedOneByOneOrInBatchesKeepTheirPlaceOrderAndSurfaces) {
     EXPECT_EQ(stl.GetNumberOfTriangles(), t);
 }
 
-TEST(HugePageAdviceTest, LeavesContentsAloneForAnyRange) {
-    std::vector<unsigned char> bytes(5u << 20);
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<unsigned char>(i * 131 + 7);
-    const std::vector<unsigned char> before = bytes;
-    MStlAdviseHugePages(bytes.data(), bytes.size());
-    MStlAdviseHugePages(bytes.data() + 12345, 3u << 20);  // unaligned at both ends
-    MStlAdviseHugePages(bytes.data() + 1, 100);           // within one small page
-    MStlAdviseHugePages(bytes.data(), 0);
-    EXPECT_EQ(bytes, before);
-}
-
 TEST(MeshTest, SurfaceIteratorVisitsTreeDepthFirstOnce) {
     MStlBase stl;
     MStlSurface* a = stl.AddSurface(nullptr);
@@ -298,31 +283,6 @@ TEST(MeshTest, NormalIsUnitAndFollowsRightHandRule) {
         const point3d uxv{u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x};
         EXPECT_GT(dot(n, uxv), 0.0);
     }
-}
-
-TEST(MeshTest, ElementInfoAndMarkingSinkOnACube) {
-    const auto mesh = cube();
-    MStlBase& stl = *mesh;
-    MStlGraph* graph = AddSharpEdgeGraph(stl, 30.0, false);
-    EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(&stl, false), nullptr);
-    EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(nullptr, true), nullptr);
-    auto* info = MStlBaseElementInfoStlDependency::GetDependency(&stl, true);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(MStlBaseElementInfoStlDependency::GetDependency(&stl, false), info);
-    const auto unset = info->GetEdgeThickness(*graph->GraphEdges().begin());
-    EXPECT_EQ(std::make_pair(unset.first, unset.second), std::make_pair(0, 0));
-
-    // The marking sink marks in its mask, not on the triangle.
-    MStlMarkTrianglesByMasks sink(stl);
-    IStlMarkTriangles& asInterface = sink;
-    asInterface.Mark(stl.GetTriangle(3));
-    asInterface.Mark(stl.GetTriangle(7));
-    asInterface.Unmark(stl.GetTriangle(7));
-    EXPECT_TRUE(sink.IsMarked(stl.GetTriangle(3)));
-    EXPECT_FALSE(sink.IsMarked(stl.GetTriangle(7)));
-    EXPECT_EQ(sink.GetNumberOfMarked(), 1u);
-    for (const MStlTriangle& t : stl.Triangles())
-        EXPECT_FALSE(t.IsMarked());
 }
 
 // ---- Sharp-edge and feature graphs ----
