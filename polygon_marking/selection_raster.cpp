@@ -26,12 +26,10 @@ bool SizeAccepted(std::uint32_t width, std::int32_t height) {
 void ReleaseBuffers(_DepthRaster& raster) {
     raster.m_depth.reset();
     raster.m_region.reset();
-    raster.m_rowSpans.reset();
 }
 
 void ReleaseBuffers(_RegionRaster& raster) {
     raster.m_region.reset();
-    raster.m_rowSpans.reset();
 }
 
 // The frame shared by the four builders: the size is stored and the old buffers are released
@@ -57,14 +55,12 @@ std::unique_ptr<PixelGrid> PolygonRegion(std::int32_t width, std::int32_t height
     return std::make_unique<PixelGrid>(vertices, width, height, kRegionPixelSize, false);
 }
 
-// Every depth entry starts farther than any triangle, with no owner; span records are
-// scratch for the edge walkers and start zeroed.
+// Every depth entry starts farther than any triangle, with no owner.
 void AllocateDepthBuffers(_DepthRaster& raster) {
     const std::size_t cells = std::size_t(raster.m_width) * std::size_t(raster.m_height);
     raster.m_depth.reset(new _DepthEntry[cells]);
     std::fill(raster.m_depth.get(), raster.m_depth.get() + cells,
               _DepthEntry{-FLT_MAX, {kNoOwner}});
-    raster.m_rowSpans = std::make_unique<_DepthSpan[]>(raster.m_height);
 }
 
 }  // namespace
@@ -73,9 +69,7 @@ std::uint64_t _RasterBytes(std::uint32_t width, std::int32_t height, bool depth)
     if (!SizeAccepted(width, height))
         return 0;
     const std::uint64_t cells = std::uint64_t{width} * static_cast<std::uint64_t>(height);
-    const std::uint64_t rows = static_cast<std::uint64_t>(height);
-    return depth ? cells * (sizeof(_DepthEntry) + 1) + rows * sizeof(_DepthSpan)
-                 : cells + rows * sizeof(_RegionSpan);
+    return depth ? cells * (sizeof(_DepthEntry) + 1) : cells;
 }
 
 bool _BuildBrushDepthRaster(_DepthRaster& raster, std::uint32_t width, std::int32_t height,
@@ -101,7 +95,6 @@ bool _BuildBrushRegionRaster(_RegionRaster& raster, std::uint32_t width, std::in
     if (!StartBuild(raster, width, height))
         return false;
     raster.m_region = BrushRegion(raster.m_width, height, path, count, radius);
-    raster.m_rowSpans = std::make_unique<_RegionSpan[]>(height);
     return true;
 }
 
@@ -110,7 +103,6 @@ bool _BuildPolygonRegionRaster(_RegionRaster& raster, std::uint32_t width, std::
     if (!StartBuild(raster, width, height))
         return false;
     raster.m_region = PolygonRegion(raster.m_width, height, polygon, count);
-    raster.m_rowSpans = std::make_unique<_RegionSpan[]>(height);
     return true;
 }
 

@@ -35,10 +35,13 @@ struct _DepthEntry {
 };
 static_assert(sizeof(_DepthEntry) == 8, "a depth cell is a float and a 32-bit owner");
 
+/// One row of a triangle between its left and right edges, as the edge walk hands it to the
+/// pixel loop: columns in grid pixels and the depths at both ends.
 struct _DepthSpan {
     float xLeft, xRight, zLeft, zRight;
 };
 
+/// The same row for the region-only walk, without depths.
 struct _RegionSpan {
     float xLeft, xRight;
 };
@@ -48,7 +51,6 @@ struct _DepthRaster {
     std::size_t m_depthTolerance = 0;  // model length in internal units
     std::unique_ptr<_DepthEntry[]> m_depth;
     std::unique_ptr<PixelGrid> m_region;
-    std::unique_ptr<_DepthSpan[]> m_rowSpans;
     std::int32_t m_width = 0;
     std::int32_t m_height = 0;
     bool m_finalized = false;
@@ -57,13 +59,12 @@ struct _DepthRaster {
 /// Region only, for mark-through picking.
 struct _RegionRaster {
     std::shared_ptr<PixelGrid> m_region;
-    std::unique_ptr<_RegionSpan[]> m_rowSpans;
     std::int32_t m_width = 0;
     std::int32_t m_height = 0;
 };
 
 /// The bytes the builders allocate for a width × height raster: per pixel a region cell and,
-/// with `depth`, a depth entry; per row a span record. 0 for a size the builders refuse.
+/// with `depth`, a depth entry. 0 for a size the builders refuse.
 std::uint64_t _RasterBytes(std::uint32_t width, std::int32_t height, bool depth);
 
 /// Builds the region of a brush path: a disc at every point and a stroke between consecutive

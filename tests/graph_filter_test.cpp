@@ -14,23 +14,18 @@ using graphs::Corner;
 constexpr float kVisible = 1.0f, kCut = 0.0f, kInvisible = -1.0f, kUntouched = 42.0f;
 const MMPlaneEq<double> kUpwards{0, 0, 1, 0};  // keeps z ≥ 0
 
-bool Filter(graphs::GraphMesh& mesh, MStlScalarMaskGraphEdges& mask,
-            const std::vector<MMPlaneEq<double>>& planes, bool thickness) {
-    MStlGraphOperatorFilterByClippingPlanes filter;
-    filter.SetGraph(&mesh.graph);
-    filter.SetGraphMask(&mask);
-    filter.SetWorkWithGraphThickness(thickness);
-    for (const auto& plane : planes)
-        filter.AddPlane(plane);
-    return filter.Operate();
-}
-
 struct FilterTest : ::testing::Test {
     graphs::GraphMesh mesh;
     MStlScalarMaskGraphEdges mask{mesh.stl, kUntouched};
 
     bool run(const std::vector<MMPlaneEq<double>>& planes, bool thickness) {
-        return Filter(mesh, mask, planes, thickness);
+        MStlGraphOperatorFilterByClippingPlanes filter;
+        filter.SetGraph(&mesh.graph);
+        filter.SetGraphMask(&mask);
+        filter.SetWorkWithGraphThickness(thickness);
+        for (const auto& plane : planes)
+            filter.AddPlane(plane);
+        return filter.Operate();
     }
     float value(const MStlGraphEdge& edge) const { return float(mask.GetScalar(edge)); }
 };
@@ -64,12 +59,12 @@ TEST_F(FilterTest, ClassesOfOnePlaneWithAndWithoutThickness) {
             ++i;
         }
     }
-    // Without element information, thickness changes nothing.
-    graphs::GraphMesh bare;
-    const MStlGraphEdge& near = bare.edge({5, 0, 1}, {5, 0, 9});
-    MStlScalarMaskGraphEdges bareMask(bare.stl, kUntouched);
-    ASSERT_TRUE(Filter(bare, bareMask, {kUpwards}, true));
-    EXPECT_EQ(bareMask.GetScalar(near), kVisible);
+}
+
+TEST_F(FilterTest, WithoutElementInformationThicknessChangesNothing) {
+    const MStlGraphEdge& near = mesh.edge({5, 0, 1}, {5, 0, 9});
+    ASSERT_TRUE(run({kUpwards}, true));
+    EXPECT_EQ(value(near), kVisible);
 }
 
 TEST_F(FilterTest, MissingInputsNoPlanesNaNAndChosenValues) {

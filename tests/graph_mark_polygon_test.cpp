@@ -5,21 +5,15 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <random>
-#include <string>
 #include <vector>
 
 #include <velpick/host/feature_graphs.h>
 #include <velpick/host/named_mask.h>
-#include "mesh_import.h"
 #include "support/graph_builders.h"
 #include "support/ray_cast_oracle.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 using graphs::GraphMesh;
 using VelSDK::Math::point2d;
@@ -158,7 +152,7 @@ TEST(GraphMarkPolygon, SecondRunNeedsFreshPolygonAndGraph) {
     EXPECT_TRUE(run(true));
 }
 
-// ---- An imported mesh and its sharp-edge graph against pixel oracles ----
+// ---- A terrain's sharp-edge graph against pixel oracles ----
 
 // Liang–Barsky: whether the segment ab meets the closed box lo..hi.
 bool Meets(point2d a, point2d b, point2d lo, point2d hi) {
@@ -179,19 +173,25 @@ bool Meets(point2d a, point2d b, point2d lo, point2d hi) {
     return t0 <= t1;
 }
 
-// A height field of n × n unit cells with random heights in steps of 0.4, as OFF text.
-std::string TerrainOff(int n) {
+// A height field of n × n cells of 1000 internal units with random heights in steps of 400,
+// each cell split into two triangles.
+std::unique_ptr<MStlBase> Terrain(int n) {
     std::mt19937 random(7);
     std::uniform_int_distribution<int> step(0, 2);
-    const auto text = [](auto... values) { return ((std::to_string(values) + " ") + ...) + "\n"; };
-    std::string off = "OFF\n" + text((n + 1) * (n + 1), 2 * n * n, 0);
-    for (int j = 0; j <= n; ++j)
-        for (int i = 0; i <= n; ++i)
-            off += text(i, j, 0.4 * step(random));
-    for (int a = 0; a < (n + 1) * n; ++a)
-        if (a % (n + 1) != n)
-            off += text(3, a, a + 1, a + n + 2) + text(3, a, a + n + 2, a + n + 1);
-    return off;
+    std::vector<std::int32_t> heights((n + 1) * (n + 1));
+    for (std::int32_t& height : heights)
+        height = 400 * step(random);
+    auto mesh = std::make_unique<MStlBase>();
+    MStlSurface& surface = *mesh->AddSurface(nullptr);
+    const auto corner = [&](int i, int j) {
+        return mesh->FindOrAddPoint(1000 * i, 1000 * j, heights[j * (n + 1) + i]);
+    };
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) {
+            surface.AddTriangle(*corner(i, j), *corner(i + 1, j), *corner(i + 1, j + 1));
+            surface.AddTriangle(*corner(i, j), *corner(i + 1, j + 1), *corner(i, j + 1));
+        }
+    return mesh;
 }
 
 // The lasso's corners in pixels, chosen so that every side has an odd dx + dy: no pixel
@@ -201,14 +201,9 @@ constexpr int kCorners[8][2] = {{22, 31}, {52, 14}, {83, 36}, {70, 60},
 constexpr double kPixelProportion = 4.0;
 constexpr double kMargin = 1e-6;  // pixels: the rounding of two ways of projecting
 
-struct ImportedTerrain : ::testing::Test {
+struct TerrainUnderALasso : ::testing::Test {
     void SetUp() override {
-        const fs::path file =
-            fs::temp_directory_path() /
-            ("graph_mark_terrain_" + std::to_string(std::random_device()()) + ".off");
-        std::ofstream(file) << TerrainOff(20);
-        mesh = velpick::ImportMesh(file, 1000.0);
-        fs::remove(file);
+        mesh = Terrain(20);
         graph = AddSharpEdgeGraph(*mesh, 10.0, false);
         ASSERT_GT(graph->GetNumberOfEdges(), 300u);
         for (const auto& corner : kCorners) {
@@ -245,7 +240,7 @@ struct ImportedTerrain : ::testing::Test {
     std::vector<point2d> lasso, pixelLasso, setPixels;
 };
 
-TEST_F(ImportedTerrain, EdgesUnderTheLassoAgainstPixelOracles) {
+TEST_F(TerrainUnderALasso, EdgesUnderTheLassoAgainstPixelOracles) {
     const Marks precise = MarkGraph(*graph, View(), lasso, kPixelProportion, false, false);
     const Marks whole = MarkGraph(*graph, View(), lasso, kPixelProportion, false, true);
     std::size_t i = 0, marked = 0, outside = 0, boxOnly = 0;
@@ -271,7 +266,7 @@ TEST_F(ImportedTerrain, EdgesUnderTheLassoAgainstPixelOracles) {
     EXPECT_GT(boxOnly, 10u);
 }
 
-TEST_F(ImportedTerrain, PlaneKeepsUncutEdgesAndNeverMarksCutAwayOnes) {
+TEST_F(TerrainUnderALasso, PlaneKeepsUncutEdgesAndNeverMarksCutAwayOnes) {
     const MMPlaneEq<double> plane{1, 0, 0, -9500};  // keeps x ≥ 9.5 model units
     const Marks open = MarkGraph(*graph, View(), lasso, kPixelProportion, false, false);
     const Marks cut = MarkGraph(*graph, View(), lasso, kPixelProportion, false, false, {plane});
