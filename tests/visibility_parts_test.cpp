@@ -5,10 +5,14 @@
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <memory>
+#include <random>
+#include <set>
 #include <vector>
 
 #include <velpick/host/mark_triangles.h>
@@ -18,6 +22,7 @@
 #include "support/ray_cast_oracle.h"
 #include "support/scene_builders.h"
 #include "support/screen_frame.h"
+#include "visibility/nearest_line.h"
 #include "visibility/piece_clipper.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
@@ -158,6 +163,92 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     std::vector<double> few{3.0};
     visibility::CompleteSampleLines(few, 0.0, 9.0, -0.2);
     EXPECT_EQ(few, (std::vector<double>{0.0, 3.0, 9.0}));
+}
+
+// The segments seen by the nearest rule, by brute force: between consecutive breakpoints (ends,
+// region bounds, and every x where two segments' depths differ by 0 or by the tolerance) the
+// order of all depths is fixed, so its middle decides the whole open interval.
+std::set<std::size_t> SeenByBruteForce(const std::vector<visibility::Segment>& segments,
+                                       const std::vector<visibility::Interval>& region,
+                                       double tolerance) {
+    // Crossings of these integer scenes are rationals of small denominators: distinct ones lie
+    // farther apart than kShortest and differ in depth at their middles by more than kRounding.
+    constexpr double kShortest = 1e-9, kRounding = 1e-12;
+    const auto depth = [](const visibility::Segment& s, double x) {
+        return s.z0 + (s.z1 - s.z0) * (x - s.x0) / (s.x1 - s.x0);
+    };
+    std::vector<double> breaks;
+    for (const auto& r : region)
+        breaks.insert(breaks.end(), {r.start, r.end});
+    for (const auto& s : segments) {
+        breaks.insert(breaks.end(), {s.x0, s.x1});
+        for (const auto& t : segments)
+            for (double gap : {0.0, tolerance}) {
+                // s − t + gap is linear in x: zero where its values at 0 and 1 say.
+                if (s.x0 == s.x1 || t.x0 == t.x1)
+                    continue;
+                const double f0 = depth(s, 0) - depth(t, 0) + gap;
+                const double f1 = depth(s, 1) - depth(t, 1) + gap;
+                if (f0 != f1)
+                    breaks.push_back(f0 / (f0 - f1));
+            }
+    }
+    std::sort(breaks.begin(), breaks.end());
+    std::set<std::size_t> seen;
+    for (std::size_t b = 0; b + 1 < breaks.size(); ++b) {
+        const double m = (breaks[b] + breaks[b + 1]) / 2;
+        if (!(breaks[b + 1] - breaks[b] > kShortest) ||
+            std::none_of(region.begin(), region.end(),
+                         [&](const auto& r) { return r.start < m && m < r.end; }))
+            continue;
+        double nearest = -HUGE_VAL;
+        for (const auto& s : segments)
+            if (s.x0 < m && m < s.x1)
+                nearest = std::max(nearest, depth(s, m));
+        for (std::size_t i = 0; i < segments.size(); ++i)
+            if (segments[i].x0 < m && m < segments[i].x1 &&
+                depth(segments[i], m) >= nearest - tolerance - kRounding)
+                seen.insert(i);
+    }
+    return seen;
+}
+
+TEST(NearestLine, SeesWhatTheExactEnvelopeOfTheSegmentsShows) {
+    std::mt19937 random(7);
+    const auto pick = [&](int lo, int hi) {
+        return std::uniform_int_distribution<int>(lo, hi)(random);
+    };
+    visibility::NearestLine line;
+    for (int trial = 0; trial < 3000; ++trial) {
+        const std::vector<visibility::Interval> region =
+            trial % 3 ? std::vector<visibility::Interval>{{1, 6}, {9, 15}}
+                      : std::vector<visibility::Interval>{{-1, 20}};
+        const double tolerance = std::array<double, 3>{0, 1, 2.5}[trial % 4 % 3];
+        std::vector<visibility::Segment> segments(pick(1, 7));
+        std::vector<visibility::Triangle> pieces(segments.size());
+        std::vector<visibility::NearestLine::Entry> entries;
+        std::set<std::size_t> markable;
+        for (std::size_t i = 0; i < segments.size(); ++i) {
+            const double x0 = pick(0, 15);
+            segments[i] = {x0, double(pick(0, 8)), x0 + pick(0, 8), double(pick(0, 8)), 0, 0, true};
+            visibility::BoundDepth(segments[i]);
+            const bool canMark = pick(0, 4) > 0;  // the others hide without being seen
+            if (canMark)
+                markable.insert(i);
+            entries.push_back({segments[i], i, canMark ? &pieces[i] : nullptr});
+        }
+        std::vector<visibility::Triangle*> found;
+        line.Decide(entries, region.data(), region.data() + region.size(), tolerance, found);
+        std::set<std::size_t> seen;
+        for (visibility::Triangle* piece : found)
+            seen.insert(static_cast<std::size_t>(piece - pieces.data()));
+        std::set<std::size_t> expected;
+        for (std::size_t i : SeenByBruteForce(segments, region, tolerance))
+            if (markable.count(i))
+                expected.insert(i);
+        ASSERT_EQ(seen, expected) << "trial " << trial;
+        ASSERT_EQ(found.size(), seen.size());
+    }
 }
 
 std::vector<bool> Marks(MStlBase& mesh, const MStlMarkTrianglesByMasks& sink) {

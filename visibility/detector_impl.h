@@ -9,6 +9,7 @@
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
 #include <velpick/visibility_detector.h>
+#include "visibility/chunk_sweep.h"
 #include "visibility/screen_piece.h"
 
 namespace visibility {
@@ -43,6 +44,8 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     bool markFlippedTriangles = false;
     bool checkSurfaceVisibility = true;
     bool markThrough = false;
+    VisibilityRule rule = VisibilityRule::Ordered;
+    double depthTolerance = 0.0;
 
   private:
     /// False, leaving the box as it was, when the path or the brush radius is not finite.
@@ -57,6 +60,8 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     void _SweepChunks(const std::vector<visibility::PieceRef>& refs,
                       const std::vector<double>& lines,
                       const std::vector<visibility::Point>& events);
+    /// How the chunks decide each line, from the settings.
+    visibility::ChunkSweep::Rule SweepRule() const;
     /// Merges the chunks' results and marks or unmarks each piece's triangle once.
     void _MarkVisiblePieces();
 

@@ -78,6 +78,14 @@ void MStlBaseOperatorVisibilityDetector::SetMarkableSurface(const MStlSurface& s
     m_impl->markableSurfaces.insert(&surface);
 }
 
+void MStlBaseOperatorVisibilityDetector::SetRule(VisibilityRule rule) {
+    m_impl->rule = rule;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetDepthTolerance(double tolerance) {
+    m_impl->depthTolerance = tolerance;
+}
+
 void MStlBaseOperatorVisibilityDetector::Operate() {
     m_impl->Operate();
 }
@@ -305,7 +313,7 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<Pi
 
     const std::vector<SweepPiece> sweepPieces = MakeSweepPieces(refs);
     tbb::enumerable_thread_specific<ChunkSweep> sweeps(
-        [&] { return ChunkSweep(sweepPieces, markThrough); });
+        [&] { return ChunkSweep(sweepPieces, SweepRule()); });
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, chunkCount, 1),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           ChunkSweep& sweep = sweeps.local();
@@ -316,6 +324,12 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<Pi
                                          chunkResults[chunk]);
                           }
                       });
+}
+
+ChunkSweep::Rule MStlBaseOperatorVisibilityDetector::Impl::SweepRule() const {
+    // A tolerance that is negative or NaN takes only the nearest depth itself.
+    const double tolerance = depthTolerance > 0.0 ? depthTolerance : 0.0;
+    return {markThrough, rule == VisibilityRule::Nearest, tolerance};
 }
 
 void MStlBaseOperatorVisibilityDetector::Impl::_MarkVisiblePieces() {
