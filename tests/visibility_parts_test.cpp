@@ -26,6 +26,7 @@
 #include "visibility/piece_clipper.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
+#include "visibility/sweep_events.h"
 
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;
@@ -300,6 +301,12 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
             d.SetPath({{25, 30}, {50, 70}, {75, 40}});
             d.SetMarkThrough(true);
         },
+        [](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetPixelProportion(23);
+            d.SetRule(Detector::VisibilityRule::Nearest);
+            d.SetDepthTolerance(0.5);
+        },
     };
     for (std::size_t c = 0; c < configurations.size(); ++c)
         for (const MMTransformMatrix& frame : {ScreenFrame(), tilted}) {
@@ -308,6 +315,136 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
             EXPECT_EQ(one, four) << "configuration " << c;
             EXPECT_NE(std::count(one.begin(), one.end(), true), 0) << "configuration " << c;
         }
+}
+
+// One triangle's cut on the line at y by its plane: the x-range where the line crosses it and
+// the plane's depth, computed apart from the detector's interpolation along the cut.
+struct PlaneCut {
+    double xa = HUGE_VAL, xb = -HUGE_VAL;
+    double a, b, c;  // depth = a·x + b·y + c
+    bool flipped;
+    double Depth(double x, double y) const { return a * x + b * y + c; }
+};
+
+PlaneCut CutByPlane(const point3d (&p)[3], double y) {
+    PlaneCut cut;
+    const point3d u{p[1].x - p[0].x, p[1].y - p[0].y, p[1].z - p[0].z};
+    const point3d v{p[2].x - p[0].x, p[2].y - p[0].y, p[2].z - p[0].z};
+    const double nx = u.y * v.z - u.z * v.y, ny = u.z * v.x - u.x * v.z, nz = u.x * v.y - u.y * v.x;
+    cut.flipped = nz > 0;
+    cut.a = -nx / nz;
+    cut.b = -ny / nz;
+    cut.c = p[0].z - cut.a * p[0].x - cut.b * p[0].y;
+    for (int i = 0; i < 3; ++i) {
+        const point3d &s = p[i], &t = p[(i + 1) % 3];
+        if ((s.y - y) * (t.y - y) > 0 || s.y == t.y)
+            continue;
+        const double x = s.x + (t.x - s.x) * (y - s.y) / (t.y - s.y);
+        cut.xa = std::min(cut.xa, x);
+        cut.xb = std::max(cut.xb, x);
+    }
+    return cut;
+}
+
+TEST(NearestRule, MarksMatchDenseCastsAlongTheDetectorsSampleLines) {
+    const auto torus = scene::ToHostMesh(scene::NoisyTorus(40, 60, 2500, 1000, 0.2));
+    MMTransformMatrix tilt;
+    tilt.MakeRotationInPlane({0, 0, 1}, {0, -0.6, 0.8}, {0, 0, 0});
+    const MMTransformMatrix frame = ScreenFrame(tilt);
+    const double tolerance = 0.4;  // screen depth; the torus is 10 deep
+    const std::vector<bool> marks = RunIn(
+        1, *torus,
+        [&](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetRule(Detector::VisibilityRule::Nearest);
+            d.SetDepthTolerance(tolerance);
+        },
+        frame);
+
+    // The detector's lines: stabbing lines of the pieces touching the region's box, the box's
+    // bounds and fill lines 1/5 pixel apart (no piece is edge-on, so the screen is not turned).
+    double lo[2] = {HUGE_VAL, HUGE_VAL}, hi[2] = {-HUGE_VAL, -HUGE_VAL};
+    for (const point2d& p : Lasso())
+        for (int k = 0; k < 2; ++k) {
+            lo[k] = std::min(lo[k], k ? p.y : p.x);
+            hi[k] = std::max(hi[k], k ? p.y : p.x);
+        }
+    std::vector<std::array<point3d, 3>> corners;
+    std::vector<visibility::PieceRef> refs;
+    std::vector<std::size_t> triangleOf;
+    for (std::size_t i = 0; i < torus->GetNumberOfTriangles(); ++i) {
+        std::array<point3d, 3> p;
+        for (int k = 0; k < 3; ++k)
+            frame.Transform(p[k], torus->GetTriangle(i).GetVertex(k), false);
+        const auto [minX, maxX] = std::minmax({p[0].x, p[1].x, p[2].x});
+        const auto [minY, maxY] = std::minmax({p[0].y, p[1].y, p[2].y});
+        if (maxX < lo[0] || minX > hi[0] || maxY < lo[1] || minY > hi[1])
+            continue;
+        corners.push_back(p);
+        triangleOf.push_back(i);
+        refs.push_back({nullptr, 0, maxY, minY});
+    }
+    std::vector<visibility::Point> events;
+    visibility::AppendPieceEvents(refs, events);
+    visibility::SortValues(events, visibility::PointRangeComparator());
+    std::vector<double> lines = visibility::StabbingLines(events, refs.size());
+    visibility::CompleteSampleLines(lines, lo[1], hi[1], 0.2);
+
+    // Certain: seen at a cast clear of every end, the region's boundary and the tolerance.
+    // Possible: within the tolerance at a cast near the piece and the region, allowing for
+    // what the depths can change between casts.
+    constexpr double kStep = 0.01, kNear = 0.02, kGap = 1e-9;
+    const oracle::RegionMargin region = oracle::PolygonRegion(Lasso());
+    std::vector<bool> certain(marks.size()), possible(marks.size());
+    std::vector<PlaneCut> cuts;
+    std::vector<std::size_t> cutTriangle;
+    for (double y : lines) {
+        cuts.clear();
+        cutTriangle.clear();
+        for (std::size_t i = 0; i < corners.size(); ++i) {
+            const point3d p[3] = {corners[i][0], corners[i][1], corners[i][2]};
+            const PlaneCut cut = CutByPlane(p, y);
+            if (!(cut.xa < cut.xb))
+                continue;  // a cut of no length is never seen and hides nothing seen
+            cuts.push_back(cut);
+            cutTriangle.push_back(triangleOf[i]);
+        }
+        for (double x = lo[0]; x <= hi[0]; x += kStep) {
+            const double margin = region(x, y);
+            if (margin < -kNear)
+                continue;
+            double nearestWide = -HUGE_VAL, nearestNarrow = -HUGE_VAL, steepest = 0;
+            for (const PlaneCut& cut : cuts) {
+                if (cut.xa - kNear <= x && x <= cut.xb + kNear)
+                    nearestWide = std::max(nearestWide, cut.Depth(x, y));
+                if (cut.xa + kNear <= x && x <= cut.xb - kNear) {
+                    nearestNarrow = std::max(nearestNarrow, cut.Depth(x, y));
+                    steepest = std::max(steepest, std::fabs(cut.a));
+                }
+            }
+            for (std::size_t i = 0; i < cuts.size(); ++i) {
+                const PlaneCut& cut = cuts[i];
+                if (cut.flipped)
+                    continue;
+                const double z = cut.Depth(x, y);
+                if (margin >= kNear && cut.xa + kNear <= x && x <= cut.xb - kNear &&
+                    z >= nearestWide - tolerance + kGap)
+                    certain[cutTriangle[i]] = true;
+                if (cut.xa - kNear <= x && x <= cut.xb + kNear &&
+                    z >= nearestNarrow - tolerance - kGap - (std::fabs(cut.a) + steepest) * kNear)
+                    possible[cutTriangle[i]] = true;
+            }
+        }
+    }
+    std::size_t certainCount = 0, markedCount = 0;
+    for (std::size_t t = 0; t < marks.size(); ++t) {
+        EXPECT_TRUE(marks[t] || !certain[t]) << "missed " << t;
+        EXPECT_TRUE(possible[t] || !marks[t]) << "marked " << t;
+        certainCount += certain[t];
+        markedCount += marks[t];
+    }
+    EXPECT_GT(certainCount, 100u);
+    EXPECT_LT(markedCount, std::count(possible.begin(), possible.end(), true) + 1);
 }
 
 TEST(VisibilityThreads, PiecesOfZeroHeightGiveTheSameMarksInEveryChunking) {
