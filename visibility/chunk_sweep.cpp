@@ -116,6 +116,10 @@ void ChunkSweep::DecideNearest(double y, const Interval* first, const Interval* 
             continue;
         NearestLine::Entry& entry = m_nearestEntries.emplace_back();
         CutPiece(piece.corners, y, entry.segment);
+        if (!NearestLine::Matters(entry.segment, first, last)) {
+            m_nearestEntries.pop_back();
+            continue;
+        }
         entry.index = m_active[slot];
         entry.markable = piece.markable ? piece.piece : nullptr;
     }

@@ -22,14 +22,8 @@ void NearestLine::Decide(std::vector<Entry>& entries, const Interval* first, con
                          double depthTolerance, std::vector<Triangle*>& found) {
     if (first == last)
         return;
-    // Only segments of positive length that reach into the region's span can be seen or hide
-    // anything seen.
-    const double lo = first->start, hi = (last - 1)->end;
     entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                 [&](const Entry& e) {
-                                     const Segment& s = e.segment;
-                                     return !(s.valid && s.x0 < s.x1 && s.x1 > lo && s.x0 < hi);
-                                 }),
+                                 [&](const Entry& e) { return !Matters(e.segment, first, last); }),
                   entries.end());
     SortByStart(entries);
     m_entries = &entries;
@@ -102,6 +96,8 @@ void NearestLine::Insert(std::uint32_t entry) {
     std::size_t j = i;
     while (j < m_envelope.size() && m_envelope[j].xa < s.x1)
         ++j;
+    if (Hidden(s, i, j))
+        return;
     m_patch.clear();
     double covered = s.x0;
     for (std::size_t k = i; k < j; ++k) {
@@ -126,6 +122,20 @@ void NearestLine::Insert(std::uint32_t entry) {
     }
 }
 
+// Whether the spans [i, j) cover the segment's x-range without a gap and are each nearer than
+// it everywhere, as the depth bounds prove: the segment then changes nothing.
+bool NearestLine::Hidden(const Segment& s, std::size_t i, std::size_t j) const {
+    if (i == j || m_envelope[i].xa > s.x0 || m_envelope[j - 1].xb < s.x1)
+        return false;
+    for (std::size_t k = i; k < j; ++k) {
+        if (k > i && m_envelope[k - 1].xb != m_envelope[k].xa)
+            return false;
+        if (!(s.zHi < (*m_entries)[m_envelope[k].owner].segment.zLo))
+            return false;
+    }
+    return true;
+}
+
 // Appends [xa, xb] to the patch unless it is empty, joining it to the last span of its owner.
 void NearestLine::Emit(double xa, double xb, std::uint32_t owner) {
     if (!(xa < xb))
@@ -140,6 +150,15 @@ void NearestLine::Emit(double xa, double xb, std::uint32_t owner) {
 void NearestLine::SplitSpan(const Span& span, double a, double b, std::uint32_t entry) {
     const Segment& s = (*m_entries)[entry].segment;
     const Segment& owner = (*m_entries)[span.owner].segment;
+    // Depth bounds decide most pairs without interpolating.
+    if (s.zHi < owner.zLo) {
+        Emit(a, b, span.owner);
+        return;
+    }
+    if (s.zLo > owner.zHi) {
+        Emit(a, b, entry);
+        return;
+    }
     const double da = DepthAt(s, a) - DepthAt(owner, a);
     const double db = DepthAt(s, b) - DepthAt(owner, b);
     const bool nearerSomewhere = da > 0 || db > 0;
@@ -171,6 +190,9 @@ bool NearestLine::Seen(std::uint32_t entry, std::vector<Span>::const_iterator sp
             if (span->owner == entry)
                 return true;
             const Segment& nearest = (*m_entries)[span->owner].segment;
+            // Rounding is monotone: the bounds' difference bounds every computed difference.
+            if (s.zHi - nearest.zLo < -depthTolerance)
+                continue;
             if (WithinTolerance(DepthAt(s, ra) - DepthAt(nearest, ra),
                                 DepthAt(s, rb) - DepthAt(nearest, rb), depthTolerance))
                 return true;

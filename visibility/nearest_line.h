@@ -30,6 +30,12 @@ class NearestLine {
         Triangle* markable;
     };
 
+    /// Only segments of positive length that reach into the region's span can be seen or hide
+    /// anything seen. [first, last) is not empty.
+    static bool Matters(const Segment& s, const Interval* first, const Interval* last) {
+        return s.valid && s.x0 < s.x1 && s.x1 > first->start && s.x0 < (last - 1)->end;
+    }
+
     /// Appends to `found` the markable piece of every entry seen inside the intervals
     /// [first, last) with the tolerance `depthTolerance` (≥ 0, +∞ allowed). Drops from
     /// `entries` those that cannot matter.
@@ -48,6 +54,7 @@ class NearestLine {
 
     void SortByStart(const std::vector<Entry>& entries);
     void Insert(std::uint32_t entry);
+    bool Hidden(const Segment& s, std::size_t i, std::size_t j) const;
     void Emit(double xa, double xb, std::uint32_t owner);
     void SplitSpan(const Span& span, double a, double b, std::uint32_t entry);
     /// `span`: the first envelope span ending after the entry's start.

@@ -332,22 +332,42 @@ ChunkSweep::Rule MStlBaseOperatorVisibilityDetector::Impl::SweepRule() const {
     return {markThrough, rule == VisibilityRule::Nearest, tolerance};
 }
 
+// Flags the found pieces by mesh and position, so that each is marked once, in mesh order and
+// piece order: a pointer is placed by the mesh whose pieces' storage holds it.
 void MStlBaseOperatorVisibilityDetector::Impl::_MarkVisiblePieces() {
-    std::size_t foundCount = 0;
-    for (const std::vector<Triangle*>& found : chunkResults)
-        foundCount += found.size();
-    std::vector<Triangle*> visible;
-    visible.reserve(foundCount);
+    std::vector<std::pair<const Triangle*, std::size_t>> meshByStorage;
+    std::vector<std::size_t> firstFlag;
+    std::size_t flagCount = 0;
+    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh) {
+        if (!triangles[mesh].empty())
+            meshByStorage.emplace_back(triangles[mesh].data(), mesh);
+        firstFlag.push_back(flagCount);
+        flagCount += triangles[mesh].size();
+    }
+    std::sort(meshByStorage.begin(), meshByStorage.end(), [](const auto& a, const auto& b) {
+        return std::less<const Triangle*>()(a.first, b.first);
+    });
+    std::vector<char> visible(flagCount, 0);
     for (std::vector<Triangle*>& found : chunkResults) {
-        visible.insert(visible.end(), found.begin(), found.end());
+        for (const Triangle* piece : found) {
+            const auto holder =
+                std::prev(std::upper_bound(meshByStorage.begin(), meshByStorage.end(), piece,
+                                           [](const Triangle* p, const auto& m) {
+                                               return std::less<const Triangle*>()(p, m.first);
+                                           }));
+            visible[firstFlag[holder->second] + static_cast<std::size_t>(piece - holder->first)] =
+                1;
+        }
         found.clear();
     }
-    SortValues(visible, std::less<Triangle*>());
-    visible.erase(std::unique(visible.begin(), visible.end()), visible.end());
-    for (Triangle* piece : visible) {
-        if (piece->marker)
-            mark ? piece->marker->Mark(*piece->triangle) : piece->marker->Unmark(*piece->triangle);
-        else
-            mark ? piece->triangle->Mark() : piece->triangle->Unmark();
-    }
+    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
+        for (std::size_t i = 0; i < triangles[mesh].size(); ++i) {
+            if (!visible[firstFlag[mesh] + i])
+                continue;
+            Triangle& piece = triangles[mesh][i];
+            if (piece.marker)
+                mark ? piece.marker->Mark(*piece.triangle) : piece.marker->Unmark(*piece.triangle);
+            else
+                mark ? piece.triangle->Mark() : piece.triangle->Unmark();
+        }
 }
