@@ -14,7 +14,7 @@
 
 namespace visibility {
 struct PieceRef;
-struct Point;
+struct LineSchedule;
 }  // namespace visibility
 
 /// The detector's settings, the working state of one run and the run's steps.
@@ -58,8 +58,7 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     void _TransformModel();
     /// Sweeps the sample lines chunk by chunk on the oneTBB scheduler, filling chunkResults.
     void _SweepChunks(const std::vector<visibility::PieceRef>& refs,
-                      const std::vector<double>& lines,
-                      const std::vector<visibility::Point>& events);
+                      const std::vector<double>& lines, const visibility::LineSchedule& schedule);
     /// How the chunks decide each line, from the settings.
     visibility::ChunkSweep::Rule SweepRule() const;
     /// Merges the chunks' results and marks or unmarks each piece's triangle once.

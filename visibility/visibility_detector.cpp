@@ -15,6 +15,7 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_triangle.h>
 #include "visibility/chunk_sweep.h"
+#include "visibility/line_schedule.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
 #include "visibility/sweep_constants.h"
@@ -103,10 +104,10 @@ bool LexicographicLess(const point3d& a, const point3d& b) {
     return a.z < b.z;
 }
 
-// The sample lines split into chunks of about equal work, one chunk per task.
+// The sample lines split into chunks of about equal work, one chunk per task: chunk k runs
+// from line firstLine[k] to the next chunk's first line (the last one to the last line).
 struct Chunks {
-    std::vector<std::size_t> firstLine;   // line index at which chunk k begins
-    std::vector<std::size_t> firstEvent;  // its line's event; the chunk runs to the next one's
+    std::vector<std::size_t> firstLine;
 };
 
 std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangles) {
@@ -124,48 +125,24 @@ std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangle
     return refs;
 }
 
-// The number of pieces active on every line, from the events sorted by PointYComparator.
-std::vector<std::int32_t> ActiveCounts(const std::vector<Point>& events, std::size_t lineCount) {
-    std::vector<std::int32_t> counts;
-    counts.reserve(lineCount);
-    std::int32_t active = 0;
-    for (const Point& event : events) {
-        if (event.Kind() == kSampleLine)
-            counts.push_back(active);
-        else if (event.Kind() == kPieceEnd)
-            --active;
-        else
-            ++active;
-    }
-    return counts;
-}
-
 // Contiguous runs of lines holding about total / n active pieces each, n being the arena's
 // concurrency (at most one chunk per line).
-Chunks SplitIntoChunks(const std::vector<Point>& events, const std::vector<double>& lines) {
-    const std::vector<std::int32_t> counts = ActiveCounts(events, lines.size());
+Chunks SplitIntoChunks(const std::vector<std::int32_t>& counts) {
     const auto n = static_cast<std::int64_t>(
-        std::min<std::size_t>(tbb::this_task_arena::max_concurrency(), lines.size()));
+        std::min<std::size_t>(tbb::this_task_arena::max_concurrency(), counts.size()));
     std::int64_t total = 0;
     for (std::int32_t count : counts)
         total += count;
     Chunks chunks;
     std::int64_t sum = 0, threshold = 0;
-    for (std::size_t line = 0; line < lines.size(); ++line) {
+    for (std::size_t line = 0; line < counts.size(); ++line) {
         if (sum >= threshold / n) {
             chunks.firstLine.push_back(line);
             threshold += total;
         }
         sum += counts[line];
     }
-    for (std::size_t line : chunks.firstLine) {
-        // The line's own event: ends at its y are already behind it.
-        const Point probe = Point::Make(lines[line], line, kSampleLine);
-        chunks.firstEvent.push_back(static_cast<std::size_t>(
-            std::lower_bound(events.begin(), events.end(), probe, PointYComparator()) -
-            events.begin()));
-    }
-    chunks.firstEvent.push_back(events.size());
+    chunks.firstLine.push_back(counts.size());
     return chunks;
 }
 
@@ -184,8 +161,8 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
                                                           const std::vector<double>& lines,
                                                           const Chunks& chunks) {
     std::vector<double> firstY;
-    for (std::size_t line : chunks.firstLine)
-        firstY.push_back(lines[line]);
+    for (std::size_t chunk = 0; chunk + 1 < chunks.firstLine.size(); ++chunk)
+        firstY.push_back(lines[chunks.firstLine[chunk]]);
     std::vector<std::vector<std::uint64_t>> sets(firstY.size());
     for (std::size_t index = 0; index < refs.size(); ++index) {
         const PieceRef& ref = refs[index];
@@ -233,26 +210,21 @@ void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
     compactSize = found.size();
 }
 
-// Walks the chunk's events [begin, end): pieces enter and leave the active set, and each
-// sample line is decided with that line's region intervals.
-void SweepChunk(ChunkSweep& sweep, const std::vector<Point>& events, std::size_t begin,
-                std::size_t end, const RegionIntervals& regions, std::vector<Triangle*>& found) {
+// Sweeps the chunk's lines [begin, end): before each line after the first, pieces leave and
+// join the active set; each line is decided with its region intervals.
+void SweepChunk(ChunkSweep& sweep, const std::vector<double>& lines, const LineSchedule& schedule,
+                std::size_t begin, std::size_t end, const RegionIntervals& regions,
+                std::vector<Triangle*>& found) {
     std::size_t compactSize = 0;
-    for (std::size_t e = begin; e < end; ++e) {
-        const Point& event = events[e];
-        switch (event.Kind()) {
-            case kPieceStart:
-                sweep.Insert(event.Index());
-                break;
-            case kPieceEnd:
-                sweep.Erase(event.Index());
-                break;
-            case kSampleLine:
-                sweep.Decide(event.key, regions.begin(event.Index()), regions.end(event.Index()),
-                             found);
-                CompactWhenLarge(found, compactSize);
-                break;
+    for (std::size_t line = begin; line < end; ++line) {
+        if (line > begin) {
+            for (std::size_t i = schedule.leavingAt[line]; i < schedule.leavingAt[line + 1]; ++i)
+                sweep.Erase(schedule.leaving[i]);
+            for (std::size_t i = schedule.enteringAt[line]; i < schedule.enteringAt[line + 1]; ++i)
+                sweep.Insert(schedule.entering[i]);
         }
+        sweep.Decide(lines[line], regions.begin(line), regions.end(line), found);
+        CompactWhenLarge(found, compactSize);
     }
 }
 
@@ -289,26 +261,19 @@ void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
     if (lines.empty())
         return;
     CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
-    std::vector<Point> events;
-    events.reserve(2 * refs.size() + lines.size());
-    AppendPieceYEvents(refs, events);
-    for (std::size_t line = 0; line < lines.size(); ++line)
-        events.push_back(Point::Make(lines[line], line, kSampleLine));
-    SortValues(events, PointYComparator());
-
-    _SweepChunks(refs, lines, events);
+    _SweepChunks(refs, lines, ScheduleLines(refs, lines));
     _MarkVisiblePieces();
 }
 
 void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<PieceRef>& refs,
                                                             const std::vector<double>& lines,
-                                                            const std::vector<Point>& events) {
+                                                            const LineSchedule& schedule) {
     const RegionIntervals regions = mode == Brush ? BrushIntervals(runPath, brushRadius, lines)
                                                   : PolygonIntervals(runPath, lines);
-    const Chunks chunks = SplitIntoChunks(events, lines);
+    const Chunks chunks = SplitIntoChunks(schedule.activeCounts);
     const std::vector<std::vector<std::uint64_t>> initialSets =
         InitialActiveSets(refs, lines, chunks);
-    const std::size_t chunkCount = chunks.firstLine.size();
+    const std::size_t chunkCount = chunks.firstLine.size() - 1;
     chunkResults.resize(chunkCount);
 
     const std::vector<SweepPiece> sweepPieces = MakeSweepPieces(refs);
@@ -319,9 +284,8 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<Pi
                           ChunkSweep& sweep = sweeps.local();
                           for (std::size_t chunk = range.begin(); chunk != range.end(); ++chunk) {
                               sweep.Begin(initialSets[chunk]);
-                              SweepChunk(sweep, events, chunks.firstEvent[chunk],
-                                         chunks.firstEvent[chunk + 1], regions,
-                                         chunkResults[chunk]);
+                              SweepChunk(sweep, lines, schedule, chunks.firstLine[chunk],
+                                         chunks.firstLine[chunk + 1], regions, chunkResults[chunk]);
                           }
                       });
 }
