@@ -51,7 +51,8 @@ void ChunkSweep::Insert(std::uint64_t piece) {
     // together instead of scattered over all pieces in mesh order.
     if (m_slotPieces.size() <= slot)
         m_slotPieces.resize(slot + 1);
-    m_slotPieces[slot] = (*m_pieces)[piece];
+    Triangle* const t = (*m_pieces)[piece].piece;
+    m_slotPieces[slot] = {{t->p0, t->p1, t->p2}, t, t->markable};
     m_fresh.push_back({0.0, piece, slot});
 }
 

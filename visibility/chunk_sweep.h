@@ -9,12 +9,12 @@
 #include "visibility/nearest_line.h"
 #include "visibility/region_intervals.h"
 #include "visibility/screen_piece.h"
+#include "visibility/sweep_events.h"
 
 namespace visibility {
 
-/// What the sweep needs of one piece, by global index: its corners in lexicographic (x, y, z)
-/// order, so that two pieces sharing an edge cut it at exactly the same point, and where its
-/// mark goes.
+/// What the sweep needs of an active piece: its corners in lexicographic (x, y, z) order, so
+/// that two pieces sharing an edge cut it at exactly the same point, and where its mark goes.
 struct SweepPiece {
     VelSDK::Math::point3d corners[3];
     Triangle* piece;
@@ -44,8 +44,8 @@ class ChunkSweep {
         double depthTolerance;
     };
 
-    ChunkSweep(const std::vector<SweepPiece>& pieces, Rule rule)
-        : m_pieces(&pieces), m_rule(rule) {}
+    /// `pieces`: every piece by global index, its corners in lexicographic (x, y, z) order.
+    ChunkSweep(const std::vector<PieceRef>& pieces, Rule rule) : m_pieces(&pieces), m_rule(rule) {}
 
     /// Starts a chunk whose first line crosses the pieces `initial` (global indices).
     void Begin(const std::vector<std::uint64_t>& initial);
@@ -84,7 +84,7 @@ class ChunkSweep {
     void EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found);
     void Offer(std::uint32_t slot, std::vector<Triangle*>& found);
 
-    const std::vector<SweepPiece>* m_pieces;
+    const std::vector<PieceRef>* m_pieces;
     Rule m_rule;
     // Active pieces (global indices) in slots that keep their place while the piece is active
     // (kFreeSlot when empty), the free slots, and each piece's slot.

@@ -65,7 +65,7 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     void _MarkVisiblePieces();
 
     // Working state of a run.
-    std::vector<std::vector<Triangle>> triangles;  // per mesh, the pieces of the run
+    std::vector<std::vector<Triangle>> triangles;  // per mesh, the pieces of the run; freed after
     VelSDK::Math::point2d pathBoxMin{1.7976931348623157e308, 1.7976931348623157e308};
     VelSDK::Math::point2d pathBoxMax{-1.7976931348623157e308, -1.7976931348623157e308};
     double pixelStep = 0.2;

@@ -173,23 +173,20 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
     return sets;
 }
 
-// The sweep's view of every piece, built on the oneTBB scheduler.
-std::vector<SweepPiece> MakeSweepPieces(const std::vector<PieceRef>& refs) {
-    std::vector<SweepPiece> pieces(refs.size());
+// Puts every piece's corners in lexicographic order, on the oneTBB scheduler. The order of a
+// piece's corners matters no more once it is marked flipped or not and the screen is turned.
+void SortCorners(const std::vector<PieceRef>& refs) {
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, refs.size()),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           for (std::size_t i = range.begin(); i != range.end(); ++i) {
                               Triangle& t = *refs[i].piece;
-                              SweepPiece& piece = pieces[i];
-                              piece.corners[0] = t.p0;
-                              piece.corners[1] = t.p1;
-                              piece.corners[2] = t.p2;
-                              std::sort(piece.corners, piece.corners + 3, LexicographicLess);
-                              piece.piece = &t;
-                              piece.markable = t.markable;
+                              point3d corners[3] = {t.p0, t.p1, t.p2};
+                              std::sort(corners, corners + 3, LexicographicLess);
+                              t.p0 = corners[0];
+                              t.p1 = corners[1];
+                              t.p2 = corners[2];
                           }
                       });
-    return pieces;
 }
 
 // Greedy stabbing lines over the pieces' shrunk ranges.
@@ -258,11 +255,13 @@ void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
 
     const std::vector<PieceRef> refs = MakePieceRefs(triangles);
     std::vector<double> lines = ChooseStabbingLines(refs);
-    if (lines.empty())
-        return;
-    CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
-    _SweepChunks(refs, lines, ScheduleLines(refs, lines));
-    _MarkVisiblePieces();
+    if (!lines.empty()) {
+        CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
+        _SweepChunks(refs, lines, ScheduleLines(refs, lines));
+        _MarkVisiblePieces();
+    }
+    // The pieces are the largest working data of a run; none of it is kept between runs.
+    std::vector<std::vector<Triangle>>().swap(triangles);
 }
 
 void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<PieceRef>& refs,
@@ -276,9 +275,9 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<Pi
     const std::size_t chunkCount = chunks.firstLine.size() - 1;
     chunkResults.resize(chunkCount);
 
-    const std::vector<SweepPiece> sweepPieces = MakeSweepPieces(refs);
+    SortCorners(refs);
     tbb::enumerable_thread_specific<ChunkSweep> sweeps(
-        [&] { return ChunkSweep(sweepPieces, SweepRule()); });
+        [&] { return ChunkSweep(refs, SweepRule()); });
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, chunkCount, 1),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           ChunkSweep& sweep = sweeps.local();
