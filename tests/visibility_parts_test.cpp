@@ -226,7 +226,6 @@ TEST(NearestLine, SeesWhatTheExactEnvelopeOfTheSegmentsShows) {
                       : std::vector<visibility::Interval>{{-1, 20}};
         const double tolerance = std::array<double, 3>{0, 1, 2.5}[trial % 4 % 3];
         std::vector<visibility::Segment> segments(pick(1, 7));
-        std::vector<visibility::Triangle> pieces(segments.size());
         std::vector<visibility::NearestLine::Entry> entries;
         std::set<std::size_t> markable;
         for (std::size_t i = 0; i < segments.size(); ++i) {
@@ -236,13 +235,11 @@ TEST(NearestLine, SeesWhatTheExactEnvelopeOfTheSegmentsShows) {
             const bool canMark = pick(0, 4) > 0;  // the others hide without being seen
             if (canMark)
                 markable.insert(i);
-            entries.push_back({segments[i], i, canMark ? &pieces[i] : nullptr});
+            entries.push_back({segments[i], i, canMark});
         }
-        std::vector<visibility::Triangle*> found;
+        std::vector<std::uint64_t> found;
         line.Decide(entries, region.data(), region.data() + region.size(), tolerance, found);
-        std::set<std::size_t> seen;
-        for (visibility::Triangle* piece : found)
-            seen.insert(static_cast<std::size_t>(piece - pieces.data()));
+        const std::set<std::size_t> seen(found.begin(), found.end());
         std::set<std::size_t> expected;
         for (std::size_t i : SeenByBruteForce(segments, region, tolerance))
             if (markable.count(i))

@@ -19,8 +19,10 @@ struct ByKeyThenPiece {
 }  // namespace
 
 void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
-    if (m_position.size() != m_pieces->size())
+    if (m_position.size() != m_pieces->size()) {
         m_position.assign(m_pieces->size(), kAbsent);
+        m_found.assign(m_pieces->size(), 0);
+    }
     for (std::uint64_t piece : m_active)
         if (piece != kFreeSlot)
             m_position[piece] = kAbsent;
@@ -29,7 +31,6 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
     m_fresh.clear();
     m_byStart.clear();
     m_byEnd.clear();
-    m_lastOffered = nullptr;
     for (std::uint64_t piece : initial)
         Insert(piece);
 }
@@ -122,9 +123,15 @@ void ChunkSweep::DecideNearest(double y, const Interval* first, const Interval* 
             continue;
         }
         entry.index = m_active[slot];
-        entry.markable = piece.markable ? piece.piece : nullptr;
+        // A piece this object has found already need not be looked at again.
+        entry.markable = piece.markable && !m_found[entry.index];
     }
-    m_nearestLine.Decide(m_nearestEntries, first, last, m_rule.depthTolerance, found);
+    m_seen.clear();
+    m_nearestLine.Decide(m_nearestEntries, first, last, m_rule.depthTolerance, m_seen);
+    for (std::uint64_t index : m_seen) {
+        m_found[index] = 1;
+        found.push_back((*m_pieces)[index].piece);
+    }
 }
 
 void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
@@ -238,9 +245,9 @@ void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Trian
 
 void ChunkSweep::Offer(std::uint32_t slot, std::vector<Triangle*>& found) {
     const SweepPiece& piece = m_slotPieces[slot];
-    if (!piece.markable || piece.piece == m_lastOffered)
+    if (!piece.markable || m_found[m_active[slot]])
         return;
-    m_lastOffered = piece.piece;
+    m_found[m_active[slot]] = 1;
     found.push_back(piece.piece);
 }
 

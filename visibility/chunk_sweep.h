@@ -57,7 +57,8 @@ class ChunkSweep {
     /// Decides the line at y: cuts every active piece into an x segment and appends to `found`
     /// the markable pieces seen inside the region's intervals [first, last): the nearest one
     /// (greatest z) everywhere, or every one within the tolerance of the nearest depth, or with
-    /// mark-through every one. A piece may be appended more than once.
+    /// mark-through every one. A piece this object has appended before, in this chunk or an
+    /// earlier one, is not appended again.
     void Decide(double y, const Interval* first, const Interval* last,
                 std::vector<Triangle*>& found);
 
@@ -99,8 +100,11 @@ class ChunkSweep {
     std::vector<Ordered> m_byStart, m_byEnd, m_freshOrder, m_merged;
     std::vector<Segment> m_segments;          // by slot
     std::vector<std::uint32_t> m_depthOrder;  // slots, front (greatest z) first
-    Triangle* m_lastOffered = nullptr;
+    // By global index, whether this object has found the piece, in any chunk of the run: each
+    // is reported once per object, and the run merges what all objects found.
+    std::vector<char> m_found;
     std::vector<NearestLine::Entry> m_nearestEntries;
+    std::vector<std::uint64_t> m_seen;
     NearestLine m_nearestLine;
 };
 

@@ -19,7 +19,7 @@ bool WithinTolerance(double da, double db, double depthTolerance) {
 }  // namespace
 
 void NearestLine::Decide(std::vector<Entry>& entries, const Interval* first, const Interval* last,
-                         double depthTolerance, std::vector<Triangle*>& found) {
+                         double depthTolerance, std::vector<std::uint64_t>& seen) {
     if (first == last)
         return;
     entries.erase(std::remove_if(entries.begin(), entries.end(),
@@ -38,7 +38,7 @@ void NearestLine::Decide(std::vector<Entry>& entries, const Interval* first, con
         while (span != m_envelope.cend() && span->xb <= entries[e].segment.x0)
             ++span;
         if (Seen(e, span, first, last, depthTolerance))
-            found.push_back(entries[e].markable);
+            seen.push_back(entries[e].index);
     }
 }
 

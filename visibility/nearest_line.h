@@ -5,7 +5,6 @@
 
 #include "visibility/line_segment.h"
 #include "visibility/region_intervals.h"
-#include "visibility/screen_piece.h"
 
 namespace visibility {
 
@@ -22,12 +21,12 @@ namespace visibility {
 /// another, when its depth is within the tolerance at either end or at both ends exactly.
 class NearestLine {
   public:
-    /// One segment of the line: its piece's global index (orders segments at equal x0) and the
-    /// piece to report, or null when the piece occludes but may not be marked.
+    /// One segment of the line: its piece's global index (orders segments at equal x0, and is
+    /// what is reported), and whether it is to be reported when seen (it occludes either way).
     struct Entry {
         Segment segment;
         std::uint64_t index;
-        Triangle* markable;
+        bool markable;
     };
 
     /// Only segments of positive length that reach into the region's span can be seen or hide
@@ -36,11 +35,11 @@ class NearestLine {
         return s.valid && s.x0 < s.x1 && s.x1 > first->start && s.x0 < (last - 1)->end;
     }
 
-    /// Appends to `found` the markable piece of every entry seen inside the intervals
+    /// Appends to `seen` the global index of every markable entry seen inside the intervals
     /// [first, last) with the tolerance `depthTolerance` (≥ 0, +∞ allowed). Drops from
     /// `entries` those that cannot matter.
     void Decide(std::vector<Entry>& entries, const Interval* first, const Interval* last,
-                double depthTolerance, std::vector<Triangle*>& found);
+                double depthTolerance, std::vector<std::uint64_t>& seen);
 
   private:
     /// An interval of the envelope and the entry nearest on it.

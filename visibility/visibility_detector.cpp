@@ -198,21 +198,11 @@ std::vector<double> ChooseStabbingLines(const std::vector<PieceRef>& refs) {
     return StabbingLines(events, refs.size());
 }
 
-// Sorts and de-duplicates when the list has grown well past its distinct entries.
-void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
-    if (found.size() < 2 * compactSize + 1024)
-        return;
-    std::sort(found.begin(), found.end());
-    found.erase(std::unique(found.begin(), found.end()), found.end());
-    compactSize = found.size();
-}
-
 // Sweeps the chunk's lines [begin, end): before each line after the first, pieces leave and
 // join the active set; each line is decided with its region intervals.
 void SweepChunk(ChunkSweep& sweep, const std::vector<double>& lines, const LineSchedule& schedule,
                 std::size_t begin, std::size_t end, const RegionIntervals& regions,
                 std::vector<Triangle*>& found) {
-    std::size_t compactSize = 0;
     for (std::size_t line = begin; line < end; ++line) {
         if (line > begin) {
             for (std::size_t i = schedule.leavingAt[line]; i < schedule.leavingAt[line + 1]; ++i)
@@ -221,7 +211,6 @@ void SweepChunk(ChunkSweep& sweep, const std::vector<double>& lines, const LineS
                 sweep.Insert(schedule.entering[i]);
         }
         sweep.Decide(lines[line], regions.begin(line), regions.end(line), found);
-        CompactWhenLarge(found, compactSize);
     }
 }
 
