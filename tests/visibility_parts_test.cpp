@@ -141,7 +141,7 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     std::vector<double> lows, highs;
     for (int i = 0; i < 300; ++i) {
         const double lo = std::fmod(i * 7.31, 50.0), hi = lo + 0.05 + std::fmod(i * 1.7, 3.0);
-        refs.push_back({nullptr, 0, hi, lo});
+        refs.push_back({nullptr, hi, lo});
     }
     std::vector<visibility::Point> events;
     visibility::AppendPieceEvents(refs, events);
@@ -379,7 +379,7 @@ TEST(NearestRule, MarksMatchDenseCastsAlongTheDetectorsSampleLines) {
             continue;
         corners.push_back(p);
         triangleOf.push_back(i);
-        refs.push_back({nullptr, 0, maxY, minY});
+        refs.push_back({nullptr, maxY, minY});
     }
     std::vector<visibility::Point> events;
     visibility::AppendPieceEvents(refs, events);

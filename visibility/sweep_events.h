@@ -12,7 +12,6 @@ namespace visibility {
 /// its unshrunk y bounds.
 struct PieceRef {
     Triangle* piece;
-    std::size_t mesh;
     double yMax, yMin;
 };
 

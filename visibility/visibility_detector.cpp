@@ -116,11 +116,11 @@ std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangle
     for (const std::vector<Triangle>& meshPieces : triangles)
         count += meshPieces.size();
     refs.reserve(count);
-    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
-        for (Triangle& piece : triangles[mesh]) {
+    for (std::vector<Triangle>& meshPieces : triangles)
+        for (Triangle& piece : meshPieces) {
             const auto [lo, hi] = std::minmax({piece.p0.y, piece.p1.y, piece.p2.y});
-            refs.push_back({&piece, mesh, std::clamp(hi, -DBL_MAX, DBL_MAX),
-                            std::clamp(lo, -DBL_MAX, DBL_MAX)});
+            refs.push_back(
+                {&piece, std::clamp(hi, -DBL_MAX, DBL_MAX), std::clamp(lo, -DBL_MAX, DBL_MAX)});
         }
     return refs;
 }
