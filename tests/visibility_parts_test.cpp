@@ -433,15 +433,11 @@ TEST(NearestRule, MarksMatchDenseCastsAlongTheDetectorsSampleLines) {
             }
         }
     }
-    std::size_t certainCount = 0, markedCount = 0;
     for (std::size_t t = 0; t < marks.size(); ++t) {
         EXPECT_TRUE(marks[t] || !certain[t]) << "missed " << t;
         EXPECT_TRUE(possible[t] || !marks[t]) << "marked " << t;
-        certainCount += certain[t];
-        markedCount += marks[t];
     }
-    EXPECT_GT(certainCount, 100u);
-    EXPECT_LT(markedCount, std::count(possible.begin(), possible.end(), true) + 1);
+    EXPECT_GT(std::count(certain.begin(), certain.end(), true), 100);
 }
 
 TEST(VisibilityThreads, PiecesOfZeroHeightGiveTheSameMarksInEveryChunking) {
