@@ -235,7 +235,8 @@ TEST(NearestLine, SeesWhatTheExactEnvelopeOfTheSegmentsShows) {
             const bool canMark = pick(0, 4) > 0;  // the others hide without being seen
             if (canMark)
                 markable.insert(i);
-            entries.push_back({segments[i], i, canMark});
+            if (visibility::NearestLine::Matters(segments[i], &region.front(), &region.back() + 1))
+                entries.push_back({segments[i], i, canMark});
         }
         std::vector<std::uint64_t> found;
         line.Decide(entries, region.data(), region.data() + region.size(), tolerance, found);

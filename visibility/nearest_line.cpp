@@ -22,9 +22,6 @@ void NearestLine::Decide(std::vector<Entry>& entries, const Interval* first, con
                          double depthTolerance, std::vector<std::uint64_t>& seen) {
     if (first == last)
         return;
-    entries.erase(std::remove_if(entries.begin(), entries.end(),
-                                 [&](const Entry& e) { return !Matters(e.segment, first, last); }),
-                  entries.end());
     SortByStart(entries);
     m_entries = &entries;
     m_envelope.clear();

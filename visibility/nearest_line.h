@@ -36,8 +36,8 @@ class NearestLine {
     }
 
     /// Appends to `seen` the global index of every markable entry seen inside the intervals
-    /// [first, last) with the tolerance `depthTolerance` (≥ 0, +∞ allowed). Drops from
-    /// `entries` those that cannot matter.
+    /// [first, last) (not empty) with the tolerance `depthTolerance` (≥ 0, +∞ allowed). Every
+    /// entry must satisfy Matters.
     void Decide(std::vector<Entry>& entries, const Interval* first, const Interval* last,
                 double depthTolerance, std::vector<std::uint64_t>& seen);
 
