@@ -110,14 +110,16 @@ class MStlBaseOperatorVisibilityDetector {
     /// markable) hide others as with Ordered; SetMarkThrough(true) takes every markable piece
     /// under the region whatever the rule.
     void SetRule(VisibilityRule rule);
-    /// Depth tolerance of the Nearest rule (Ordered ignores it), in the units of the depth (z)
-    /// that the modelToScreen transforms produce: the detector works in that screen space, and
-    /// turning the screen about the view axis leaves depth unchanged. A tolerance t in model
-    /// length is t·s where s is the factor by which modelToScreen scales model z lengths (for a
-    /// view scaling all three axes alike, its x/y pixels per model unit, including any
-    /// internal-unit factor). Default 0: only pieces whose interpolated depth equals the
-    /// nearest. Negative or NaN counts as 0; +∞ takes every piece under the region that is not
-    /// flipped. Applies to every registered mesh.
+    /// Depth tolerance of the Nearest rule (Ordered ignores it), in the units of the screen
+    /// depth (z) that the modelToScreen transforms produce: the detector works in that screen
+    /// space, and turning the screen about the view axis leaves depth unchanged. The transforms
+    /// take vertex coordinates in internal units, so a tolerance of t model-length units is
+    /// t · u · s, u being the internal units per model unit (MInternalUnits::Get()) and s the
+    /// factor by which modelToScreen scales lengths along z (for a view that scales all three
+    /// axes alike, its screen pixels per internal unit). One value serves every registered
+    /// mesh. Default 0: only pieces whose interpolated depth equals the nearest exactly.
+    /// Negative or NaN counts as 0; +∞ takes every markable piece the lines cut inside the
+    /// region.
     void SetDepthTolerance(double tolerance);
 
     /// Marks or unmarks every visible markable piece's host triangle, once per piece: through
