@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 
 namespace visibility {
 namespace {
 
-constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
+constexpr std::uint32_t kNever = std::numeric_limits<std::uint32_t>::max();
 
 // Finds a value's place among the sorted lines from a guess by equal-width buckets over their
 // span, then a short walk; any guess gives the exact place, a good one makes the walk short.
@@ -70,17 +71,17 @@ class LineLocator {
 };
 
 // Groups the pieces by line, in ascending global index: a counting sort.
-void GroupByLine(const std::vector<std::size_t>& lineOf, std::size_t lineCount,
-                 std::vector<std::uint64_t>& pieces, std::vector<std::size_t>& at) {
+void GroupByLine(const std::vector<std::uint32_t>& lineOf, std::size_t lineCount,
+                 std::vector<std::uint32_t>& pieces, std::vector<std::size_t>& at) {
     at.assign(lineCount + 1, 0);
-    for (std::size_t line : lineOf)
+    for (std::uint32_t line : lineOf)
         if (line < lineCount)
             ++at[line + 1];
     for (std::size_t line = 0; line < lineCount; ++line)
         at[line + 1] += at[line];
     pieces.resize(at[lineCount]);
     std::vector<std::size_t> next(at.begin(), at.end() - 1);
-    for (std::size_t index = 0; index < lineOf.size(); ++index)
+    for (std::uint32_t index = 0; index < lineOf.size(); ++index)
         if (lineOf[index] < lineCount)
             pieces[next[lineOf[index]]++] = index;
 }
@@ -89,8 +90,10 @@ void GroupByLine(const std::vector<std::size_t>& lineOf, std::size_t lineCount,
 
 LineSchedule ScheduleLines(const std::vector<PieceRef>& refs, const std::vector<double>& lines) {
     const std::size_t lineCount = lines.size();
+    if (lineCount >= kNever || refs.size() >= kNever)
+        throw std::length_error("visibility sweep: more pieces or sample lines than it numbers");
     const LineLocator locate(lines);
-    std::vector<std::size_t> enters(refs.size()), leaves(refs.size());
+    std::vector<std::uint32_t> enters(refs.size()), leaves(refs.size());
     // Count changes by line; a piece of zero height counts −1 on the lines at its y, where the
     // event walk meets its end before its start.
     std::vector<std::int64_t> change(lineCount + 1, 0);
@@ -101,9 +104,10 @@ LineSchedule ScheduleLines(const std::vector<PieceRef>& refs, const std::vector<
                               enters[i] = leaves[i] = kNever;
                               if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
                                   continue;
-                              enters[i] = locate.UpperBound(ref.yMin);
+                              enters[i] = static_cast<std::uint32_t>(locate.UpperBound(ref.yMin));
                               if (ref.yMin != ref.yMax)
-                                  leaves[i] = locate.LowerBound(ref.yMax);
+                                  leaves[i] =
+                                      static_cast<std::uint32_t>(locate.LowerBound(ref.yMax));
                           }
                       });
     for (std::size_t i = 0; i < refs.size(); ++i) {

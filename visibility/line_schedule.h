@@ -19,14 +19,15 @@ namespace visibility {
 struct LineSchedule {
     /// Before line i the pieces entering[enteringAt[i] … enteringAt[i + 1]) join, in ascending
     /// global index, after the pieces leaving[leavingAt[i] … leavingAt[i + 1]) have left.
-    std::vector<std::uint64_t> entering, leaving;
+    std::vector<std::uint32_t> entering, leaving;
     std::vector<std::size_t> enteringAt, leavingAt;
     /// Per line, the count the event walk gives: pieces active on it, less the pieces of zero
     /// height lying exactly on it.
     std::vector<std::int32_t> activeCounts;
 };
 
-/// `lines` sorted ascending and distinct.
+/// `lines` sorted ascending and distinct. Pieces and lines are numbered in 32 bits: more than
+/// 4 294 967 294 of either raise std::length_error.
 LineSchedule ScheduleLines(const std::vector<PieceRef>& refs, const std::vector<double>& lines);
 
 }  // namespace visibility
