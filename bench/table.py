@@ -55,6 +55,7 @@ def main(path):
     row("Embree cast, 1M, 2 threads", "Embree/cast/1000000/2/real_time")
     row("scan-line ordered, 1M, 1 thread", "BM_VisibilityDetectorTorus/1/real_time")
     row("scan-line ordered, 1M, 2 threads", "BM_VisibilityDetectorTorus/2/real_time")
+    row("scan-line nearest, 1M, 2 threads", "BM_VisibilityDetectorTorusNearest/2/real_time")
 
     print(f"{'measure':44s} {'ms':>10s}  (CPU time; Embree and scan-line rows wall time)")
     print("-" * 56)

@@ -1,7 +1,8 @@
 // The scan-line visibility detector on a one-million-triangle noisy torus under a disc lasso
 // that covers half of a 1000 × 1000 pixel view, at 5 sample lines per pixel, on 1 and 2
-// threads; the z-buffer picker on the same scene for comparison; and the agreement (Jaccard
-// index of the marked sets) of the two pickers on the torus and on an imported mesh.
+// threads, by the ordered rule and by the nearest-surface rule; the z-buffer picker on the same
+// scene for comparison; and the agreement (Jaccard index of the marked sets) of the two pickers on
+// the torus and on an imported mesh.
 
 #include <benchmark/benchmark.h>
 #include <tbb/task_arena.h>
@@ -58,10 +59,19 @@ std::vector<point2d> Disc() {
     return disc;
 }
 
+using Rule = MStlBaseOperatorVisibilityDetector::VisibilityRule;
+
+/// The z-buffer's depth tolerance, one internal unit, in the torus view's screen depth.
+double DepthTolerance() {
+    return 0.46 * kViewSize / (kMajor + kMinor);
+}
+
 void RunDetector(MStlBase& mesh, const MMTransformMatrix& view, MStlMarkTrianglesByMasks* sink,
-                 bool markFlipped = false) {
+                 bool markFlipped = false, Rule rule = Rule::Ordered) {
     MStlBaseOperatorVisibilityDetector detector;
     detector.SetMarkFlippedTriangles(markFlipped);
+    detector.SetRule(rule);
+    detector.SetDepthTolerance(DepthTolerance());
     detector.AddStlAndTransformation(&mesh, view, MMTransformMatrix(), true, sink);
     detector.SetPixelProportion(kLinesPerPixel);
     detector.SetPath(Disc());
@@ -96,7 +106,7 @@ Workload CountWork() {
         const auto [minX, maxX] = std::minmax({p[0].x, p[1].x, p[2].x});
         const auto [minY, maxY] = std::minmax({p[0].y, p[1].y, p[2].y});
         if (maxX >= lo && minX <= hi && maxY >= lo && minY <= hi)
-            refs.push_back({nullptr, 0, maxY, minY});
+            refs.push_back({nullptr, maxY, minY});
     }
     std::vector<visibility::Point> events;
     visibility::AppendPieceEvents(refs, events);
@@ -106,19 +116,27 @@ Workload CountWork() {
     return {double(refs.size()), double(lines.size())};
 }
 
-void BM_VisibilityDetectorTorus(benchmark::State& state) {
+void DetectorTorus(benchmark::State& state, Rule rule) {
     MStlBase& mesh = Torus();
     const MMTransformMatrix view = View(kMajor + kMinor);
     static const Workload work = CountWork();
     tbb::task_arena arena(static_cast<int>(state.range(0)));
     for (auto _ : state)
-        arena.execute([&] { RunDetector(mesh, view, nullptr); });
+        arena.execute([&] { RunDetector(mesh, view, nullptr, false, rule); });
     state.counters["lines"] = work.lines;
     state.counters["pieces"] = work.pieces;
     state.counters["lines_per_second"] =
         benchmark::Counter(work.lines, benchmark::Counter::kIsIterationInvariantRate);
     state.counters["pieces_per_second"] =
         benchmark::Counter(work.pieces, benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void BM_VisibilityDetectorTorus(benchmark::State& state) {
+    DetectorTorus(state, Rule::Ordered);
+}
+
+void BM_VisibilityDetectorTorusNearest(benchmark::State& state) {
+    DetectorTorus(state, Rule::Nearest);
 }
 
 void BM_ZBufferPickerTorus(benchmark::State& state) {
@@ -179,6 +197,11 @@ void BM_AgreementWithZBuffer(benchmark::State& state) {
 }
 
 BENCHMARK(BM_VisibilityDetectorTorus)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_VisibilityDetectorTorusNearest)
+    ->Arg(1)
+    ->Arg(2)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(BM_ZBufferPickerTorus)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AgreementWithZBuffer)->Iterations(1)->Unit(benchmark::kMillisecond);
 

@@ -1,5 +1,6 @@
 // MStlBaseOperatorVisibilityDetector on small random meshes, views, paths, brushes, planes and
-// switches, NaN, infinities and 32-bit extremes included, checking what a user relies on:
+// switches (either visibility rule, any depth tolerance), NaN, infinities and 32-bit extremes
+// included, checking what a user relies on:
 // - a path with a non-finite coordinate, or a brush with a non-finite radius, changes no mark;
 // - marking never unmarks and unmarking never marks, on triangles and in sinks;
 // - invisible triangles, triangles of surfaces switched invisible (when checked), triangles of
@@ -60,6 +61,8 @@ struct Scene {
     bool setPixelProportion = false;
     double pixelProportion = 5.0;
     bool mark = true, markThrough = false, markFlipped = false, checkSurfaceVisibility = true;
+    Detector::VisibilityRule rule = Detector::VisibilityRule::Ordered;
+    double depthTolerance = 0.0;
 };
 
 FuzzMesh MakeMesh(FuzzedDataProvider& input, bool invert) {
@@ -124,6 +127,10 @@ Scene MakeScene(const std::uint8_t* data, std::size_t size, bool invert) {
     scene.mark = input.ConsumeBool() != invert;
     scene.markThrough = input.ConsumeBool();
     scene.markFlipped = input.ConsumeBool();
+    if (input.ConsumeBool()) {
+        scene.rule = Detector::VisibilityRule::Nearest;
+        scene.depthTolerance = Number(input, 50.0);
+    }
     scene.checkSurfaceVisibility = input.ConsumeIntegralInRange(0, 3) != 0;
     const int planes = input.ConsumeIntegralInRange(-3, 3);  // none in four scenes of seven
     scene.planes.resize(planes > 0 ? planes : 0);
@@ -178,6 +185,8 @@ void Configure(Detector& detector, const Scene& scene) {
     detector.SetMark(scene.mark);
     detector.SetMarkThrough(scene.markThrough);
     detector.SetMarkFlippedTriangles(scene.markFlipped);
+    detector.SetRule(scene.rule);
+    detector.SetDepthTolerance(scene.depthTolerance);
     detector.SetCheckSurfaceVisibility(scene.checkSurfaceVisibility);
 }
 

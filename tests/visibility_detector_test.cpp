@@ -156,6 +156,35 @@ TEST_F(VisibilityScene, NearerOfTwoOverlappingPlatesHidesTheOtherUnlessMarkingTh
     EXPECT_TRUE(MarkedIn(front).empty());
 }
 
+TEST_F(VisibilityScene, NearestRuleSeesAPieceRisingThroughAPlateAndPiecesInOnePlane) {
+    MStlBase& plate = Add(Plate(25, 25, 75, 75, 1, 1));
+    MStlBase& twin = Add(Plate(25, 25, 75, 75, 1, 1));  // the same plate again
+    // Rising from depth 0 at the top to 2 at the bottom: in front of the plates below y = 50.
+    MStlBase& riser = Add(scene::oneSurface([](MStlSurface& s) {
+        scene::addTriangle(s, Px(40, 40, 0), Px(50, 60, 2), Px(60, 40, 0));
+    }));
+    const auto nearest = [](double tolerance) {
+        return [tolerance](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetRule(Detector::VisibilityRule::Nearest);
+            d.SetDepthTolerance(tolerance);
+        };
+    };
+    EXPECT_EQ(Run(nearest(0.01)).size(), 5u);
+    // Without a tolerance a plate's depth equals its twin's only where both interpolate alike.
+    EXPECT_TRUE(Includes(Run(nearest(0)), MarkedIn(riser)));
+    EXPECT_EQ(MarkedIn(riser).size(), 1u);
+    // Seen from behind, the riser still hides the plates where it is in front.
+    meshes[2] = scene::oneSurface(
+        [](MStlSurface& s) { scene::addTriangle(s, Px(40, 40, 0), Px(60, 40, 0), Px(50, 60, 2)); });
+    const TriangleSet hidden = Run([](Detector& d) {
+        d.SetPath({{48.6, 56}, {51.4, 56}, {50, 58.5}});  // inside the riser
+        d.SetRule(Detector::VisibilityRule::Nearest);
+    });
+    EXPECT_TRUE(hidden.empty());
+    EXPECT_TRUE(MarkedIn(plate).empty() && MarkedIn(twin).empty());
+}
+
 TEST_F(VisibilityScene, OnlyTheKeptPieceOfAClippedTriangleIsSeen) {
     // One front quad of two triangles over the whole lasso, cut at screen x = 47.3 (model
     // x = −270): the left part is gone and the back plate shows there.

@@ -5,10 +5,14 @@
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <memory>
+#include <random>
+#include <set>
 #include <vector>
 
 #include <velpick/host/mark_triangles.h>
@@ -18,9 +22,11 @@
 #include "support/ray_cast_oracle.h"
 #include "support/scene_builders.h"
 #include "support/screen_frame.h"
+#include "visibility/nearest_line.h"
 #include "visibility/piece_clipper.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
+#include "visibility/sweep_events.h"
 
 using VelSDK::Math::point2d;
 using VelSDK::Math::point3d;
@@ -135,7 +141,7 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     std::vector<double> lows, highs;
     for (int i = 0; i < 300; ++i) {
         const double lo = std::fmod(i * 7.31, 50.0), hi = lo + 0.05 + std::fmod(i * 1.7, 3.0);
-        refs.push_back({nullptr, 0, hi, lo});
+        refs.push_back({nullptr, hi, lo});
     }
     std::vector<visibility::Point> events;
     visibility::AppendPieceEvents(refs, events);
@@ -158,6 +164,90 @@ TEST(SampleLines, EveryShrunkRangeHoldsALineAndGapsStayBelowTheStep) {
     std::vector<double> few{3.0};
     visibility::CompleteSampleLines(few, 0.0, 9.0, -0.2);
     EXPECT_EQ(few, (std::vector<double>{0.0, 3.0, 9.0}));
+}
+
+// The segments seen by the nearest rule, by brute force: between consecutive breakpoints (ends,
+// region bounds, and every x where two segments' depths differ by 0 or by the tolerance) the
+// order of all depths is fixed, so its middle decides the whole open interval.
+std::set<std::size_t> SeenByBruteForce(const std::vector<visibility::Segment>& segments,
+                                       const std::vector<visibility::Interval>& region,
+                                       double tolerance) {
+    // Crossings of these integer scenes are rationals of small denominators: distinct ones lie
+    // farther apart than kShortest and differ in depth at their middles by more than kRounding.
+    constexpr double kShortest = 1e-9, kRounding = 1e-12;
+    const auto depth = [](const visibility::Segment& s, double x) {
+        return s.z0 + (s.z1 - s.z0) * (x - s.x0) / (s.x1 - s.x0);
+    };
+    std::vector<double> breaks;
+    for (const auto& r : region)
+        breaks.insert(breaks.end(), {r.start, r.end});
+    for (const auto& s : segments) {
+        breaks.insert(breaks.end(), {s.x0, s.x1});
+        for (const auto& t : segments)
+            for (double gap : {0.0, tolerance}) {
+                // s − t + gap is linear in x: zero where its values at 0 and 1 say.
+                if (s.x0 == s.x1 || t.x0 == t.x1)
+                    continue;
+                const double f0 = depth(s, 0) - depth(t, 0) + gap;
+                const double f1 = depth(s, 1) - depth(t, 1) + gap;
+                if (f0 != f1)
+                    breaks.push_back(f0 / (f0 - f1));
+            }
+    }
+    std::sort(breaks.begin(), breaks.end());
+    std::set<std::size_t> seen;
+    for (std::size_t b = 0; b + 1 < breaks.size(); ++b) {
+        const double m = (breaks[b] + breaks[b + 1]) / 2;
+        if (!(breaks[b + 1] - breaks[b] > kShortest) ||
+            std::none_of(region.begin(), region.end(),
+                         [&](const auto& r) { return r.start < m && m < r.end; }))
+            continue;
+        double nearest = -HUGE_VAL;
+        for (const auto& s : segments)
+            if (s.x0 < m && m < s.x1)
+                nearest = std::max(nearest, depth(s, m));
+        for (std::size_t i = 0; i < segments.size(); ++i)
+            if (segments[i].x0 < m && m < segments[i].x1 &&
+                depth(segments[i], m) >= nearest - tolerance - kRounding)
+                seen.insert(i);
+    }
+    return seen;
+}
+
+TEST(NearestLine, SeesWhatTheExactEnvelopeOfTheSegmentsShows) {
+    std::mt19937 random(7);
+    const auto pick = [&](int lo, int hi) {
+        return std::uniform_int_distribution<int>(lo, hi)(random);
+    };
+    visibility::NearestLine line;
+    for (int trial = 0; trial < 3000; ++trial) {
+        const std::vector<visibility::Interval> region =
+            trial % 3 ? std::vector<visibility::Interval>{{1, 6}, {9, 15}}
+                      : std::vector<visibility::Interval>{{-1, 20}};
+        const double tolerance = std::array<double, 3>{0, 1, 2.5}[trial % 4 % 3];
+        std::vector<visibility::Segment> segments(pick(1, 7));
+        std::vector<visibility::NearestLine::Entry> entries;
+        std::set<std::size_t> markable;
+        for (std::size_t i = 0; i < segments.size(); ++i) {
+            const double x0 = pick(0, 15);
+            segments[i] = {x0, double(pick(0, 8)), x0 + pick(0, 8), double(pick(0, 8)), 0, 0, true};
+            visibility::BoundDepth(segments[i]);
+            const bool canMark = pick(0, 4) > 0;  // the others hide without being seen
+            if (canMark)
+                markable.insert(i);
+            if (visibility::NearestLine::Matters(segments[i], &region.front(), &region.back() + 1))
+                entries.push_back({segments[i], i, canMark});
+        }
+        std::vector<std::uint64_t> found;
+        line.Decide(entries, region.data(), region.data() + region.size(), tolerance, found);
+        const std::set<std::size_t> seen(found.begin(), found.end());
+        std::set<std::size_t> expected;
+        for (std::size_t i : SeenByBruteForce(segments, region, tolerance))
+            if (markable.count(i))
+                expected.insert(i);
+        ASSERT_EQ(seen, expected) << "trial " << trial;
+        ASSERT_EQ(found.size(), seen.size());
+    }
 }
 
 std::vector<bool> Marks(MStlBase& mesh, const MStlMarkTrianglesByMasks& sink) {
@@ -209,6 +299,12 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
             d.SetPath({{25, 30}, {50, 70}, {75, 40}});
             d.SetMarkThrough(true);
         },
+        [](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetPixelProportion(23);
+            d.SetRule(Detector::VisibilityRule::Nearest);
+            d.SetDepthTolerance(0.5);
+        },
     };
     for (std::size_t c = 0; c < configurations.size(); ++c)
         for (const MMTransformMatrix& frame : {ScreenFrame(), tilted}) {
@@ -217,6 +313,132 @@ TEST(VisibilityThreads, OneAndFourThreadsGiveTheSameMarks) {
             EXPECT_EQ(one, four) << "configuration " << c;
             EXPECT_NE(std::count(one.begin(), one.end(), true), 0) << "configuration " << c;
         }
+}
+
+// One triangle's cut on the line at y by its plane: the x-range where the line crosses it and
+// the plane's depth, computed apart from the detector's interpolation along the cut.
+struct PlaneCut {
+    double xa = HUGE_VAL, xb = -HUGE_VAL;
+    double a, b, c;  // depth = a·x + b·y + c
+    bool flipped;
+    double Depth(double x, double y) const { return a * x + b * y + c; }
+};
+
+PlaneCut CutByPlane(const point3d (&p)[3], double y) {
+    PlaneCut cut;
+    const point3d u{p[1].x - p[0].x, p[1].y - p[0].y, p[1].z - p[0].z};
+    const point3d v{p[2].x - p[0].x, p[2].y - p[0].y, p[2].z - p[0].z};
+    const double nx = u.y * v.z - u.z * v.y, ny = u.z * v.x - u.x * v.z, nz = u.x * v.y - u.y * v.x;
+    cut.flipped = nz > 0;
+    cut.a = -nx / nz;
+    cut.b = -ny / nz;
+    cut.c = p[0].z - cut.a * p[0].x - cut.b * p[0].y;
+    for (int i = 0; i < 3; ++i) {
+        const point3d &s = p[i], &t = p[(i + 1) % 3];
+        if ((s.y - y) * (t.y - y) > 0 || s.y == t.y)
+            continue;
+        const double x = s.x + (t.x - s.x) * (y - s.y) / (t.y - s.y);
+        cut.xa = std::min(cut.xa, x);
+        cut.xb = std::max(cut.xb, x);
+    }
+    return cut;
+}
+
+TEST(NearestRule, MarksMatchDenseCastsAlongTheDetectorsSampleLines) {
+    const auto torus = scene::ToHostMesh(scene::NoisyTorus(40, 60, 2500, 1000, 0.2));
+    MMTransformMatrix tilt;
+    tilt.MakeRotationInPlane({0, 0, 1}, {0, -0.6, 0.8}, {0, 0, 0});
+    const MMTransformMatrix frame = ScreenFrame(tilt);
+    const double tolerance = 0.4;  // screen depth; the torus is 10 deep
+    const std::vector<bool> marks = RunIn(
+        1, *torus,
+        [&](Detector& d) {
+            d.SetPath(Lasso());
+            d.SetRule(Detector::VisibilityRule::Nearest);
+            d.SetDepthTolerance(tolerance);
+        },
+        frame);
+
+    // The detector's lines: stabbing lines of the pieces touching the region's box, the box's
+    // bounds and fill lines 1/5 pixel apart (no piece is edge-on, so the screen is not turned).
+    double lo[2] = {HUGE_VAL, HUGE_VAL}, hi[2] = {-HUGE_VAL, -HUGE_VAL};
+    for (const point2d& p : Lasso())
+        for (int k = 0; k < 2; ++k) {
+            lo[k] = std::min(lo[k], k ? p.y : p.x);
+            hi[k] = std::max(hi[k], k ? p.y : p.x);
+        }
+    std::vector<std::array<point3d, 3>> corners;
+    std::vector<visibility::PieceRef> refs;
+    std::vector<std::size_t> triangleOf;
+    for (std::size_t i = 0; i < torus->GetNumberOfTriangles(); ++i) {
+        std::array<point3d, 3> p;
+        for (int k = 0; k < 3; ++k)
+            frame.Transform(p[k], torus->GetTriangle(i).GetVertex(k), false);
+        const auto [minX, maxX] = std::minmax({p[0].x, p[1].x, p[2].x});
+        const auto [minY, maxY] = std::minmax({p[0].y, p[1].y, p[2].y});
+        if (maxX < lo[0] || minX > hi[0] || maxY < lo[1] || minY > hi[1])
+            continue;
+        corners.push_back(p);
+        triangleOf.push_back(i);
+        refs.push_back({nullptr, maxY, minY});
+    }
+    std::vector<visibility::Point> events;
+    visibility::AppendPieceEvents(refs, events);
+    visibility::SortValues(events, visibility::PointRangeComparator());
+    std::vector<double> lines = visibility::StabbingLines(events, refs.size());
+    visibility::CompleteSampleLines(lines, lo[1], hi[1], 0.2);
+
+    // Certain: seen at a cast clear of every end, the region's boundary and the tolerance.
+    // Possible: within the tolerance at a cast near the piece and the region, allowing for
+    // what the depths can change between casts.
+    constexpr double kStep = 0.01, kNear = 0.02, kGap = 1e-9;
+    const oracle::RegionMargin region = oracle::PolygonRegion(Lasso());
+    std::vector<bool> certain(marks.size()), possible(marks.size());
+    std::vector<PlaneCut> cuts;
+    std::vector<std::size_t> cutTriangle;
+    for (double y : lines) {
+        cuts.clear();
+        cutTriangle.clear();
+        for (std::size_t i = 0; i < corners.size(); ++i) {
+            const point3d p[3] = {corners[i][0], corners[i][1], corners[i][2]};
+            const PlaneCut cut = CutByPlane(p, y);
+            if (!(cut.xa < cut.xb))
+                continue;  // a cut of no length is never seen and hides nothing seen
+            cuts.push_back(cut);
+            cutTriangle.push_back(triangleOf[i]);
+        }
+        for (double x = lo[0]; x <= hi[0]; x += kStep) {
+            const double margin = region(x, y);
+            if (margin < -kNear)
+                continue;
+            double nearestWide = -HUGE_VAL, nearestNarrow = -HUGE_VAL, steepest = 0;
+            for (const PlaneCut& cut : cuts) {
+                if (cut.xa - kNear <= x && x <= cut.xb + kNear)
+                    nearestWide = std::max(nearestWide, cut.Depth(x, y));
+                if (cut.xa + kNear <= x && x <= cut.xb - kNear) {
+                    nearestNarrow = std::max(nearestNarrow, cut.Depth(x, y));
+                    steepest = std::max(steepest, std::fabs(cut.a));
+                }
+            }
+            for (std::size_t i = 0; i < cuts.size(); ++i) {
+                const PlaneCut& cut = cuts[i];
+                if (cut.flipped)
+                    continue;
+                const double z = cut.Depth(x, y);
+                if (margin >= kNear && cut.xa + kNear <= x && x <= cut.xb - kNear &&
+                    z >= nearestWide - tolerance + kGap)
+                    certain[cutTriangle[i]] = true;
+                if (cut.xa - kNear <= x && x <= cut.xb + kNear &&
+                    z >= nearestNarrow - tolerance - kGap - (std::fabs(cut.a) + steepest) * kNear)
+                    possible[cutTriangle[i]] = true;
+            }
+        }
+    }
+    for (std::size_t t = 0; t < marks.size(); ++t) {
+        EXPECT_TRUE(marks[t] || !certain[t]) << "missed " << t;
+        EXPECT_TRUE(possible[t] || !marks[t]) << "marked " << t;
+    }
+    EXPECT_GT(std::count(certain.begin(), certain.end(), true), 100);
 }
 
 TEST(VisibilityThreads, PiecesOfZeroHeightGiveTheSameMarksInEveryChunking) {

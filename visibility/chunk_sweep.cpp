@@ -1,36 +1,12 @@
 #include "visibility/chunk_sweep.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 #include "visibility/sweep_constants.h"
 
-using VelSDK::Math::point3d;
-
 namespace visibility {
 namespace {
-
-// Whether the edge a–b meets the line, its corners being da and db away from it (within
-// DBL_EPSILON counts as on it).
-bool Crosses(double da, double db) {
-    const bool bothAbove = da > kOnPlaneTolerance && db > kOnPlaneTolerance;
-    const bool bothBelow = da < -kOnPlaneTolerance && db < -kOnPlaneTolerance;
-    return !bothAbove && !bothBelow;
-}
-
-// Interpolated from the lexicographically smaller corner a. An edge lying on the line
-// (da = db) has no single crossing; its corner a stands for it.
-void CrossingPoint(const point3d& a, const point3d& b, double da, double db, double& x, double& z) {
-    if (da == db) {
-        x = a.x;
-        z = a.z;
-        return;
-    }
-    const double t = da / (da - db);
-    x = a.x + t * (b.x - a.x);
-    z = a.z + t * (b.z - a.z);
-}
 
 // x order of the sweep: by key, equal keys by global piece index.
 struct ByKeyThenPiece {
@@ -43,8 +19,10 @@ struct ByKeyThenPiece {
 }  // namespace
 
 void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
-    if (m_position.size() != m_pieces->size())
+    if (m_position.size() != m_pieces->size()) {
         m_position.assign(m_pieces->size(), kAbsent);
+        m_found.assign(m_pieces->size(), 0);
+    }
     for (std::uint64_t piece : m_active)
         if (piece != kFreeSlot)
             m_position[piece] = kAbsent;
@@ -53,7 +31,6 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
     m_fresh.clear();
     m_byStart.clear();
     m_byEnd.clear();
-    m_lastOffered = nullptr;
     for (std::uint64_t piece : initial)
         Insert(piece);
 }
@@ -75,7 +52,8 @@ void ChunkSweep::Insert(std::uint64_t piece) {
     // together instead of scattered over all pieces in mesh order.
     if (m_slotPieces.size() <= slot)
         m_slotPieces.resize(slot + 1);
-    m_slotPieces[slot] = (*m_pieces)[piece];
+    Triangle* const t = (*m_pieces)[piece].piece;
+    m_slotPieces[slot] = {{t->p0, t->p1, t->p2}, t, t->markable};
     m_fresh.push_back({0.0, piece, slot});
 }
 
@@ -92,65 +70,16 @@ void ChunkSweep::Decide(double y, const Interval* first, const Interval* last,
                         std::vector<Triangle*>& found) {
     if (first == last || m_active.size() == m_freeSlots.size())
         return;  // nothing can be seen on this line
+    if (m_rule.nearest && !m_rule.markThrough) {
+        m_fresh.clear();
+        DecideNearest(y, first, last, found);
+        return;
+    }
     CutActivePieces(y);
     Reorder(m_byStart, true);
     Reorder(m_byEnd, false);
     m_fresh.clear();
     Sweep(first, last, found);
-}
-
-inline void ChunkSweep::Cut(const SweepPiece& piece, double y, Segment& segment) {
-    const point3d* c = piece.corners;
-    const double d[3] = {c[0].y - y, c[1].y - y, c[2].y - y};
-    static constexpr int kEdges[3][2] = {{0, 1}, {1, 2}, {0, 2}};
-    bool any = false;
-    for (const auto& edge : kEdges) {
-        const int a = edge[0], b = edge[1];
-        if (!Crosses(d[a], d[b]))
-            continue;
-        double x, z;
-        CrossingPoint(c[a], c[b], d[a], d[b], x, z);
-        // The leftmost crossing starts the segment and the rightmost ends it; of crossings at
-        // equal x the first starts it and the last ends it.
-        if (!any) {
-            segment.x0 = segment.x1 = x;
-            segment.z0 = segment.z1 = z;
-            any = true;
-        } else if (x < segment.x0) {
-            segment.x0 = x;
-            segment.z0 = z;
-        } else if (x >= segment.x1) {
-            segment.x1 = x;
-            segment.z1 = z;
-        }
-    }
-    segment.valid = any && !std::isnan(segment.x0) && !std::isnan(segment.x1);
-    BoundDepth(segment);
-}
-
-// Every depth DepthAt can return for an x inside the segment's own range lies between z0 and
-// z1 up to the rounding of the interpolation (at most 1.5 DBL_EPSILON of the larger |z|, each
-// rounding step being monotone), so a slack of kInterpolationSlack of it bounds it. Segments
-// whose coordinates could overflow in the interpolation (or are NaN) get NaN bounds, which
-// prove nothing.
-inline void ChunkSweep::BoundDepth(Segment& s) {
-    const bool bounded = std::fabs(s.x0) < kBoundedMagnitude &&
-                         std::fabs(s.x1) < kBoundedMagnitude &&
-                         std::fabs(s.z0) < kBoundedMagnitude && std::fabs(s.z1) < kBoundedMagnitude;
-    if (!bounded) {
-        s.zLo = s.zHi = std::numeric_limits<double>::quiet_NaN();
-        return;
-    }
-    const double slack =
-        kInterpolationSlack * std::max(std::fabs(s.z0), std::fabs(s.z1)) + kUnderflowSlack;
-    s.zLo = std::min(s.z0, s.z1) - slack;
-    s.zHi = std::max(s.z0, s.z1) + slack;
-}
-
-inline double ChunkSweep::DepthAt(const Segment& s, double x) {
-    if (s.x1 == s.x0)
-        return (s.z0 + s.z1) / 2.0;
-    return s.z0 + (s.z1 - s.z0) * ((x - s.x0) / (s.x1 - s.x0));
 }
 
 inline bool ChunkSweep::Nearer(const Segment& entering, const Segment& ahead) {
@@ -172,7 +101,37 @@ void ChunkSweep::CutActivePieces(double y) {
     m_segments.resize(m_active.size());
     for (std::size_t slot = 0; slot < m_active.size(); ++slot)
         if (m_active[slot] != kFreeSlot)
-            Cut(m_slotPieces[slot], y, m_segments[slot]);
+            CutPiece(m_slotPieces[slot].corners, y, m_segments[slot]);
+}
+
+// Pieces wholly left or right of the region's span on this line can neither be seen nor hide
+// anything seen there: they are not cut.
+void ChunkSweep::DecideNearest(double y, const Interval* first, const Interval* last,
+                               std::vector<Triangle*>& found) {
+    const double lo = first->start, hi = (last - 1)->end;
+    m_nearestEntries.clear();
+    for (std::size_t slot = 0; slot < m_active.size(); ++slot) {
+        if (m_active[slot] == kFreeSlot)
+            continue;
+        const SweepPiece& piece = m_slotPieces[slot];
+        if (piece.corners[2].x <= lo || piece.corners[0].x >= hi)
+            continue;
+        NearestLine::Entry& entry = m_nearestEntries.emplace_back();
+        CutPiece(piece.corners, y, entry.segment);
+        if (!NearestLine::Matters(entry.segment, first, last)) {
+            m_nearestEntries.pop_back();
+            continue;
+        }
+        entry.index = m_active[slot];
+        // A piece this object has found already need not be looked at again.
+        entry.markable = piece.markable && !m_found[entry.index];
+    }
+    m_seen.clear();
+    m_nearestLine.Decide(m_nearestEntries, first, last, m_rule.depthTolerance, m_seen);
+    for (std::uint64_t index : m_seen) {
+        m_found[index] = 1;
+        found.push_back((*m_pieces)[index].piece);
+    }
 }
 
 void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
@@ -253,7 +212,7 @@ void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<
             case kRegionStart:
                 inside = true;
                 ++r;
-                if (m_markThrough) {
+                if (m_rule.markThrough) {
                     for (std::uint32_t slot : m_depthOrder)
                         Offer(slot, found);
                 } else if (!m_depthOrder.empty()) {
@@ -265,7 +224,7 @@ void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<
                 ++r;
                 break;
         }
-        if (!m_markThrough && inside && !m_depthOrder.empty())
+        if (!m_rule.markThrough && inside && !m_depthOrder.empty())
             Offer(m_depthOrder.front(), found);
     }
 }
@@ -274,7 +233,7 @@ void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<
 // nearer than, comparing each at the middle of their common x-range.
 void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found) {
     m_depthOrder.push_back(slot);
-    if (m_markThrough) {
+    if (m_rule.markThrough) {
         if (inside)
             Offer(slot, found);
         return;
@@ -286,9 +245,9 @@ void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Trian
 
 void ChunkSweep::Offer(std::uint32_t slot, std::vector<Triangle*>& found) {
     const SweepPiece& piece = m_slotPieces[slot];
-    if (!piece.markable || piece.piece == m_lastOffered)
+    if (!piece.markable || m_found[m_active[slot]])
         return;
-    m_lastOffered = piece.piece;
+    m_found[m_active[slot]] = 1;
     found.push_back(piece.piece);
 }
 

@@ -5,14 +5,16 @@
 #include <vector>
 
 #include <velpick/host/point.h>
+#include "visibility/line_segment.h"
+#include "visibility/nearest_line.h"
 #include "visibility/region_intervals.h"
 #include "visibility/screen_piece.h"
+#include "visibility/sweep_events.h"
 
 namespace visibility {
 
-/// What the sweep needs of one piece, by global index: its corners in lexicographic (x, y, z)
-/// order, so that two pieces sharing an edge cut it at exactly the same point, and where its
-/// mark goes.
+/// What the sweep needs of an active piece: its corners in lexicographic (x, y, z) order, so
+/// that two pieces sharing an edge cut it at exactly the same point, and where its mark goes.
 struct SweepPiece {
     VelSDK::Math::point3d corners[3];
     Triangle* piece;
@@ -22,23 +24,28 @@ struct SweepPiece {
 /// The sweep over one chunk of sample lines: the pieces active between lines, and the
 /// decision on each line of which markable pieces are seen inside the region.
 ///
-/// Cutting a piece on a line: its corners in lexicographic (x, y, z) order c0, c1, c2, its edges
-/// in the order c0c1, c1c2, c0c2; an edge is cut from its smaller corner a towards b at
-/// t = d_a/(d_a − d_b) (an edge lying on the line gives corner a). The segment starts at the
-/// leftmost cut (the first found, at equal x) and ends at the rightmost (the last found).
-///
-/// The x sweep of a line handles events at equal x in the order segment starts, segment ends,
-/// region-interval starts, region-interval ends, and within one kind by ascending piece index.
-/// Two segments are compared at m = (lo + hi)/2 of their common x-range, a segment's depth
-/// there being z0 + (z1 − z0)·((m − x0)/(x1 − x0)), or (z0 + z1)/2 when x0 = x1.
+/// Each active piece is cut on a line with CutPiece. In the ordered rule, the x sweep of a line
+/// handles events at equal x in the order segment starts, segment ends, region-interval starts,
+/// region-interval ends, and within one kind by ascending piece index. Two segments are compared
+/// with DepthAt at m = (lo + hi)/2 of their common x-range. The nearest rule decides each line with
+/// NearestLine instead.
 ///
 /// One object serves many chunks in turn (Begin starts one); its working storage is reused
 /// from line to line and from chunk to chunk, and the marks found depend only on the lines and
 /// the active pieces, never on what the object did before.
 class ChunkSweep {
   public:
-    ChunkSweep(const std::vector<SweepPiece>& pieces, bool markThrough)
-        : m_pieces(&pieces), m_markThrough(markThrough) {}
+    /// How a line is decided: mark-through takes every piece; otherwise the ordered rule
+    /// (the front of the depth order) or, when `nearest`, the nearest surface within
+    /// `depthTolerance`.
+    struct Rule {
+        bool markThrough;
+        bool nearest;
+        double depthTolerance;
+    };
+
+    /// `pieces`: every piece by global index, its corners in lexicographic (x, y, z) order.
+    ChunkSweep(const std::vector<PieceRef>& pieces, Rule rule) : m_pieces(&pieces), m_rule(rule) {}
 
     /// Starts a chunk whose first line crosses the pieces `initial` (global indices).
     void Begin(const std::vector<std::uint64_t>& initial);
@@ -49,8 +56,9 @@ class ChunkSweep {
 
     /// Decides the line at y: cuts every active piece into an x segment and appends to `found`
     /// the markable pieces seen inside the region's intervals [first, last): the nearest one
-    /// (greatest z) everywhere, or with mark-through every one. A piece may be appended more
-    /// than once.
+    /// (greatest z) everywhere, or every one within the tolerance of the nearest depth, or with
+    /// mark-through every one. A piece this object has appended before, in this chunk or an
+    /// earlier one, is not appended again.
     void Decide(double y, const Interval* first, const Interval* last,
                 std::vector<Triangle*>& found);
 
@@ -58,13 +66,6 @@ class ChunkSweep {
     static constexpr std::uint32_t kAbsent = ~std::uint32_t(0);
     static constexpr std::uint64_t kFreeSlot = ~std::uint64_t(0);
 
-    /// A piece's cut on the line, x0 ≤ x1; invalid when the cut has no x. [zLo, zHi] holds
-    /// every depth the segment is given inside its x-range (NaN: no bound known).
-    struct Segment {
-        double x0, z0, x1, z1;
-        double zLo, zHi;
-        bool valid;
-    };
     /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut), the global
     /// index, which orders equal keys, and the piece's slot. An entry whose slot no longer
     /// holds its piece is stale.
@@ -74,19 +75,18 @@ class ChunkSweep {
         std::uint32_t slot;
     };
 
-    static void Cut(const SweepPiece& piece, double y, Segment& segment);
-    static void BoundDepth(Segment& segment);
-    static double DepthAt(const Segment& segment, double x);
     static bool Nearer(const Segment& entering, const Segment& ahead);
 
     void CutActivePieces(double y);
+    void DecideNearest(double y, const Interval* first, const Interval* last,
+                       std::vector<Triangle*>& found);
     void Reorder(std::vector<Ordered>& order, bool byStart);
     void Sweep(const Interval* first, const Interval* last, std::vector<Triangle*>& found);
     void EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found);
     void Offer(std::uint32_t slot, std::vector<Triangle*>& found);
 
-    const std::vector<SweepPiece>* m_pieces;
-    bool m_markThrough;
+    const std::vector<PieceRef>* m_pieces;
+    Rule m_rule;
     // Active pieces (global indices) in slots that keep their place while the piece is active
     // (kFreeSlot when empty), the free slots, and each piece's slot.
     std::vector<std::uint64_t> m_active;
@@ -100,7 +100,12 @@ class ChunkSweep {
     std::vector<Ordered> m_byStart, m_byEnd, m_freshOrder, m_merged;
     std::vector<Segment> m_segments;          // by slot
     std::vector<std::uint32_t> m_depthOrder;  // slots, front (greatest z) first
-    Triangle* m_lastOffered = nullptr;
+    // By global index, whether this object has found the piece, in any chunk of the run: each
+    // is reported once per object, and the run merges what all objects found.
+    std::vector<char> m_found;
+    std::vector<NearestLine::Entry> m_nearestEntries;
+    std::vector<std::uint64_t> m_seen;
+    NearestLine m_nearestLine;
 };
 
 }  // namespace visibility

@@ -9,11 +9,12 @@
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
 #include <velpick/visibility_detector.h>
+#include "visibility/chunk_sweep.h"
 #include "visibility/screen_piece.h"
 
 namespace visibility {
 struct PieceRef;
-struct Point;
+struct LineSchedule;
 }  // namespace visibility
 
 /// The detector's settings, the working state of one run and the run's steps.
@@ -43,6 +44,8 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     bool markFlippedTriangles = false;
     bool checkSurfaceVisibility = true;
     bool markThrough = false;
+    VisibilityRule rule = VisibilityRule::Ordered;
+    double depthTolerance = 0.0;
 
   private:
     /// False, leaving the box as it was, when the path or the brush radius is not finite.
@@ -55,13 +58,14 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     void _TransformModel();
     /// Sweeps the sample lines chunk by chunk on the oneTBB scheduler, filling chunkResults.
     void _SweepChunks(const std::vector<visibility::PieceRef>& refs,
-                      const std::vector<double>& lines,
-                      const std::vector<visibility::Point>& events);
+                      const std::vector<double>& lines, const visibility::LineSchedule& schedule);
+    /// How the chunks decide each line, from the settings.
+    visibility::ChunkSweep::Rule SweepRule() const;
     /// Merges the chunks' results and marks or unmarks each piece's triangle once.
     void _MarkVisiblePieces();
 
     // Working state of a run.
-    std::vector<std::vector<Triangle>> triangles;  // per mesh, the pieces of the run
+    std::vector<std::vector<Triangle>> triangles;  // per mesh, the pieces of the run; freed after
     VelSDK::Math::point2d pathBoxMin{1.7976931348623157e308, 1.7976931348623157e308};
     VelSDK::Math::point2d pathBoxMax{-1.7976931348623157e308, -1.7976931348623157e308};
     double pixelStep = 0.2;

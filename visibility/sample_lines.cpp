@@ -22,7 +22,6 @@ void SortValues(std::vector<T>& values, Less less) {
 
 template void SortValues(std::vector<Point>&, PointKeyComparator);
 template void SortValues(std::vector<double>&, std::less<double>);
-template void SortValues(std::vector<visibility::Triangle*>&, std::less<visibility::Triangle*>);
 
 void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events) {
     for (std::size_t index = 0; index < refs.size(); ++index) {
@@ -34,16 +33,6 @@ void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& ev
         const double hi = std::max(ref.yMax - h, lo);
         events.push_back(Point::Make(lo, index, kPieceStart));
         events.push_back(Point::Make(hi, index, kPieceEnd));
-    }
-}
-
-void AppendPieceYEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events) {
-    for (std::size_t index = 0; index < refs.size(); ++index) {
-        const PieceRef& ref = refs[index];
-        if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
-            continue;
-        events.push_back(Point::Make(ref.yMin, index, kPieceStart));
-        events.push_back(Point::Make(ref.yMax, index, kPieceEnd));
     }
 }
 

@@ -11,10 +11,6 @@ namespace visibility {
 /// lines stay off shared vertices and horizontal edges. Pieces with a NaN y get no events.
 void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events);
 
-/// Start and end events of every piece keyed by its y bounds, yMin and yMax, in global order.
-/// Pieces with a NaN y get no events.
-void AppendPieceYEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events);
-
 /// Greedy stabbing lines over events sorted by PointRangeComparator: every piece's shrunk range
 /// holds at least one of the returned values (unsorted, in the order found).
 std::vector<double> StabbingLines(const std::vector<Point>& events, std::size_t pieceCount);

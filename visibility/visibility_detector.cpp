@@ -15,6 +15,7 @@
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_triangle.h>
 #include "visibility/chunk_sweep.h"
+#include "visibility/line_schedule.h"
 #include "visibility/region_intervals.h"
 #include "visibility/sample_lines.h"
 #include "visibility/sweep_constants.h"
@@ -78,6 +79,14 @@ void MStlBaseOperatorVisibilityDetector::SetMarkableSurface(const MStlSurface& s
     m_impl->markableSurfaces.insert(&surface);
 }
 
+void MStlBaseOperatorVisibilityDetector::SetRule(VisibilityRule rule) {
+    m_impl->rule = rule;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetDepthTolerance(double tolerance) {
+    m_impl->depthTolerance = tolerance;
+}
+
 void MStlBaseOperatorVisibilityDetector::Operate() {
     m_impl->Operate();
 }
@@ -95,10 +104,10 @@ bool LexicographicLess(const point3d& a, const point3d& b) {
     return a.z < b.z;
 }
 
-// The sample lines split into chunks of about equal work, one chunk per task.
+// The sample lines split into chunks of about equal work, one chunk per task: chunk k runs
+// from line firstLine[k] to the next chunk's first line (the last one to the last line).
 struct Chunks {
-    std::vector<std::size_t> firstLine;   // line index at which chunk k begins
-    std::vector<std::size_t> firstEvent;  // its line's event; the chunk runs to the next one's
+    std::vector<std::size_t> firstLine;
 };
 
 std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangles) {
@@ -107,57 +116,33 @@ std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangle
     for (const std::vector<Triangle>& meshPieces : triangles)
         count += meshPieces.size();
     refs.reserve(count);
-    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
-        for (Triangle& piece : triangles[mesh]) {
+    for (std::vector<Triangle>& meshPieces : triangles)
+        for (Triangle& piece : meshPieces) {
             const auto [lo, hi] = std::minmax({piece.p0.y, piece.p1.y, piece.p2.y});
-            refs.push_back({&piece, mesh, std::clamp(hi, -DBL_MAX, DBL_MAX),
-                            std::clamp(lo, -DBL_MAX, DBL_MAX)});
+            refs.push_back(
+                {&piece, std::clamp(hi, -DBL_MAX, DBL_MAX), std::clamp(lo, -DBL_MAX, DBL_MAX)});
         }
     return refs;
 }
 
-// The number of pieces active on every line, from the events sorted by PointYComparator.
-std::vector<std::int32_t> ActiveCounts(const std::vector<Point>& events, std::size_t lineCount) {
-    std::vector<std::int32_t> counts;
-    counts.reserve(lineCount);
-    std::int32_t active = 0;
-    for (const Point& event : events) {
-        if (event.Kind() == kSampleLine)
-            counts.push_back(active);
-        else if (event.Kind() == kPieceEnd)
-            --active;
-        else
-            ++active;
-    }
-    return counts;
-}
-
 // Contiguous runs of lines holding about total / n active pieces each, n being the arena's
 // concurrency (at most one chunk per line).
-Chunks SplitIntoChunks(const std::vector<Point>& events, const std::vector<double>& lines) {
-    const std::vector<std::int32_t> counts = ActiveCounts(events, lines.size());
+Chunks SplitIntoChunks(const std::vector<std::int32_t>& counts) {
     const auto n = static_cast<std::int64_t>(
-        std::min<std::size_t>(tbb::this_task_arena::max_concurrency(), lines.size()));
+        std::min<std::size_t>(tbb::this_task_arena::max_concurrency(), counts.size()));
     std::int64_t total = 0;
     for (std::int32_t count : counts)
         total += count;
     Chunks chunks;
     std::int64_t sum = 0, threshold = 0;
-    for (std::size_t line = 0; line < lines.size(); ++line) {
+    for (std::size_t line = 0; line < counts.size(); ++line) {
         if (sum >= threshold / n) {
             chunks.firstLine.push_back(line);
             threshold += total;
         }
         sum += counts[line];
     }
-    for (std::size_t line : chunks.firstLine) {
-        // The line's own event: ends at its y are already behind it.
-        const Point probe = Point::Make(lines[line], line, kSampleLine);
-        chunks.firstEvent.push_back(static_cast<std::size_t>(
-            std::lower_bound(events.begin(), events.end(), probe, PointYComparator()) -
-            events.begin()));
-    }
-    chunks.firstEvent.push_back(events.size());
+    chunks.firstLine.push_back(counts.size());
     return chunks;
 }
 
@@ -176,8 +161,8 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
                                                           const std::vector<double>& lines,
                                                           const Chunks& chunks) {
     std::vector<double> firstY;
-    for (std::size_t line : chunks.firstLine)
-        firstY.push_back(lines[line]);
+    for (std::size_t chunk = 0; chunk + 1 < chunks.firstLine.size(); ++chunk)
+        firstY.push_back(lines[chunks.firstLine[chunk]]);
     std::vector<std::vector<std::uint64_t>> sets(firstY.size());
     for (std::size_t index = 0; index < refs.size(); ++index) {
         const PieceRef& ref = refs[index];
@@ -188,23 +173,20 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
     return sets;
 }
 
-// The sweep's view of every piece, built on the oneTBB scheduler.
-std::vector<SweepPiece> MakeSweepPieces(const std::vector<PieceRef>& refs) {
-    std::vector<SweepPiece> pieces(refs.size());
+// Puts every piece's corners in lexicographic order, on the oneTBB scheduler. The order of a
+// piece's corners matters no more once it is marked flipped or not and the screen is turned.
+void SortCorners(const std::vector<PieceRef>& refs) {
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, refs.size()),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           for (std::size_t i = range.begin(); i != range.end(); ++i) {
                               Triangle& t = *refs[i].piece;
-                              SweepPiece& piece = pieces[i];
-                              piece.corners[0] = t.p0;
-                              piece.corners[1] = t.p1;
-                              piece.corners[2] = t.p2;
-                              std::sort(piece.corners, piece.corners + 3, LexicographicLess);
-                              piece.piece = &t;
-                              piece.markable = t.markable;
+                              point3d corners[3] = {t.p0, t.p1, t.p2};
+                              std::sort(corners, corners + 3, LexicographicLess);
+                              t.p0 = corners[0];
+                              t.p1 = corners[1];
+                              t.p2 = corners[2];
                           }
                       });
-    return pieces;
 }
 
 // Greedy stabbing lines over the pieces' shrunk ranges.
@@ -216,35 +198,19 @@ std::vector<double> ChooseStabbingLines(const std::vector<PieceRef>& refs) {
     return StabbingLines(events, refs.size());
 }
 
-// Sorts and de-duplicates when the list has grown well past its distinct entries.
-void CompactWhenLarge(std::vector<Triangle*>& found, std::size_t& compactSize) {
-    if (found.size() < 2 * compactSize + 1024)
-        return;
-    std::sort(found.begin(), found.end());
-    found.erase(std::unique(found.begin(), found.end()), found.end());
-    compactSize = found.size();
-}
-
-// Walks the chunk's events [begin, end): pieces enter and leave the active set, and each
-// sample line is decided with that line's region intervals.
-void SweepChunk(ChunkSweep& sweep, const std::vector<Point>& events, std::size_t begin,
-                std::size_t end, const RegionIntervals& regions, std::vector<Triangle*>& found) {
-    std::size_t compactSize = 0;
-    for (std::size_t e = begin; e < end; ++e) {
-        const Point& event = events[e];
-        switch (event.Kind()) {
-            case kPieceStart:
-                sweep.Insert(event.Index());
-                break;
-            case kPieceEnd:
-                sweep.Erase(event.Index());
-                break;
-            case kSampleLine:
-                sweep.Decide(event.key, regions.begin(event.Index()), regions.end(event.Index()),
-                             found);
-                CompactWhenLarge(found, compactSize);
-                break;
+// Sweeps the chunk's lines [begin, end): before each line after the first, pieces leave and
+// join the active set; each line is decided with its region intervals.
+void SweepChunk(ChunkSweep& sweep, const std::vector<double>& lines, const LineSchedule& schedule,
+                std::size_t begin, std::size_t end, const RegionIntervals& regions,
+                std::vector<Triangle*>& found) {
+    for (std::size_t line = begin; line < end; ++line) {
+        if (line > begin) {
+            for (std::size_t i = schedule.leavingAt[line]; i < schedule.leavingAt[line + 1]; ++i)
+                sweep.Erase(schedule.leaving[i]);
+            for (std::size_t i = schedule.enteringAt[line]; i < schedule.enteringAt[line + 1]; ++i)
+                sweep.Insert(schedule.entering[i]);
         }
+        sweep.Decide(lines[line], regions.begin(line), regions.end(line), found);
     }
 }
 
@@ -278,62 +244,82 @@ void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
 
     const std::vector<PieceRef> refs = MakePieceRefs(triangles);
     std::vector<double> lines = ChooseStabbingLines(refs);
-    if (lines.empty())
-        return;
-    CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
-    std::vector<Point> events;
-    events.reserve(2 * refs.size() + lines.size());
-    AppendPieceYEvents(refs, events);
-    for (std::size_t line = 0; line < lines.size(); ++line)
-        events.push_back(Point::Make(lines[line], line, kSampleLine));
-    SortValues(events, PointYComparator());
-
-    _SweepChunks(refs, lines, events);
-    _MarkVisiblePieces();
+    if (!lines.empty()) {
+        CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
+        _SweepChunks(refs, lines, ScheduleLines(refs, lines));
+        _MarkVisiblePieces();
+    }
+    // The pieces are the largest working data of a run; none of it is kept between runs.
+    std::vector<std::vector<Triangle>>().swap(triangles);
 }
 
 void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<PieceRef>& refs,
                                                             const std::vector<double>& lines,
-                                                            const std::vector<Point>& events) {
+                                                            const LineSchedule& schedule) {
     const RegionIntervals regions = mode == Brush ? BrushIntervals(runPath, brushRadius, lines)
                                                   : PolygonIntervals(runPath, lines);
-    const Chunks chunks = SplitIntoChunks(events, lines);
+    const Chunks chunks = SplitIntoChunks(schedule.activeCounts);
     const std::vector<std::vector<std::uint64_t>> initialSets =
         InitialActiveSets(refs, lines, chunks);
-    const std::size_t chunkCount = chunks.firstLine.size();
+    const std::size_t chunkCount = chunks.firstLine.size() - 1;
     chunkResults.resize(chunkCount);
 
-    const std::vector<SweepPiece> sweepPieces = MakeSweepPieces(refs);
+    SortCorners(refs);
     tbb::enumerable_thread_specific<ChunkSweep> sweeps(
-        [&] { return ChunkSweep(sweepPieces, markThrough); });
+        [&] { return ChunkSweep(refs, SweepRule()); });
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, chunkCount, 1),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           ChunkSweep& sweep = sweeps.local();
                           for (std::size_t chunk = range.begin(); chunk != range.end(); ++chunk) {
                               sweep.Begin(initialSets[chunk]);
-                              SweepChunk(sweep, events, chunks.firstEvent[chunk],
-                                         chunks.firstEvent[chunk + 1], regions,
-                                         chunkResults[chunk]);
+                              SweepChunk(sweep, lines, schedule, chunks.firstLine[chunk],
+                                         chunks.firstLine[chunk + 1], regions, chunkResults[chunk]);
                           }
                       });
 }
 
+ChunkSweep::Rule MStlBaseOperatorVisibilityDetector::Impl::SweepRule() const {
+    // A tolerance that is negative or NaN takes only the nearest depth itself.
+    const double tolerance = depthTolerance > 0.0 ? depthTolerance : 0.0;
+    return {markThrough, rule == VisibilityRule::Nearest, tolerance};
+}
+
+// Flags the found pieces by mesh and position, so that each is marked once, in mesh order and
+// piece order: a pointer is placed by the mesh whose pieces' storage holds it.
 void MStlBaseOperatorVisibilityDetector::Impl::_MarkVisiblePieces() {
-    std::size_t foundCount = 0;
-    for (const std::vector<Triangle*>& found : chunkResults)
-        foundCount += found.size();
-    std::vector<Triangle*> visible;
-    visible.reserve(foundCount);
+    std::vector<std::pair<const Triangle*, std::size_t>> meshByStorage;
+    std::vector<std::size_t> firstFlag;
+    std::size_t flagCount = 0;
+    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh) {
+        if (!triangles[mesh].empty())
+            meshByStorage.emplace_back(triangles[mesh].data(), mesh);
+        firstFlag.push_back(flagCount);
+        flagCount += triangles[mesh].size();
+    }
+    std::sort(meshByStorage.begin(), meshByStorage.end(), [](const auto& a, const auto& b) {
+        return std::less<const Triangle*>()(a.first, b.first);
+    });
+    std::vector<char> visible(flagCount, 0);
     for (std::vector<Triangle*>& found : chunkResults) {
-        visible.insert(visible.end(), found.begin(), found.end());
+        for (const Triangle* piece : found) {
+            const auto holder =
+                std::prev(std::upper_bound(meshByStorage.begin(), meshByStorage.end(), piece,
+                                           [](const Triangle* p, const auto& m) {
+                                               return std::less<const Triangle*>()(p, m.first);
+                                           }));
+            visible[firstFlag[holder->second] + static_cast<std::size_t>(piece - holder->first)] =
+                1;
+        }
         found.clear();
     }
-    SortValues(visible, std::less<Triangle*>());
-    visible.erase(std::unique(visible.begin(), visible.end()), visible.end());
-    for (Triangle* piece : visible) {
-        if (piece->marker)
-            mark ? piece->marker->Mark(*piece->triangle) : piece->marker->Unmark(*piece->triangle);
-        else
-            mark ? piece->triangle->Mark() : piece->triangle->Unmark();
-    }
+    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
+        for (std::size_t i = 0; i < triangles[mesh].size(); ++i) {
+            if (!visible[firstFlag[mesh] + i])
+                continue;
+            Triangle& piece = triangles[mesh][i];
+            if (piece.marker)
+                mark ? piece.marker->Mark(*piece.triangle) : piece.marker->Unmark(*piece.triangle);
+            else
+                mark ? piece.triangle->Mark() : piece.triangle->Unmark();
+        }
 }

@@ -32,7 +32,9 @@ class MStlMarkTrianglesByMasks;
 /// - On each sample line every piece is cut into an x segment; pieces enter a depth order in x
 ///   order (ties by piece index over all meshes in registration order) and move ahead of each
 ///   piece they are nearer than at the middle of their common x-range. The front piece of that
-///   order is seen wherever it lies inside the region.
+///   order is seen wherever it lies inside the region (the default, VisibilityRule::Ordered).
+///   Which piece is in front depends on the order pieces entered, not only on their depths.
+/// - VisibilityRule::Nearest (opt-in) decides by depth alone; see SetRule.
 /// - Non-finite input marks nothing instead of failing: a path with a non-finite coordinate,
 ///   or a non-finite brush radius in Brush mode, makes Operate() return at once; a piece with a
 ///   NaN y takes part in no line. A pixelProportion that is not positive and finite adds no
@@ -45,6 +47,14 @@ class MStlBaseOperatorVisibilityDetector {
         Brush = 0,
         /// The path is a closed polygon (the last point joins the first), filled even-odd.
         Polygon = 1
+    };
+
+    /// How a sample line decides which pieces are seen; the values are fixed.
+    enum class VisibilityRule : std::int32_t {
+        /// The front of a depth order that pieces enter in x order (see the class comment).
+        Ordered = 0,
+        /// Every piece whose depth is within the depth tolerance of the nearest depth.
+        Nearest = 1
     };
 
     MStlBaseOperatorVisibilityDetector();
@@ -86,6 +96,31 @@ class MStlBaseOperatorVisibilityDetector {
     /// Makes the surface's triangles markable in meshes registered without
     /// allSurfacesMarkable. Calls accumulate; there is no way to clear the set.
     void SetMarkableSurface(const MStlSurface& surface);
+    /// The visibility rule; default Ordered, which keeps every mark as it always was.
+    ///
+    /// Nearest: on each sample line every piece is cut into an x segment (as Ordered does) whose
+    /// depth at x is interpolated linearly between its ends, in doubles, as Ordered compares
+    /// depths. The nearest depth at x is the greatest depth of the segments over x. A piece is
+    /// seen on the x, inside the region, where its depth is at least the nearest depth minus
+    /// the depth tolerance, and is marked when that holds on an interval of positive length on
+    /// some line. So a piece rising through another is marked where it is in front, pieces in
+    /// one plane that overlap are all marked (given a tolerance above the rounding of their
+    /// depths), and nothing depends on the order of the pieces. Pieces that may not be marked
+    /// (flipped ones, unless SetMarkFlippedTriangles, and those of surfaces that are not
+    /// markable) hide others as with Ordered; SetMarkThrough(true) takes every markable piece
+    /// under the region whatever the rule.
+    void SetRule(VisibilityRule rule);
+    /// Depth tolerance of the Nearest rule (Ordered ignores it), in the units of the screen
+    /// depth (z) that the modelToScreen transforms produce: the detector works in that screen
+    /// space, and turning the screen about the view axis leaves depth unchanged. The transforms
+    /// take vertex coordinates in internal units, so a tolerance of t model-length units is
+    /// t · u · s, u being the internal units per model unit (MInternalUnits::Get()) and s the
+    /// factor by which modelToScreen scales lengths along z (for a view that scales all three
+    /// axes alike, its screen pixels per internal unit). One value serves every registered
+    /// mesh. Default 0: only pieces whose interpolated depth equals the nearest exactly.
+    /// Negative or NaN counts as 0; +∞ takes every markable piece the lines cut inside the
+    /// region.
+    void SetDepthTolerance(double tolerance);
 
     /// Marks or unmarks every visible markable piece's host triangle, once per piece: through
     /// the piece's marker when it has one, else MStlTriangle::Mark/Unmark. Returns at once when
