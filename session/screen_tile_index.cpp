@@ -9,28 +9,29 @@ namespace {
 
 /// The smallest tile side, in pixels: a brush of a few pixels meets a handful of tiles.
 constexpr double kMinTilePixels = 8.0;
-/// Tiles are at least this many times the median triangle's extent, so that most triangles
-/// fall into one tile or two.
+/// Finest tiles are at least this many times the median triangle's extent, so that most
+/// triangles are listed in the finest level.
 constexpr double kTileToTriangleExtent = 2.0;
-/// Triangles whose bounds meet more tiles than this keep their tile range instead.
+/// Each level's tiles are this many times wider than the level before.
+constexpr double kLevelGrowth = 4.0;
+/// A triangle is listed in the finest level where its bounds meet at most this many tiles.
 constexpr std::size_t kMaxListedTiles = 2;
-/// At most one tile per this many triangles: the tile offsets stay within 2 bytes a triangle.
+/// At most one finest tile per this many triangles: the tile offsets of all levels stay
+/// within 2.2 bytes a triangle.
 constexpr std::uint32_t kTrianglesPerTile = 4;
 /// Triangle extents sampled to find the median.
 constexpr std::uint32_t kExtentSamples = 1024;
-/// Tile coordinates of wide triangles are kept in 16 bits.
-constexpr std::uint32_t kMaxTilesPerAxis = 65535;
 
 }  // namespace
 
 ScreenTileIndex::ScreenTileIndex(std::uint32_t triangles, const FootprintOf& footprint) {
-    _ChooseTiles(triangles, footprint);
-    _FillTiles(triangles, footprint);
+    _ChooseLevels(triangles, footprint);
+    _FillLevels(triangles, footprint);
 }
 
-// The frame of all bounds, and a tile size from the median triangle extent, doubled until the
-// tiles are few enough.
-void ScreenTileIndex::_ChooseTiles(std::uint32_t triangles, const FootprintOf& footprint) {
+// The frame of all bounds; the finest tile size from the median triangle extent, doubled until
+// the tiles are few enough; then coarser levels up to one tile over the frame.
+void ScreenTileIndex::_ChooseLevels(std::uint32_t triangles, const FootprintOf& footprint) {
     PixelBounds frame{HUGE_VAL, HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     std::vector<double> extents;
     const std::uint32_t stride = std::max<std::uint32_t>(1, triangles / kExtentSamples);
@@ -43,95 +44,110 @@ void ScreenTileIndex::_ChooseTiles(std::uint32_t triangles, const FootprintOf& f
         if (t % stride == 0)
             extents.push_back(std::max(b.xmax - b.xmin, b.ymax - b.ymin));
     }
-    if (extents.empty() || !std::isfinite(frame.xmax - frame.xmin) ||
-        !std::isfinite(frame.ymax - frame.ymin))
-        return;  // one tile holds everything
+    const double width = frame.xmax - frame.xmin, height = frame.ymax - frame.ymin;
+    if (extents.empty() || !std::isfinite(width) || !std::isfinite(height)) {
+        m_levels.push_back({1.0, 1, 1, {}, {}});  // one tile holds everything
+        return;
+    }
     std::nth_element(extents.begin(), extents.begin() + extents.size() / 2, extents.end());
     m_originX = frame.xmin;
     m_originY = frame.ymin;
-    m_tileSize = std::max(kMinTilePixels, kTileToTriangleExtent * extents[extents.size() / 2]);
+    double size = std::max(kMinTilePixels, kTileToTriangleExtent * extents[extents.size() / 2]);
+    const auto tilesAlong = [&](double extent) { return std::floor(extent / size) + 1.0; };
     const double cap = std::max<std::uint32_t>(1, triangles / kTrianglesPerTile);
-    const auto tilesAlong = [&](double extent) { return std::floor(extent / m_tileSize) + 1.0; };
-    while (tilesAlong(frame.xmax - frame.xmin) * tilesAlong(frame.ymax - frame.ymin) > cap ||
-           tilesAlong(frame.xmax - frame.xmin) > kMaxTilesPerAxis ||
-           tilesAlong(frame.ymax - frame.ymin) > kMaxTilesPerAxis)
-        m_tileSize *= 2.0;
-    m_columns = static_cast<std::uint32_t>(tilesAlong(frame.xmax - frame.xmin));
-    m_rows = static_cast<std::uint32_t>(tilesAlong(frame.ymax - frame.ymin));
+    while (tilesAlong(width) * tilesAlong(height) > cap)
+        size *= 2.0;
+    for (;; size *= kLevelGrowth) {
+        const double columns = tilesAlong(width), rows = tilesAlong(height);
+        m_levels.push_back(
+            {size, static_cast<std::uint32_t>(columns), static_cast<std::uint32_t>(rows), {}, {}});
+        if (columns * rows == 1.0)
+            break;
+    }
 }
 
-// Counts the listed triangles of every tile, then writes them in ascending order.
-void ScreenTileIndex::_FillTiles(std::uint32_t triangles, const FootprintOf& footprint) {
-    const std::size_t tiles = std::size_t{m_columns} * m_rows;
-    std::vector<std::uint64_t> cursor(tiles + 1, 0);
+// Clamping to the border tiles keeps every overlap: a box beyond the frame meets the border
+// tiles, which hold every triangle reaching beyond it on that side.
+ScreenTileIndex::TileRange ScreenTileIndex::Level::Range(const PixelBounds& b, double originX,
+                                                         double originY) const {
+    const auto tile = [&](double coordinate, double origin, std::uint32_t count) {
+        const double index = std::floor((coordinate - origin) / tileSize);
+        return static_cast<std::uint32_t>(std::clamp(index, 0.0, count - 1.0));
+    };
+    return {tile(b.xmin, originX, columns), tile(b.ymin, originY, rows),
+            tile(b.xmax, originX, columns), tile(b.ymax, originY, rows)};
+}
+
+// The finest level where the bounds meet few enough tiles; the last level has one tile.
+std::size_t ScreenTileIndex::_LevelOf(const PixelBounds& bounds, TileRange& range) const {
+    for (std::size_t level = 0;; ++level) {
+        range = m_levels[level].Range(bounds, m_originX, m_originY);
+        if (range.Count() <= kMaxListedTiles || level + 1 == m_levels.size())
+            return level;
+    }
+}
+
+// Counts the triangles of every tile, then writes them in ascending order.
+void ScreenTileIndex::_FillLevels(std::uint32_t triangles, const FootprintOf& footprint) {
+    std::vector<std::vector<std::uint64_t>> cursors;
+    for (const Level& level : m_levels)
+        cursors.emplace_back(std::size_t{level.columns} * level.rows + 1, 0);
+    const auto forEachTile = [&](const Level& level, const TileRange& r, auto visit) {
+        for (std::uint32_t y = r.y0; y <= r.y1; ++y)
+            for (std::uint32_t x = r.x0; x <= r.x1; ++x)
+                visit(std::size_t{y} * level.columns + x);
+    };
     PixelBounds b{};
+    TileRange r{};
     for (std::uint32_t t = 0; t < triangles; ++t) {
         if (footprint(t, b) != Footprint::kBounds)
             continue;
-        const TileRange r = _Range(b);
-        if (r.Count() > kMaxListedTiles)
-            continue;
-        for (std::uint32_t y = r.y0; y <= r.y1; ++y)
-            for (std::uint32_t x = r.x0; x <= r.x1; ++x)
-                ++cursor[std::size_t{y} * m_columns + x + 1];
+        const std::size_t level = _LevelOf(b, r);
+        forEachTile(m_levels[level], r, [&](std::size_t tile) { ++cursors[level][tile + 1]; });
     }
-    for (std::size_t tile = 0; tile < tiles; ++tile)
-        cursor[tile + 1] += cursor[tile];
-    m_tileStart = cursor;
-    m_tileTriangles.resize(cursor[tiles]);
+    for (std::size_t level = 0; level < m_levels.size(); ++level) {
+        std::vector<std::uint64_t>& cursor = cursors[level];
+        for (std::size_t tile = 0; tile + 1 < cursor.size(); ++tile)
+            cursor[tile + 1] += cursor[tile];
+        m_levels[level].tileStart = cursor;
+        m_levels[level].triangles.resize(cursor.back());
+    }
     for (std::uint32_t t = 0; t < triangles; ++t) {
         const Footprint where = footprint(t, b);
         if (where == Footprint::kEverywhere)
             m_everywhere.push_back(t);
         if (where != Footprint::kBounds)
             continue;
-        const TileRange r = _Range(b);
-        if (r.Count() > kMaxListedTiles) {
-            m_wide.push_back({t, static_cast<std::uint16_t>(r.x0), static_cast<std::uint16_t>(r.y0),
-                              static_cast<std::uint16_t>(r.x1), static_cast<std::uint16_t>(r.y1)});
-            continue;
-        }
-        for (std::uint32_t y = r.y0; y <= r.y1; ++y)
-            for (std::uint32_t x = r.x0; x <= r.x1; ++x)
-                m_tileTriangles[cursor[std::size_t{y} * m_columns + x]++] = t;
+        const std::size_t level = _LevelOf(b, r);
+        forEachTile(m_levels[level], r, [&](std::size_t tile) {
+            m_levels[level].triangles[cursors[level][tile]++] = t;
+        });
     }
-    m_wide.shrink_to_fit();
     m_everywhere.shrink_to_fit();
 }
 
-std::uint32_t ScreenTileIndex::_Tile(double coordinate, double origin, std::uint32_t count) const {
-    const double tile = std::floor((coordinate - origin) / m_tileSize);
-    return static_cast<std::uint32_t>(std::clamp(tile, 0.0, count - 1.0));
-}
-
-// Clamping to the border tiles keeps every overlap: a box beyond the frame meets the border
-// tiles, which hold every triangle reaching beyond it on that side.
-ScreenTileIndex::TileRange ScreenTileIndex::_Range(const PixelBounds& b) const {
-    return {_Tile(b.xmin, m_originX, m_columns), _Tile(b.ymin, m_originY, m_rows),
-            _Tile(b.xmax, m_originX, m_columns), _Tile(b.ymax, m_originY, m_rows)};
-}
-
 void ScreenTileIndex::Gather(const PixelBounds& box, TriangleBitmap& candidates) const {
-    const TileRange r = _Range(box);
-    for (std::uint32_t y = r.y0; y <= r.y1; ++y) {
-        const std::size_t row = std::size_t{y} * m_columns;
-        const std::uint32_t* t = m_tileTriangles.data() + m_tileStart[row + r.x0];
-        const std::uint32_t* end = m_tileTriangles.data() + m_tileStart[row + r.x1 + 1];
-        for (; t != end; ++t)
-            candidates.Set(*t);
+    for (const Level& level : m_levels) {
+        const TileRange r = level.Range(box, m_originX, m_originY);
+        for (std::uint32_t y = r.y0; y <= r.y1; ++y) {
+            // A row's tiles x0 … x1 hold one contiguous run of the list.
+            const std::size_t row = std::size_t{y} * level.columns;
+            const std::uint32_t* t = level.triangles.data() + level.tileStart[row + r.x0];
+            const std::uint32_t* end = level.triangles.data() + level.tileStart[row + r.x1 + 1];
+            for (; t != end; ++t)
+                candidates.Set(*t);
+        }
     }
-    for (const WideTriangle& w : m_wide)
-        if (w.x0 <= r.x1 && r.x0 <= w.x1 && w.y0 <= r.y1 && r.y0 <= w.y1)
-            candidates.Set(w.triangle);
     for (const std::uint32_t t : m_everywhere)
         candidates.Set(t);
 }
 
 std::size_t ScreenTileIndex::MemoryBytes() const {
-    return m_tileStart.capacity() * sizeof(std::uint64_t) +
-           m_tileTriangles.capacity() * sizeof(std::uint32_t) +
-           m_wide.capacity() * sizeof(WideTriangle) +
-           m_everywhere.capacity() * sizeof(std::uint32_t);
+    std::size_t bytes = m_everywhere.capacity() * sizeof(std::uint32_t);
+    for (const Level& level : m_levels)
+        bytes += level.tileStart.capacity() * sizeof(std::uint64_t) +
+                 level.triangles.capacity() * sizeof(std::uint32_t);
+    return bytes;
 }
 
 }  // namespace AU_MarkOperations::PolygonMarking

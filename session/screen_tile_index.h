@@ -23,8 +23,9 @@ enum class Footprint { kNowhere, kBounds, kEverywhere };
 /// others near it; bounds beyond the tiled frame fall into its border tiles, so nothing is
 /// ever missed.
 ///
-/// Per tile an ascending list of the triangles whose bounds meet it, for triangles over at
-/// most kMaxListedTiles tiles; a triangle over more keeps its tile range in a list of its own.
+/// Tiles come in levels, each 4 times coarser than the one before, the last a single tile over
+/// the whole frame. A triangle is listed in the finest level where its bounds meet at most two
+/// tiles, so it is held at most twice; per tile the list is ascending.
 class ScreenTileIndex {
   public:
     /// `footprint(t, bounds)` classifies triangle t and, for kBounds, fills its bounds. It is
@@ -39,27 +40,25 @@ class ScreenTileIndex {
     std::size_t MemoryBytes() const;
 
   private:
-    /// A triangle over more tiles than the lists hold, with its inclusive tile range.
-    struct WideTriangle {
-        std::uint32_t triangle;
-        std::uint16_t x0, y0, x1, y1;
-    };
     struct TileRange {
         std::uint32_t x0, y0, x1, y1;
         std::size_t Count() const { return std::size_t{x1 - x0 + 1} * (y1 - y0 + 1); }
     };
+    struct Level {
+        double tileSize;  // pixels
+        std::uint32_t columns, rows;
+        std::vector<std::uint64_t> tileStart;  // per tile, then the end of the last
+        std::vector<std::uint32_t> triangles;
 
-    void _ChooseTiles(std::uint32_t triangles, const FootprintOf& footprint);
-    void _FillTiles(std::uint32_t triangles, const FootprintOf& footprint);
-    TileRange _Range(const PixelBounds& bounds) const;
-    std::uint32_t _Tile(double coordinate, double origin, std::uint32_t count) const;
+        TileRange Range(const PixelBounds& bounds, double originX, double originY) const;
+    };
 
-    double m_originX = 0.0, m_originY = 0.0;  // the lower left corner of tile (0, 0)
-    double m_tileSize = 1.0;                  // pixels
-    std::uint32_t m_columns = 1, m_rows = 1;
-    std::vector<std::uint64_t> m_tileStart;  // per tile, then the end of the last
-    std::vector<std::uint32_t> m_tileTriangles;
-    std::vector<WideTriangle> m_wide;
+    void _ChooseLevels(std::uint32_t triangles, const FootprintOf& footprint);
+    void _FillLevels(std::uint32_t triangles, const FootprintOf& footprint);
+    std::size_t _LevelOf(const PixelBounds& bounds, TileRange& range) const;
+
+    double m_originX = 0.0, m_originY = 0.0;  // the lower left corner of every level's tile (0, 0)
+    std::vector<Level> m_levels;              // finest first
     std::vector<std::uint32_t> m_everywhere;
 };
 
