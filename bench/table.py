@@ -57,6 +57,15 @@ def main(path):
     row("scan-line ordered, 1M, 2 threads", "BM_VisibilityDetectorTorus/2/real_time")
     row("scan-line nearest, 1M, 2 threads", "BM_VisibilityDetectorTorusNearest/2/real_time")
 
+    row("session build, 1M", "Session/build/1000000", "(target <= z-buffer visible, 1M)")
+    row("session lasso 10 % of view, 1M", "Session/lasso10/1000000")
+    row("one-shot lasso 10 % of view, 1M", "Session/oneshot_lasso10/1000000")
+    row("one-shot brush segment r 8 px, 1M", "Session/oneshot_segment/1000000")
+    for name in ("Session/stroke/1000000/iterations:3", "Session/stroke/100000/iterations:3"):
+        if name in runs:
+            rows.append((f"session stroke segment median, {int(name.split('/')[2]) // 1000}k",
+                         f"{runs[name]['median_segment_ms']:10.2f}", "(target <= 2 ms)"))
+
     print(f"{'measure':44s} {'ms':>10s}  (CPU time; Embree and scan-line rows wall time)")
     print("-" * 56)
     for label, value, note in rows:
@@ -101,8 +110,14 @@ def main(path):
         print(f"  exponent of time against triangles      {fit_exponent(by_triangles):6.2f}")
     if len(by_pixels) > 1:
         print(f"  exponent of time against region pixels   {fit_exponent(by_pixels):6.2f}")
+    lasso, oneshot = get("Session/lasso10/1000000"), get("Session/oneshot_lasso10/1000000")
+    if lasso and oneshot:
+        print(f"  session lasso / one-shot (target 0.3)    {lasso / oneshot:6.2f}")
     print("-" * 56)
     print("memory")
+    if "Session/build/1000000" in runs:
+        print(f"  session bytes per triangle (1M, <= 16)   "
+              f"{runs['Session/build/1000000']['bytes_per_triangle']:6.1f}")
     for name, r in sorted(runs.items()):
         if name.startswith("Mesh/bytes"):
             print(f"  mesh bytes per triangle (1M)             {r['bytes_per_triangle']:6.1f}")

@@ -21,6 +21,7 @@
 #include "pick_settings_validator.h"
 #include "pick_views.h"
 #include "picker.h"
+#include "session_binding.h"
 
 namespace velpick::python {
 namespace {
@@ -423,6 +424,7 @@ PYBIND11_MODULE(velpick, module) {
     module.def("pick_meshes", &PickMeshes, kPickMeshesDoc, py::arg("meshes"), py::arg("region"));
     module.def("pick_edges", &PickEdges, kPickEdgesDoc, py::arg("vertices"), py::arg("faces"),
                py::arg("region") = py::none());
+    RegisterSession(module);
     module.def("pickers", &velpick::PickerNames, "The names pick() accepts as picker.");
     module.def("_build_mesh", &BuildOnly,
                "Converts and builds the host mesh pick() would build and returns its triangle "
