@@ -18,6 +18,7 @@
 #include "atomic_file.h"
 #include "demo_scene.h"
 #include "message_text.h"
+#include "perspective_view.h"
 #include "picker.h"
 #include "report_json.h"
 #include "scene.h"
@@ -103,7 +104,7 @@ RgbImage RenderPicture(const Options& options, const Scene& scene,
     if (!frame)
         throw SceneError(sourceName + ": " + (scene.view.camera ? "camera" : "view") +
                          ": the picture cannot frame the scene: its screen bounds overflow");
-    return RenderScene(meshes, scene.view.matrix, scene.settings.region, *frame);
+    return RenderScene(meshes, scene.view, scene.settings.region, *frame);
 }
 
 // Encoders report failures without the file's name.
@@ -177,8 +178,8 @@ std::string Megabytes(std::uint64_t bytes) {
 }
 
 PickResult RunPick(Picker& picker, const PickRequest& request, const std::string& sourceName) {
-    const RegionPixelBox box =
-        ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
+    const RegionPixelBox box = ComputeRegionPixelBox(
+        RegionOnScreen(request.settings.region, request.view), request.settings.pixelProportion);
     const std::string raster = sourceName + ": region: the selection raster of " +
                                std::to_string(box.width) + " x " + std::to_string(box.height) +
                                " pixels";

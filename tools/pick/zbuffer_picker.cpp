@@ -2,6 +2,8 @@
 #include <cstdint>
 
 #include <velpick/mark_polygon.h>
+#include <velpick/pinhole_projection.h>
+#include "perspective_view.h"
 #include "picker.h"
 
 namespace velpick {
@@ -24,7 +26,9 @@ class ZBufferPicker : public Picker {
         }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(plane);
-        SetRegion(op, request.settings.region);
+        SetRegion(op, RegionOnScreen(request.settings.region, request.view));
+        if (request.view.projection)
+            op.SetPerspective(Projection(request));
         op.SetBackFaceCulling(request.settings.backFaceCulling);
         op.SetMarkThrough(request.settings.markThrough);
         op.SetUnmark(request.settings.unmark);
@@ -37,7 +41,7 @@ class ZBufferPicker : public Picker {
     // The operator's own figure for the request's region and mode.
     std::uint64_t RasterBytes(const PickRequest& request) const override {
         MStlBaseOperatorMarkPolygon op = MakeOperator(request.settings);
-        SetRegion(op, request.settings.region);
+        SetRegion(op, RegionOnScreen(request.settings.region, request.view));
         op.SetMarkThrough(request.settings.markThrough);
         return op.RasterBytes();
     }
@@ -48,6 +52,14 @@ class ZBufferPicker : public Picker {
     static MStlBaseOperatorMarkPolygon MakeOperator(const PickSettings& settings) {
         return MStlBaseOperatorMarkPolygon(settings.pixelProportion, settings.depthTolerance,
                                            settings.skipHiddenSurfaces, settings.unitsPerModelUnit);
+    }
+
+    // The view's projection, its near distance resolved over the request's meshes.
+    static AU_MarkOperations::PolygonMarking::PerspectiveProjection Projection(
+        const PickRequest& request) {
+        const ViewProjection projection = ResolvedProjection(request.view, request.meshes);
+        return {projection.fx, projection.fy, projection.cx, projection.cy,
+                projection.nearDistance};
     }
 
     static void SetRegion(MStlBaseOperatorMarkPolygon& op, const SelectionRegion& region) {
@@ -62,7 +74,8 @@ class ZBufferPicker : public Picker {
 
     static PickError RasterTooLarge(const PickRequest& request) {
         const RegionPixelBox box =
-            ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
+            ComputeRegionPixelBox(RegionOnScreen(request.settings.region, request.view),
+                                  request.settings.pixelProportion);
         return PickError("region", "the selection raster of " + std::to_string(box.width) + " x " +
                                        std::to_string(box.height) +
                                        " pixels is over the picker's limit of 2147483647 cells");
