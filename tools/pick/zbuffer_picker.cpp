@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 #include <velpick/mark_polygon.h>
@@ -26,7 +27,7 @@ class ZBufferPicker : public Picker {
         }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(plane);
-        SetRegion(op, RegionOnScreen(request.settings.region, request.view));
+        SetRegion(op, ScreenRegion(request));
         if (request.view.projection)
             op.SetPerspective(Projection(request));
         op.SetBackFaceCulling(request.settings.backFaceCulling);
@@ -52,6 +53,21 @@ class ZBufferPicker : public Picker {
     static MStlBaseOperatorMarkPolygon MakeOperator(const PickSettings& settings) {
         return MStlBaseOperatorMarkPolygon(settings.pixelProportion, settings.depthTolerance,
                                            settings.skipHiddenSurfaces, settings.unitsPerModelUnit);
+    }
+
+    // The region on the screen. A pinhole camera's region moves by the image height on its
+    // way there, so it is checked again against the 32-bit pixel range the operator needs.
+    static SelectionRegion ScreenRegion(const PickRequest& request) {
+        const SelectionRegion region = RegionOnScreen(request.settings.region, request.view);
+        const double p = request.settings.pixelProportion, radius = region.brushRadius * p;
+        for (const VelSDK::Math::point2d& q : region.points) {
+            if (std::abs(q.x * p) + radius > kMaxPixelCoordinate ||
+                std::abs(q.y * p) + radius > kMaxPixelCoordinate)
+                throw PickError("region",
+                                "beyond the 32-bit pixel range at this pixel_proportion once "
+                                "moved from image to screen coordinates");
+        }
+        return region;
     }
 
     // The view's projection, its near distance resolved over the request's meshes.
