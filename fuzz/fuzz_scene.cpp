@@ -74,7 +74,7 @@ void DrawAndWrite(const Scene& scene, const std::vector<std::unique_ptr<MStlBase
         const std::optional<ImageFrame> frame = PictureFrame(scene, placed, size);
         if (!frame || long(frame->width) * frame->height > kMaxNaturalPicturePixels)
             continue;
-        PngBytes(RenderScene(placed, scene.view.matrix, scene.settings.region, *frame));
+        PngBytes(RenderScene(placed, scene.view, scene.settings.region, *frame));
     }
     PlyBytes(placed, scene.settings.unitsPerModelUnit);
 }

@@ -13,6 +13,7 @@
 #include <pybind11/numpy.h>
 #include <tbb/enumerable_thread_specific.h>
 
+#include "camera_view.h"
 #include "keyword_settings.h"
 #include "pick_settings_validator.h"
 #include "view_batch.h"
@@ -40,12 +41,12 @@ Reduce ReduceMode(const py::object& reduce) {
                           py::repr(reduce).cast<std::string>());
 }
 
-// The screen rectangle (0, 0)-(w, h) of the camera at `index`, as a polygon.
-py::object ScreenRectangle(const py::dict& camera) {
-    const py::sequence screen = camera["screen"];
-    const py::object w = screen[0], h = screen[1], zero = py::float_(0.0);
-    return py::make_tuple(py::make_tuple(zero, zero), py::make_tuple(w, zero), py::make_tuple(w, h),
-                          py::make_tuple(zero, h));
+// The polygon that covers the camera's whole screen, as the region argument gives polygons.
+py::object ScreenRectangle(const Camera& camera) {
+    py::list corners;
+    for (const VelSDK::Math::point2d& p : WholeScreenRegion(camera).points)
+        corners.append(py::make_tuple(p.x, p.y));
+    return py::tuple(corners);
 }
 
 // A message about the keyword "camera" names the camera of the list instead.
@@ -63,14 +64,15 @@ void AddView(const py::handle& camera, std::size_t index, const py::object& regi
     const std::string label = "cameras[" + std::to_string(index) + "]";
     keywords["camera"] = camera;
     try {
+        // The view first: with no region, the camera's screen is the region.
+        const double units = keywords["units_per_model_unit"].cast<double>();
+        const View view =
+            ValidateView(KeywordSettings(py::none(), keywords, PickFunction::kPick), units);
         const bool wholeScreen = region.is_none();
-        if (wholeScreen && !py::isinstance<py::dict>(camera))
-            throw py::value_error("camera: expected a camera dict");
-        const py::object viewRegion =
-            wholeScreen ? ScreenRectangle(py::reinterpret_borrow<py::dict>(camera)) : region;
+        const py::object viewRegion = wholeScreen ? ScreenRectangle(*view.camera) : region;
         const KeywordSettings source(viewRegion, keywords, PickFunction::kPick);
         const PickSettings settings = ValidatePickSettings(source);
-        batch.views.push_back(ValidateView(source, settings.unitsPerModelUnit));
+        batch.views.push_back(view);
         if (index == 0)
             batch.settings = settings;
         if (index == 0 || wholeScreen)

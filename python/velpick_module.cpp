@@ -333,8 +333,15 @@ internal units copies them.
 region: (K, 2) array in screen units: a polygon (K >= 3, closed implicitly), or with
 brush_radius (screen units; a whole number for "zbuffer") the path of a brush stroke (K >= 1).
 view: 4x4 affine matrix from scene internal units to screen units (x, y on the screen, z depth,
-larger nearer), or camera: a dict {"eye", "target", "up": [x, y, z] in model units, "height":
-model units across the screen's height, "screen": [width, height] in screen units}; exactly one.
+larger nearer), or camera: a dict, exactly one of the two. Cameras: orthographic {"eye",
+"target", "up": [x, y, z] in model units, "height": model units across the screen's height,
+"screen": [width, height] in screen units}; perspective, "fov_deg" (vertical field of view,
+0 < fov < 180) in place of "height"; or pinhole {"pinhole": {"K": 3x3, "R": 3x3, "t": (3,),
+"image": [w, h]}}, X_cam = R X + t, (u, v) = (fx x/z + cx, fy y/z + cy), the region then in
+image coordinates (u right, v down, pixel centres whole); K, R and t may be numpy arrays.
+Perspective and pinhole cameras take "near" (model units; default 1e-4 of the distance from the
+eye to the farthest corner of the mesh's bounding box): nearer parts are cut away. Only the
+"zbuffer" picker takes them so far.
 pixel_proportion: pixels per screen unit. depth_tolerance: model units; a face within it of the
 front surface counts as visible. units_per_model_unit: internal units per model unit.
 picker: "zbuffer" (a depth buffer over the region's pixels) or "scanline" (a parallel
@@ -382,7 +389,7 @@ constexpr const char* kPickViewsDoc =
 Picks one mesh (a Mesh, or a (vertices, faces) pair) from every camera of the list cameras
 (camera dicts as pick() takes them). Row i of the result is exactly pick(mesh, region,
 camera=cameras[i], ...). region None is each camera's whole screen, the polygon (0, 0), (w, 0),
-(w, h), (0, h). picker: "zbuffer" or "scanline". threads: the most threads the call uses in
+(w, h), (0, h), or for a pinhole camera its whole image, (-0.5, -0.5) to (w - 0.5, h - 0.5). picker: "zbuffer" or "scanline". threads: the most threads the call uses in
 all (None: all cores); views run in parallel without the GIL, a view's pick gets the threads
 left over when there are fewer views than threads.
 reduce None returns a bool array (views, faces); "any" a bool array (faces,): seen by some

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "atomic_file.h"
+#include "camera_view.h"
 #include "ply_writer.h"
 #include "png_writer.h"
 
@@ -15,8 +16,8 @@ namespace {
 
 // The screen rectangle a camera shows.
 ScreenBox CameraScreen(const Camera& camera) {
-    const OrthoCamera& ortho = std::get<OrthoCamera>(camera);
-    return {0.0, 0.0, ortho.screenWidth, ortho.screenHeight};
+    const auto [width, height] = ScreenSize(camera);
+    return {0.0, 0.0, width, height};
 }
 
 // What `write` puts into a stream, collected in memory.

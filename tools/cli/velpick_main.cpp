@@ -18,6 +18,7 @@
 #include "atomic_file.h"
 #include "demo_scene.h"
 #include "message_text.h"
+#include "perspective_view.h"
 #include "picker.h"
 #include "report_json.h"
 #include "scene.h"
@@ -40,9 +41,22 @@ constexpr const char* kSceneHelp =
                         "hidden_surfaces": [surface indices] }]; OBJ groups are surfaces
   view                  16 numbers, row-major, column vectors: scene internal units to
                         screen units (x, y on screen, z depth, larger nearer); or instead
-  camera                { "eye", "target", "up": [x,y,z] in model units, "height": model
-                        units across the screen's height, "screen": [w, h] screen units },
-                        or a list of them: one pick per view, each from the same initial
+  camera                orthographic: { "eye", "target", "up": [x,y,z] in model units,
+                        "height": model units across the screen's height, "screen": [w, h]
+                        screen units };
+                        perspective: the same with "fov_deg" (vertical field of view,
+                        0 < fov < 180) in place of "height": the plane through the target
+                        maps as the orthographic camera of height 2 d tan(fov/2), d the
+                        eye-target distance;
+                        pinhole: { "pinhole": { "K": [[fx,0,cx],[0,fy,cy],[0,0,1]], "R": 3x3
+                        rotation, "t": [3] model units, "image": [w, h] pixels } }: camera
+                        coordinates R X + t (z forward, x right, y down), image point
+                        (fx x/z + cx, fy y/z + cy), whole (u, v) at pixel centres; the region
+                        is then in image coordinates (u right, v down), the screen the image;
+                        perspective and pinhole take "near" (model units; default 1e-4 of the
+                        distance from the eye to the farthest corner of the placed meshes'
+                        bounding box): what is nearer is cut away; zbuffer picker only, so far;
+                        or a list of cameras: one pick per view, each from the same initial
                         marks, the region in each view's screen; the JSON then holds
                         "views": [{"meshes": [...]}, ...]
   region                { "polygon": [[x,y], ...] } or
@@ -103,7 +117,7 @@ RgbImage RenderPicture(const Options& options, const Scene& scene,
     if (!frame)
         throw SceneError(sourceName + ": " + (scene.view.camera ? "camera" : "view") +
                          ": the picture cannot frame the scene: its screen bounds overflow");
-    return RenderScene(meshes, scene.view.matrix, scene.settings.region, *frame);
+    return RenderScene(meshes, scene.view, scene.settings.region, *frame);
 }
 
 // Encoders report failures without the file's name.
@@ -177,8 +191,8 @@ std::string Megabytes(std::uint64_t bytes) {
 }
 
 PickResult RunPick(Picker& picker, const PickRequest& request, const std::string& sourceName) {
-    const RegionPixelBox box =
-        ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
+    const RegionPixelBox box = ComputeRegionPixelBox(
+        RegionOnScreen(request.settings.region, request.view), request.settings.pixelProportion);
     const std::string raster = sourceName + ": region: the selection raster of " +
                                std::to_string(box.width) + " x " + std::to_string(box.height) +
                                " pixels";

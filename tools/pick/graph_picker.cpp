@@ -9,6 +9,7 @@
 #include <velpick/host/stl_graph.h>
 #include <velpick/host/stl_point.h>
 #include "feature_edge_graph.h"
+#include "perspective_view.h"
 #include "picker.h"
 
 namespace velpick {
@@ -23,11 +24,12 @@ class GraphPicker : public Picker {
     PickResult Pick(const PickRequest& request) override {
         if (request.settings.region.shape != SelectionRegion::Shape::kPolygon)
             throw PickError("region", "the graph picker takes a polygon, not a brush");
+        RefusePerspective(request, "graph");
         PickResult result;
         for (const PickMesh& mesh : request.meshes)
             result.meshes.push_back({{}, PickEdges(request, mesh)});
-        result.region =
-            ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
+        result.region = ComputeRegionPixelBox(RegionOnScreen(request.settings.region, request.view),
+                                              request.settings.pixelProportion);
         return result;
     }
 
@@ -58,7 +60,7 @@ class GraphPicker : public Picker {
         MStlGraphOperatorMarkPolygon op;
         MMTransformMatrix modelToScreen = mesh.placement;
         op.SetGraph(graph, modelToScreen.PreMultiply(request.view.matrix));
-        op.SetPolygon(request.settings.region.points);
+        op.SetPolygon(RegionOnScreen(request.settings.region, request.view).points);
         op.SetPixelProportion(request.settings.pixelProportion);
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(PlaneInModelSpace(plane, mesh.placement));

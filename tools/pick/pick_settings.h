@@ -3,8 +3,10 @@
 // The settings of a pick, with every default and bound in one place: the scene file, the
 // Python module and the pickers all read them from here.
 
+#include <array>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -35,15 +37,60 @@ struct OrthoCamera {
     double screenWidth = 1.0, screenHeight = 1.0;
 };
 
-/// The cameras a view may come from; only the orthographic one exists so far. Code that
-/// handles cameras visits this variant, so that other camera kinds fit in beside it.
-using Camera = std::variant<OrthoCamera>;
+/// A perspective camera in model units: it looks from `eye` towards `target` with `up` pointing
+/// up the screen, and sees `fovDegrees` (0 < fov < 180) across the screen's height. The plane
+/// through `target` perpendicular to the viewing axis maps exactly as the OrthoCamera of
+/// height 2·d·tan(fov/2), d = |target − eye|: the target at the screen's centre, x right, y up.
+struct PerspectiveCamera {
+    VelSDK::Math::point3d eye, target, up;
+    double fovDegrees = 60.0;
+    double screenWidth = 1.0, screenHeight = 1.0;
+    std::optional<double> nearDistance;  // model units; see ViewProjection for the default
+};
 
-/// How the scene is seen: the affine map to the screen, and the camera it came from when it
-/// was not given as a matrix.
+/// A pinhole camera as photogrammetry gives it. A model point X has camera coordinates
+/// (x, y, z) = R·X + t (z forward, x right, y down) and image coordinates (u, v) =
+/// (fx·x/z + cx, fy·y/z + cy), integer (u, v) at pixel centres. Regions seen through it are
+/// given in image coordinates (u right, v down); its screen is the image, screen point
+/// (u + 0.5, h − (v + 0.5)), so the image's outer pixel edges are the screen's borders.
+struct PinholeCamera {
+    double fx = 1.0, fy = 1.0, cx = 0.0, cy = 0.0;              // K, in pixels
+    std::array<double, 9> rotation{1, 0, 0, 0, 1, 0, 0, 0, 1};  // R, row by row
+    VelSDK::Math::point3d translation{0.0, 0.0, 0.0};           // t, model units
+    double imageWidth = 1.0, imageHeight = 1.0;                 // w, h in pixels
+    std::optional<double> nearDistance;                         // model units
+};
+
+/// The cameras a view may come from. Code that handles cameras visits this variant.
+using Camera = std::variant<OrthoCamera, PerspectiveCamera, PinholeCamera>;
+
+/// The near distance is this share of the distance from the eye to the farthest corner of the
+/// placed meshes' bounding box when a perspective camera does not give one.
+constexpr double kDefaultNearShare = 1e-4;
+
+/// The projection of a perspective view, applied after its matrix, which then maps into eye
+/// space (internal units; the eye at the origin, x right, y up, looking along −z): a point's
+/// screen position is (cx + fx·x/(−z), cy + fy·y/(−z)) in screen units, its depth −z. Points
+/// nearer than `nearDistance` are cut away.
+struct ViewProjection {
+    double fx = 1.0, fy = 1.0, cx = 0.0, cy = 0.0;
+    /// Internal units; 0 stands for the default, kDefaultNearShare of the distance from the
+    /// eye to the farthest corner of the placed meshes' bounding box (see ResolvedProjection).
+    double nearDistance = 0.0;
+};
+
+/// How the scene is seen: the map to the screen, and the camera it came from when it was not
+/// given as a matrix.
 struct View {
-    MMTransformMatrix matrix;  // scene internal units → screen units, larger z nearer
+    View() = default;
+    View(const MMTransformMatrix& toScreen, std::optional<Camera> from,
+         std::optional<ViewProjection> perspective = std::nullopt)
+        : matrix(toScreen), camera(std::move(from)), projection(perspective) {}
+
+    /// Scene internal units → screen units (larger z nearer); under a projection, → eye space.
+    MMTransformMatrix matrix;
     std::optional<Camera> camera;
+    std::optional<ViewProjection> projection;  // set for the perspective cameras
 };
 
 /// How the graph picker builds each mesh's feature graph and marks its edges.

@@ -1,5 +1,7 @@
 #include "picker.h"
 
+#include "perspective_view.h"
+
 namespace velpick {
 
 namespace {
@@ -55,9 +57,15 @@ PickResult CollectMarkedTriangles(const PickRequest& request, const CallMarksLis
     PickResult result;
     for (const std::unique_ptr<CallMarks>& mesh : marks)
         result.meshes.push_back({mesh->Marked(), std::nullopt});
-    result.region =
-        ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
+    result.region = ComputeRegionPixelBox(RegionOnScreen(request.settings.region, request.view),
+                                          request.settings.pixelProportion);
     return result;
+}
+
+void RefusePerspective(const PickRequest& request, const std::string& picker) {
+    if (request.view.projection)
+        throw PickError("camera",
+                        "the " + picker + " picker does not take perspective cameras yet");
 }
 
 }  // namespace velpick

@@ -1,6 +1,7 @@
 #include <tbb/task_arena.h>
 
 #include <velpick/visibility_detector.h>
+#include "perspective_view.h"
 #include "picker.h"
 
 namespace velpick {
@@ -14,6 +15,7 @@ using VelSDK::Math::point2d;
 class ScanLinePicker : public Picker {
   public:
     PickResult Pick(const PickRequest& request) override {
+        RefusePerspective(request, "scanline");
         MStlBaseOperatorVisibilityDetector detector;
         const MMTransformMatrix toPixels = ScreenToDownwardPixels(request.settings.pixelProportion);
         const CallMarksList marks = StartCallMarks(request);
@@ -26,7 +28,8 @@ class ScanLinePicker : public Picker {
         }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             detector.AddClippingPlane(plane);
-        SetRegion(detector, request.settings.region, request.settings.pixelProportion);
+        SetRegion(detector, RegionOnScreen(request.settings.region, request.view),
+                  request.settings.pixelProportion);
         detector.SetPixelProportion(request.settings.linesPerPixel);
         detector.SetMarkThrough(request.settings.markThrough);
         detector.SetMark(!request.settings.unmark);

@@ -1,7 +1,10 @@
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 #include <velpick/mark_polygon.h>
+#include <velpick/pinhole_projection.h>
+#include "perspective_view.h"
 #include "picker.h"
 
 namespace velpick {
@@ -24,7 +27,9 @@ class ZBufferPicker : public Picker {
         }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(plane);
-        SetRegion(op, request.settings.region);
+        SetRegion(op, ScreenRegion(request));
+        if (request.view.projection)
+            op.SetPerspective(Projection(request));
         op.SetBackFaceCulling(request.settings.backFaceCulling);
         op.SetMarkThrough(request.settings.markThrough);
         op.SetUnmark(request.settings.unmark);
@@ -37,7 +42,7 @@ class ZBufferPicker : public Picker {
     // The operator's own figure for the request's region and mode.
     std::uint64_t RasterBytes(const PickRequest& request) const override {
         MStlBaseOperatorMarkPolygon op = MakeOperator(request.settings);
-        SetRegion(op, request.settings.region);
+        SetRegion(op, RegionOnScreen(request.settings.region, request.view));
         op.SetMarkThrough(request.settings.markThrough);
         return op.RasterBytes();
     }
@@ -48,6 +53,29 @@ class ZBufferPicker : public Picker {
     static MStlBaseOperatorMarkPolygon MakeOperator(const PickSettings& settings) {
         return MStlBaseOperatorMarkPolygon(settings.pixelProportion, settings.depthTolerance,
                                            settings.skipHiddenSurfaces, settings.unitsPerModelUnit);
+    }
+
+    // The region on the screen. A pinhole camera's region moves by the image height on its
+    // way there, so it is checked again against the 32-bit pixel range the operator needs.
+    static SelectionRegion ScreenRegion(const PickRequest& request) {
+        const SelectionRegion region = RegionOnScreen(request.settings.region, request.view);
+        const double p = request.settings.pixelProportion, radius = region.brushRadius * p;
+        for (const VelSDK::Math::point2d& q : region.points) {
+            if (std::abs(q.x * p) + radius > kMaxPixelCoordinate ||
+                std::abs(q.y * p) + radius > kMaxPixelCoordinate)
+                throw PickError("region",
+                                "beyond the 32-bit pixel range at this pixel_proportion once "
+                                "moved from image to screen coordinates");
+        }
+        return region;
+    }
+
+    // The view's projection, its near distance resolved over the request's meshes.
+    static AU_MarkOperations::PolygonMarking::PerspectiveProjection Projection(
+        const PickRequest& request) {
+        const ViewProjection projection = ResolvedProjection(request.view, request.meshes);
+        return {projection.fx, projection.fy, projection.cx, projection.cy,
+                projection.nearDistance};
     }
 
     static void SetRegion(MStlBaseOperatorMarkPolygon& op, const SelectionRegion& region) {
@@ -62,7 +90,8 @@ class ZBufferPicker : public Picker {
 
     static PickError RasterTooLarge(const PickRequest& request) {
         const RegionPixelBox box =
-            ComputeRegionPixelBox(request.settings.region, request.settings.pixelProportion);
+            ComputeRegionPixelBox(RegionOnScreen(request.settings.region, request.view),
+                                  request.settings.pixelProportion);
         return PickError("region", "the selection raster of " + std::to_string(box.width) + " x " +
                                        std::to_string(box.height) +
                                        " pixels is over the picker's limit of 2147483647 cells");

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "palette.h"
+#include "perspective_view.h"
 
 namespace velpick {
 
@@ -58,16 +59,74 @@ Rgb Shaded(Rgb colour, double shade) {
     return {scale(colour.r), scale(colour.g), scale(colour.b)};
 }
 
-// Flat shading: the share of the face turned towards the viewer (screen z), either side.
-double FaceShade(const point3d (&p)[3]) {
+// Flat shading: the share of the face turned towards the viewer, either side; `sight` points
+// from the face towards the viewer.
+double FaceShade(const point3d (&p)[3], const point3d& sight) {
     const point3d u{p[1].x - p[0].x, p[1].y - p[0].y, p[1].z - p[0].z};
     const point3d v{p[2].x - p[0].x, p[2].y - p[0].y, p[2].z - p[0].z};
     const point3d n{u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x};
-    const double length = std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
+    const double length = std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z) *
+                          std::sqrt(sight.x * sight.x + sight.y * sight.y + sight.z * sight.z);
+    const double along = n.x * sight.x + n.y * sight.y + n.z * sight.z;
     // Overflowing corners give an infinite or NaN normal: shade such a face as edge-on.
-    const double facing = length > 0.0 && std::isfinite(length) ? std::abs(n.z) / length : 0.0;
+    const double facing = length > 0.0 && std::isfinite(length) ? std::abs(along) / length : 0.0;
     return kAmbientShade + (1.0 - kAmbientShade) * facing;
 }
+
+// Along an affine view the viewer looks down the screen's z axis.
+constexpr point3d kScreenSight{0.0, 0.0, 1.0};
+
+/// How points reach the picture: through an affine view to the screen, or through a
+/// perspective view to eye space, cut at the near plane and divided by their depth.
+class PictureProjection {
+  public:
+    PictureProjection(const std::optional<ViewProjection>& projection, const ImageFrame& frame)
+        : m_projection(projection), m_frame(frame) {}
+
+    bool IsPerspective() const { return m_projection.has_value(); }
+
+    /// A screen point (x, y, larger z nearer) in picture pixels; under a perspective view an
+    /// eye-space point in front of the near plane, its z the reciprocal depth near/depth.
+    point3d ToPicture(const point3d& p) const {
+        if (!m_projection)
+            return {(p.x - m_frame.xmin) * m_frame.pixelsPerUnit,
+                    (p.y - m_frame.ymin) * m_frame.pixelsPerUnit, p.z};
+        const ViewProjection& camera = *m_projection;
+        const double depth = -p.z;
+        return {(camera.cx + camera.fx * p.x / depth - m_frame.xmin) * m_frame.pixelsPerUnit,
+                (camera.cy + camera.fy * p.y / depth - m_frame.ymin) * m_frame.pixelsPerUnit,
+                camera.nearDistance / depth};
+    }
+
+    /// The part of the polygon `corners` that lies at or beyond the near plane (all of it
+    /// under an affine view); corners made on the plane sit exactly at the near depth.
+    std::vector<point3d> Kept(const std::vector<point3d>& corners) const {
+        if (!m_projection)
+            return corners;
+        const double nearDistance = m_projection->nearDistance;
+        const auto beyond = [nearDistance](const point3d& p) { return -p.z - nearDistance; };
+        std::vector<point3d> kept;
+        const bool closed = corners.size() > 2;
+        for (std::size_t i = 0; i < corners.size(); ++i) {
+            const point3d& a = corners[i];
+            if (beyond(a) >= 0.0)
+                kept.push_back(a);
+            if (!closed && i + 1 == corners.size())
+                break;
+            const point3d& b = corners[(i + 1) % corners.size()];
+            const double da = beyond(a), db = beyond(b);
+            if ((da >= 0.0) != (db >= 0.0)) {
+                const double t = da / (da - db);
+                kept.push_back({a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t, -nearDistance});
+            }
+        }
+        return kept;
+    }
+
+  private:
+    std::optional<ViewProjection> m_projection;
+    ImageFrame m_frame;
+};
 
 /// A triangle in picture pixels, drawn with a depth test (larger z nearer).
 class TriangleFiller {
@@ -115,21 +174,36 @@ class TriangleFiller {
     std::vector<float>& m_depth;
 };
 
-void DrawMesh(const PlacedMesh& mesh, const MMTransformMatrix& view, const ImageFrame& frame,
-              TriangleFiller& filler) {
-    const MMTransformMatrix toScreen = MeshToScreen(mesh, view);
+// The kept part of a triangle, a fan of up to two triangles, each in picture pixels.
+void DrawTriangle(const point3d (&corners)[3], Rgb colour, const PictureProjection& projection,
+                  TriangleFiller& filler) {
+    const std::vector<point3d> kept = projection.Kept({corners[0], corners[1], corners[2]});
+    for (std::size_t i = 1; i + 1 < kept.size(); ++i) {
+        const point3d picture[3] = {projection.ToPicture(kept[0]), projection.ToPicture(kept[i]),
+                                    projection.ToPicture(kept[i + 1])};
+        filler.Fill(picture, colour);
+    }
+}
+
+void DrawMesh(const PlacedMesh& mesh, const MMTransformMatrix& view,
+              const PictureProjection& projection, TriangleFiller& filler) {
+    const MMTransformMatrix toView = MeshToScreen(mesh, view);
     for (std::size_t i = 0; i < mesh.mesh->GetNumberOfTriangles(); ++i) {
         const MStlTriangle& triangle = mesh.mesh->GetTriangle(i);
         if (!IsDrawn(triangle))
             continue;
-        point3d screen[3], picture[3];
-        for (std::size_t k = 0; k < 3; ++k) {
-            toScreen.Transform(screen[k], triangle.GetVertex(k), false);
-            picture[k] = {(screen[k].x - frame.xmin) * frame.pixelsPerUnit,
-                          (screen[k].y - frame.ymin) * frame.pixelsPerUnit, screen[k].z};
-        }
+        point3d corners[3];
+        for (std::size_t k = 0; k < 3; ++k)
+            toView.Transform(corners[k], triangle.GetVertex(k), false);
+        // In eye space the viewer sits at the origin: the sight line runs from the face's
+        // centre back to it.
+        const point3d sight = projection.IsPerspective()
+                                  ? point3d{-(corners[0].x + corners[1].x + corners[2].x),
+                                            -(corners[0].y + corners[1].y + corners[2].y),
+                                            -(corners[0].z + corners[1].z + corners[2].z)}
+                                  : kScreenSight;
         const Rgb base = triangle.IsMarked() ? kHighlightColour : kSurfaceColour;
-        filler.Fill(picture, Shaded(base, FaceShade(screen)));
+        DrawTriangle(corners, Shaded(base, FaceShade(corners, sight)), projection, filler);
     }
 }
 
@@ -197,17 +271,23 @@ void FillBrushMask(const SelectionRegion& brush, const ImageFrame& frame,
 
 // Marked feature edges as bars a few pixels wide on top of the shaded surfaces, so that edges
 // behind a surface show too: the picture shows what was marked, not only what is in front.
-void DrawMarkedEdges(const PlacedMesh& mesh, const MMTransformMatrix& view, const ImageFrame& frame,
+void DrawMarkedEdges(const PlacedMesh& mesh, const MMTransformMatrix& view,
+                     const PictureProjection& projection, const ImageFrame& frame,
                      RgbImage& image) {
     const double radius = std::max(1.5, std::max(frame.width, frame.height) / 500.0);
-    const MMTransformMatrix toScreen = MeshToScreen(mesh, view);
+    const MMTransformMatrix toView = MeshToScreen(mesh, view);
     for (const EdgeEnds& edge : mesh.markedEdges) {
+        std::vector<point3d> line(2);
+        for (int v = 0; v < 2; ++v)
+            toView.Transform(line[v], {double(edge[v][0]), double(edge[v][1]), double(edge[v][2])},
+                             false);
+        line = projection.Kept(line);
+        if (line.size() != 2)
+            continue;
         point2d ends[2];
         for (int v = 0; v < 2; ++v) {
-            point3d screen;
-            toScreen.Transform(screen, {double(edge[v][0]), double(edge[v][1]), double(edge[v][2])},
-                               false);
-            ends[v] = ToPicture({screen.x, screen.y}, frame);
+            const point3d picture = projection.ToPicture(line[v]);
+            ends[v] = {picture.x, picture.y};
         }
         const int x0 = ClampedPixel(std::min(ends[0].x, ends[1].x) - radius, frame.width);
         const int x1 = ClampedPixel(std::max(ends[0].x, ends[1].x) + radius, frame.width);
@@ -300,21 +380,26 @@ ScreenBox ProjectedBounds(const std::vector<PlacedMesh>& meshes, const MMTransfo
     return bounds;
 }
 
-RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,
+RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const View& view,
                      const SelectionRegion& region, const ImageFrame& frame) {
     RgbImage image(frame.width, frame.height, kBackgroundColour);
     std::vector<float> depth(image.pixels.size(), -std::numeric_limits<float>::infinity());
     TriangleFiller filler(image, depth);
+    const PictureProjection projection(
+        view.projection ? std::optional<ViewProjection>(ResolvedProjection(view, meshes))
+                        : std::nullopt,
+        frame);
     for (const PlacedMesh& mesh : meshes)
-        DrawMesh(mesh, view, frame, filler);
+        DrawMesh(mesh, view.matrix, projection, filler);
     for (const PlacedMesh& mesh : meshes)
-        DrawMarkedEdges(mesh, view, frame, image);
+        DrawMarkedEdges(mesh, view.matrix, projection, frame, image);
 
+    const SelectionRegion screen = RegionOnScreen(region, view);
     std::vector<std::uint8_t> mask(image.pixels.size(), 0);
-    if (region.shape == SelectionRegion::Shape::kPolygon)
-        FillPolygonMask(region.points, frame, mask);
+    if (screen.shape == SelectionRegion::Shape::kPolygon)
+        FillPolygonMask(screen.points, frame, mask);
     else
-        FillBrushMask(region, frame, mask);
+        FillBrushMask(screen, frame, mask);
     DrawOutline(mask, image);
     return image;
 }

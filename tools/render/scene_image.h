@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <velpick/host/transform_matrix.h>
+#include "pick_settings.h"
 #include "placed_mesh.h"
 #include "rgb_image.h"
 #include "selection_region.h"
@@ -35,9 +36,12 @@ ScreenBox ProjectedBounds(const std::vector<PlacedMesh>& meshes, const MMTransfo
 
 /// The view as a person would see it: visible triangles flat-shaded by how squarely they face
 /// the viewer, marked ones in the highlight colour, nearest surface in front, and the region's
-/// outline on top. Every picture position is clamped before it becomes a pixel index, so
-/// triangles or region points that overflow to infinity or NaN are clipped or left out.
-RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const MMTransformMatrix& view,
+/// outline on top. A perspective view is drawn with the divide: what lies nearer than its near
+/// plane is cut away, and depth compares the reciprocal distance, which is linear across the
+/// picture. The region is given as the view takes it (image coordinates for a pinhole camera).
+/// Every picture position is clamped before it becomes a pixel index, so triangles or region
+/// points that overflow to infinity or NaN are clipped or left out.
+RgbImage RenderScene(const std::vector<PlacedMesh>& meshes, const View& view,
                      const SelectionRegion& region, const ImageFrame& frame);
 
 }  // namespace velpick

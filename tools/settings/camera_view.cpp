@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <type_traits>
+#include <utility>
 
 namespace velpick {
 
@@ -13,6 +15,7 @@ namespace {
 // Below this sine of the angle between `up` and the viewing direction the screen's
 // orientation is undefined.
 constexpr double kMinUpSine = 1e-9;
+constexpr double kPi = 3.14159265358979323846;
 
 point3d Minus(const point3d& a, const point3d& b) {
     return {a.x - b.x, a.y - b.y, a.z - b.z};
@@ -38,60 +41,170 @@ double Length(const point3d& a) {
 bool IsFinite(const point3d& a) {
     return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z);
 }
-std::optional<MMTransformMatrix> Failed(CameraFault reason, CameraFault* fault) {
+void Report(CameraFault reason, CameraFault* fault) {
     if (fault)
         *fault = reason;
-    return std::nullopt;
 }
 point3d Scaled(const point3d& a, double s) {
     return {a.x * s, a.y * s, a.z * s};
+}
+
+// The screen axes of a camera at `eye` looking at `target` with `up` up the screen: right, up
+// and towards the eye, a right-handed frame, so nothing mirrors.
+struct LookFrame {
+    std::array<point3d, 3> axes;
+};
+
+std::optional<LookFrame> Look(const point3d& eye, const point3d& target, const point3d& up,
+                              CameraFault* fault) {
+    const point3d forward = Minus(target, eye);
+    if (!IsFinite(forward)) {
+        Report(CameraFault::kDistanceOverflows, fault);
+        return std::nullopt;
+    }
+    const double distance = Length(forward);
+    if (!(distance > 0.0)) {
+        Report(CameraFault::kEyeOnTarget, fault);
+        return std::nullopt;
+    }
+    const point3d ahead = Scaled(forward, 1.0 / distance);
+    // An up so long that its squares overflow is measured as a unit vector.
+    const double upLength = Length(up);
+    const point3d upUnit = std::isinf(Dot(up, up)) ? Scaled(up, 1.0 / upLength) : up;
+    const point3d side = Cross(ahead, upUnit);
+    if (!(upLength > 0.0) || !(Length(side) > kMinUpSine * Length(upUnit))) {
+        Report(CameraFault::kUpAlongView, fault);
+        return std::nullopt;
+    }
+    const point3d right = Scaled(side, 1.0 / Length(side));
+    return LookFrame{{right, Cross(right, ahead), Scaled(ahead, -1.0)}};
+}
+
+// The matrix, when every entry is finite and it is invertible.
+std::optional<MMTransformMatrix> Usable(const std::array<double, 16>& m, CameraFault* fault) {
+    MMTransformMatrix view(m);
+    MMTransformMatrix inverse(view);
+    if (!std::all_of(m.begin(), m.end(), [](double v) { return std::isfinite(v); }) ||
+        !inverse.Invert()) {
+        Report(CameraFault::kViewOutOfRange, fault);
+        return std::nullopt;
+    }
+    Report(CameraFault::kNone, fault);
+    return view;
+}
+
+// A camera's near distance in internal units; 0 (the default) when it gives none.
+std::optional<double> InternalNear(const std::optional<double>& nearDistance,
+                                   double unitsPerModelUnit, CameraFault* fault) {
+    const double internal = nearDistance ? *nearDistance * unitsPerModelUnit : 0.0;
+    if (!std::isfinite(internal) || (nearDistance && !(internal > 0.0))) {
+        Report(CameraFault::kNearOutOfRange, fault);
+        return std::nullopt;
+    }
+    return internal;
 }
 
 }  // namespace
 
 std::optional<MMTransformMatrix> CameraView(const OrthoCamera& camera, double unitsPerModelUnit,
                                             CameraFault* fault) {
-    const point3d forward = Minus(camera.target, camera.eye);
-    if (!IsFinite(forward))
-        return Failed(CameraFault::kDistanceOverflows, fault);
-    const double distance = Length(forward);
-    if (!(distance > 0.0))
-        return Failed(CameraFault::kEyeOnTarget, fault);
-    const point3d ahead = Scaled(forward, 1.0 / distance);
-    // An up so long that its squares overflow is measured as a unit vector.
-    const double upLength = Length(camera.up);
-    const point3d up =
-        std::isinf(Dot(camera.up, camera.up)) ? Scaled(camera.up, 1.0 / upLength) : camera.up;
-    const point3d side = Cross(ahead, up);
-    if (!(upLength > 0.0) || !(Length(side) > kMinUpSine * Length(up)))
-        return Failed(CameraFault::kUpAlongView, fault);
-
-    // Screen axes: right, up and towards the eye (a right-handed frame, so nothing mirrors).
-    const point3d right = Scaled(side, 1.0 / Length(side));
-    const point3d upward = Cross(right, ahead);
-    const point3d toEye = Scaled(ahead, -1.0);
+    const std::optional<LookFrame> frame = Look(camera.eye, camera.target, camera.up, fault);
+    if (!frame)
+        return std::nullopt;
     const double scale = camera.screenHeight / camera.height;
     const double perInternalUnit = scale / unitsPerModelUnit;
-    const std::array<point3d, 3> axes{right, upward, toEye};
     const std::array<double, 3> centre{camera.screenWidth / 2.0, camera.screenHeight / 2.0, 0.0};
 
     std::array<double, 16> m{};
     for (int row = 0; row < 3; ++row) {
-        const point3d& axis = axes[row];
+        const point3d& axis = frame->axes[row];
         m[row * 4 + 0] = axis.x * perInternalUnit;
         m[row * 4 + 1] = axis.y * perInternalUnit;
         m[row * 4 + 2] = axis.z * perInternalUnit;
         m[row * 4 + 3] = centre[row] - scale * Dot(axis, camera.target);
     }
     m[15] = 1.0;
-    MMTransformMatrix view(m);
-    MMTransformMatrix inverse(view);
-    if (!std::all_of(m.begin(), m.end(), [](double v) { return std::isfinite(v); }) ||
-        !inverse.Invert())
-        return Failed(CameraFault::kViewOutOfRange, fault);
-    if (fault)
-        *fault = CameraFault::kNone;
-    return view;
+    return Usable(m, fault);
+}
+
+std::optional<View> PerspectiveView(const PerspectiveCamera& camera, double unitsPerModelUnit,
+                                    CameraFault* fault) {
+    const std::optional<LookFrame> frame = Look(camera.eye, camera.target, camera.up, fault);
+    if (!frame)
+        return std::nullopt;
+    std::array<double, 16> m{};
+    for (int row = 0; row < 3; ++row) {
+        const point3d& axis = frame->axes[row];
+        m[row * 4 + 0] = axis.x;
+        m[row * 4 + 1] = axis.y;
+        m[row * 4 + 2] = axis.z;
+        m[row * 4 + 3] = -unitsPerModelUnit * Dot(axis, camera.eye);
+    }
+    m[15] = 1.0;
+    const std::optional<MMTransformMatrix> toEye = Usable(m, fault);
+    const std::optional<double> nearDistance =
+        toEye ? InternalNear(camera.nearDistance, unitsPerModelUnit, fault) : std::nullopt;
+    if (!nearDistance)
+        return std::nullopt;
+    // A point of the target plane at distance d ahead, offset x along the right axis, must
+    // land where the orthographic camera of height 2·d·tan(fov/2) puts it: at
+    // screenHeight · x / (2·d·tan(fov/2)) from the centre. The divide by d = −z is the
+    // projection's, which leaves f = screenHeight / (2·tan(fov/2)) for both axes.
+    const double f = camera.screenHeight / (2.0 * std::tan(camera.fovDegrees * kPi / 360.0));
+    if (!(std::isfinite(f) && f > 0.0)) {
+        Report(CameraFault::kViewOutOfRange, fault);
+        return std::nullopt;
+    }
+    return View{
+        *toEye, Camera(camera),
+        ViewProjection{f, f, camera.screenWidth / 2.0, camera.screenHeight / 2.0, *nearDistance}};
+}
+
+std::optional<View> PinholeView(const PinholeCamera& camera, double unitsPerModelUnit,
+                                CameraFault* fault) {
+    // Eye space is the camera's frame with y and z turned round: (x, −y, −z), so that it
+    // looks along −z with y up; t scales to internal units like the points it moves.
+    const std::array<double, 3> flip{1.0, -1.0, -1.0};
+    const std::array<double, 3> t{camera.translation.x, camera.translation.y, camera.translation.z};
+    std::array<double, 16> m{};
+    for (int row = 0; row < 3; ++row) {
+        for (int column = 0; column < 3; ++column)
+            m[row * 4 + column] = flip[row] * camera.rotation[row * 3 + column];
+        m[row * 4 + 3] = flip[row] * t[row] * unitsPerModelUnit;
+    }
+    m[15] = 1.0;
+    const std::optional<MMTransformMatrix> toEye = Usable(m, fault);
+    const std::optional<double> nearDistance =
+        toEye ? InternalNear(camera.nearDistance, unitsPerModelUnit, fault) : std::nullopt;
+    if (!nearDistance)
+        return std::nullopt;
+    // Screen (u + 0.5, h − (v + 0.5)) of image (u, v): with u = fx·x/z + cx and the eye's
+    // y = −y_camera, that is x = cx + 0.5 + fx·x/z and y = h − 0.5 − cy + fy·y_eye/(−z_eye).
+    return View{*toEye, Camera(camera),
+                ViewProjection{camera.fx, camera.fy, camera.cx + 0.5,
+                               camera.imageHeight - 0.5 - camera.cy, *nearDistance}};
+}
+
+std::array<double, 2> ScreenSize(const Camera& camera) {
+    return std::visit(
+        [](const auto& lens) -> std::array<double, 2> {
+            if constexpr (std::is_same_v<std::decay_t<decltype(lens)>, PinholeCamera>)
+                return {lens.imageWidth, lens.imageHeight};
+            else
+                return {lens.screenWidth, lens.screenHeight};
+        },
+        camera);
+}
+
+SelectionRegion WholeScreenRegion(const Camera& camera) {
+    const auto [w, h] = ScreenSize(camera);
+    // A pinhole camera's region is in image coordinates, whose pixel centres are whole: its
+    // outer pixel edges lie half a pixel outside them.
+    const double shift = std::holds_alternative<PinholeCamera>(camera) ? -0.5 : 0.0;
+    SelectionRegion region;
+    region.points = {
+        {shift, shift}, {w + shift, shift}, {w + shift, h + shift}, {shift, h + shift}};
+    return region;
 }
 
 }  // namespace velpick

@@ -21,6 +21,11 @@ namespace velpick {
 // below is the only one of its kind.
 namespace settings_detail {
 
+// A field of view of 180 degrees or more sees nothing in front of a plane.
+constexpr double kMaxFovDegrees = 180.0;
+// How far RᵀR of a pinhole camera's R may stray from the identity, entry by entry.
+constexpr double kRotationTolerance = 1e-6;
+
 template <class Field>
 MMTransformMatrix Matrix(const Field& field) {
     const std::vector<double> values = field.Numbers(16);
@@ -52,6 +57,13 @@ std::vector<VelSDK::Math::point2d> Points(const Field& field, std::size_t minCou
     return points;
 }
 
+// The width and height of a "screen" or "image" field.
+template <class Field>
+std::array<double, 2> ScreenField(const Field& field) {
+    field.Numbers(2);
+    return {field.Item(0).PositiveNumber(), field.Item(1).PositiveNumber()};
+}
+
 template <class Field>
 OrthoCamera OrthographicCamera(const Field& field) {
     field.ExpectObject({"eye", "target", "up", "height", "screen"});
@@ -60,21 +72,18 @@ OrthoCamera OrthographicCamera(const Field& field) {
     camera.target = Point3(field.Member("target"));
     camera.up = Point3(field.Member("up"));
     camera.height = field.Member("height").PositiveNumber();
-    const Field screen = field.Member("screen");
-    screen.Numbers(2);
-    camera.screenWidth = screen.Item(0).PositiveNumber();
-    camera.screenHeight = screen.Item(1).PositiveNumber();
+    const std::array<double, 2> screen = ScreenField(field.Member("screen"));
+    camera.screenWidth = screen[0];
+    camera.screenHeight = screen[1];
     return camera;
 }
 
+// Reports a camera fault on the field that caused it; returns when there is none.
 template <class Field>
-MMTransformMatrix CameraMatrix(const Field& field, const OrthoCamera& camera,
-                               double unitsPerModelUnit) {
-    CameraFault fault = CameraFault::kNone;
-    const std::optional<MMTransformMatrix> view = CameraView(camera, unitsPerModelUnit, &fault);
+void CheckCameraFault(const Field& field, CameraFault fault) {
     switch (fault) {
         case CameraFault::kNone:
-            break;
+            return;
         case CameraFault::kEyeOnTarget:
             field.Fail("eye and target coincide");
         case CameraFault::kDistanceOverflows:
@@ -85,8 +94,111 @@ MMTransformMatrix CameraMatrix(const Field& field, const OrthoCamera& camera,
             field.Fail(
                 "the view matrix leaves the double range (target too far out, or the "
                 "ratio of screen to height too large or too small)");
+        case CameraFault::kNearOutOfRange:
+            field.Member("near").Fail("too large: beyond the double range in internal units");
     }
+}
+
+template <class Field>
+MMTransformMatrix CameraMatrix(const Field& field, const OrthoCamera& camera,
+                               double unitsPerModelUnit) {
+    CameraFault fault = CameraFault::kNone;
+    const std::optional<MMTransformMatrix> view = CameraView(camera, unitsPerModelUnit, &fault);
+    CheckCameraFault(field, fault);
     return *view;
+}
+
+template <class Field>
+std::optional<double> NearDistance(const Field& camera) {
+    if (!camera.Has("near"))
+        return std::nullopt;
+    return camera.Member("near").PositiveNumber();
+}
+
+template <class Field>
+PerspectiveCamera PerspectiveCameraField(const Field& field) {
+    field.ExpectObject({"eye", "target", "up", "fov_deg", "screen", "near"});
+    PerspectiveCamera camera;
+    camera.eye = Point3(field.Member("eye"));
+    camera.target = Point3(field.Member("target"));
+    camera.up = Point3(field.Member("up"));
+    const Field fov = field.Member("fov_deg");
+    camera.fovDegrees = fov.Number();
+    if (!(camera.fovDegrees > 0.0 && camera.fovDegrees < kMaxFovDegrees))
+        fov.FailType("a number > 0 and < 180 (degrees)");
+    const std::array<double, 2> screen = ScreenField(field.Member("screen"));
+    camera.screenWidth = screen[0];
+    camera.screenHeight = screen[1];
+    camera.nearDistance = NearDistance(field);
+    return camera;
+}
+
+// A 3×3 matrix given as three rows of three numbers, row by row.
+template <class Field>
+std::array<double, 9> Matrix3(const Field& field) {
+    if (!field.IsArray())
+        field.FailType("3 rows of 3 numbers");
+    if (field.Size() != 3)
+        field.Fail("expected 3 rows of 3 numbers, got " + std::to_string(field.Size()) + " rows");
+    std::array<double, 9> m;
+    for (std::size_t row = 0; row < 3; ++row) {
+        const std::vector<double> values = field.Item(row).Numbers(3);
+        std::copy(values.begin(), values.end(), m.begin() + 3 * row);
+    }
+    return m;
+}
+
+template <class Field>
+void Intrinsics(const Field& field, PinholeCamera& camera) {
+    const std::array<double, 9> k = Matrix3(field);
+    if (k[1] != 0.0 || k[3] != 0.0)
+        field.Fail("skew is not supported: expected [[fx, 0, cx], [0, fy, cy], [0, 0, 1]]");
+    if (k[6] != 0.0 || k[7] != 0.0 || k[8] != 1.0)
+        field.Fail("the third row must be [0, 0, 1]");
+    if (!(k[0] > 0.0 && k[4] > 0.0))
+        field.Fail("fx and fy must be > 0, got " + std::to_string(k[0]) + " and " +
+                   std::to_string(k[4]));
+    camera.fx = k[0];
+    camera.cx = k[2];
+    camera.fy = k[4];
+    camera.cy = k[5];
+}
+
+// A rotation: orthonormal to within kRotationTolerance in every entry of RᵀR, and no mirror.
+template <class Field>
+std::array<double, 9> Rotation(const Field& field) {
+    const std::array<double, 9> r = Matrix3(field);
+    double worst = 0.0;
+    for (int i = 0; i < 3; ++i) {
+        for (int j = 0; j < 3; ++j) {
+            const double product = r[i] * r[j] + r[3 + i] * r[3 + j] + r[6 + i] * r[6 + j];
+            worst = std::max(worst, std::abs(product - (i == j ? 1.0 : 0.0)));
+        }
+    }
+    if (!(worst <= kRotationTolerance))
+        field.Fail("not a rotation: max |RtR - I| is " + std::to_string(worst) + ", over 1e-6");
+    const double determinant = r[0] * (r[4] * r[8] - r[5] * r[7]) -
+                               r[1] * (r[3] * r[8] - r[5] * r[6]) +
+                               r[2] * (r[3] * r[7] - r[4] * r[6]);
+    if (determinant < 0.0)
+        field.Fail("a reflection (determinant < 0), not a rotation");
+    return r;
+}
+
+template <class Field>
+PinholeCamera PinholeCameraField(const Field& field) {
+    field.ExpectObject({"pinhole", "near"});
+    const Field pinhole = field.Member("pinhole");
+    pinhole.ExpectObject({"K", "R", "t", "image"});
+    PinholeCamera camera;
+    Intrinsics(pinhole.Member("K"), camera);
+    camera.rotation = Rotation(pinhole.Member("R"));
+    camera.translation = Point3(pinhole.Member("t"));
+    const std::array<double, 2> image = ScreenField(pinhole.Member("image"));
+    camera.imageWidth = image[0];
+    camera.imageHeight = image[1];
+    camera.nearDistance = NearDistance(field);
+    return camera;
 }
 
 template <class Field>
@@ -229,10 +341,20 @@ PickSettings ValidatePickSettings(const Source& source) {
     return settings;
 }
 
-/// The view of one camera field, its matrix at `unitsPerModelUnit`.
+/// The view of one camera field, its matrix at `unitsPerModelUnit`: a pinhole camera when it
+/// has "pinhole", a perspective one when it has "fov_deg", else an orthographic one.
 template <class Field>
 View CameraFieldView(const Field& field, double unitsPerModelUnit) {
     using namespace settings_detail;
+    if (field.Has("pinhole") || field.Has("fov_deg")) {
+        CameraFault fault = CameraFault::kNone;
+        const std::optional<View> view =
+            field.Has("pinhole")
+                ? PinholeView(PinholeCameraField(field), unitsPerModelUnit, &fault)
+                : PerspectiveView(PerspectiveCameraField(field), unitsPerModelUnit, &fault);
+        CheckCameraFault(field, fault);
+        return *view;
+    }
     const OrthoCamera ortho = OrthographicCamera(field);
     return {CameraMatrix(field, ortho, unitsPerModelUnit), Camera(ortho)};
 }
