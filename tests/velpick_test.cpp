@@ -19,6 +19,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -59,13 +60,6 @@ point2d Centroid(const MStlBase& mesh, std::size_t i) {
     const MStlTriangle& t = mesh.GetTriangle(i);
     return {(t.GetVertex(0).x + t.GetVertex(1).x + t.GetVertex(2).x) / 3000,
             (t.GetVertex(0).y + t.GetVertex(1).y + t.GetVertex(2).y) / 3000};
-}
-
-json Points(const std::vector<point2d>& points) {
-    json array = json::array();
-    for (const point2d& p : points)
-        array.push_back({p.x, p.y});
-    return array;
 }
 
 std::string ReadText(const fs::path& file) {
@@ -163,47 +157,36 @@ class OcclusionScene : public VelpickTest {
     static bool WellOutside(point2d c) { return c.x < 1 || c.x > 19 || c.y < 1 || c.y > 9; }
 };
 
-TEST_F(OcclusionScene, HiddenStayUnmarkedMarkThroughTakesThemUnmarkClearsTheSame) {
-    json scene = Scene();
-    const json result = Pick(scene);
-    json through = scene;
-    through["mark_through"] = true;
-    const json all = Pick(through);
-    scene["start_marked"] = scene["unmark"] = true;
-    const json unmarking = Pick(scene);
+// Occlusion, mark-through, unmarking from all marked, a clipping plane and a brush, each
+// checked against the plates' layout.
+TEST_F(OcclusionScene, SettingsReachThePicker) {
+    const json scene = Scene(), result = Pick(scene);
+    const auto with = [&](const json& patch) {
+        json changed = scene;
+        changed.merge_patch(patch);
+        return Pick(changed);
+    };
+    const json all = with({{"mark_through", true}});
+    const json unmarking = with({{"start_marked", true}, {"unmark", true}});
+    const json clipped = with({{"clipping_planes", {{0, 0, -1, 2500}}}});  // keeps z <= 2.5
     for (std::size_t m = 0; m < 2; ++m) {
         const MStlBase& mesh = m == 0 ? *back : *front;
-        const auto visible = Marked(result, m), marked = Marked(all, m),
-                   left = Marked(unmarking, m);
+        const auto visible = Marked(result, m), marked = Marked(all, m);
         for (std::size_t i = 0; i < mesh.GetNumberOfTriangles(); ++i) {
             const point2d c = Centroid(mesh, i);
             const bool hidden = m == 0 && c.x < 10.0;  // wholly behind the front plate
             if (WellInside(c) || WellOutside(c)) {
                 EXPECT_EQ(marked.count(i), WellInside(c) ? 1u : 0u) << m << " triangle " << i;
                 EXPECT_EQ(visible.count(i), WellInside(c) && !hidden ? 1u : 0u) << m << " " << i;
+                EXPECT_EQ(Marked(clipped, m).count(i), WellInside(c) && m == 0 ? 1u : 0u);
             }
-            EXPECT_NE(visible.count(i), left.count(i)) << "unmark, mesh " << m << " " << i;
+            EXPECT_NE(visible.count(i), Marked(unmarking, m).count(i)) << "unmark " << m << i;
         }
     }
-    EXPECT_EQ(result["picker"], "zbuffer");
-    EXPECT_EQ(result["meshes"][0]["file"], "back.obj");
-    EXPECT_EQ(result["meshes"][0]["triangles"], back->GetNumberOfTriangles());
     // Screen x 2..18 at 4 pixels per unit: pixels 8..72 inclusive.
     EXPECT_EQ(result["region"], json::parse(R"({"origin": [8, 8], "width": 65, "height": 25})"));
-}
-
-TEST_F(OcclusionScene, ClippingPlaneAndBrushRegion) {
-    json scene = Scene();
-    scene["clipping_planes"] = {{0, 0, -1, 2500}};  // keeps z <= 2.5 model units
-    const json clipped = Pick(scene);
-    EXPECT_TRUE(Marked(clipped, 1).empty());
-    for (std::size_t i = 0; i < back->GetNumberOfTriangles(); ++i)
-        if (WellInside(Centroid(*back, i))) {
-            EXPECT_EQ(Marked(clipped, 0).count(i), 1u) << "triangle " << i;
-        }
-    scene.erase("clipping_planes");
-    scene["region"] = {{"brush", {{"path", {{5.3, 5.0}, {12.0, 5.5}}}, {"radius", 1}}}};
-    const json brushed = Pick(scene);
+    const json brushed = with(json::parse(
+        R"({"region": {"polygon": null, "brush": {"path": [[5.3, 5], [12, 5.5]], "radius": 1}}})"));
     // The box is widened by the radius: floor(21.2) − 4, floor(20) − 4; ceil(48) + 4, ceil(22) + 4.
     EXPECT_EQ(brushed["region"], json::parse(R"({"origin": [17, 16], "width": 36, "height": 11})"));
     EXPECT_FALSE(Marked(brushed, 1).empty());
@@ -215,17 +198,17 @@ TEST_F(OcclusionScene, PlyColoursExactlyTheMarkedFacesAndImageSizeIsKept) {
             Option("--ply", "pick.ply") + Option("--image", "pick.png") + " --image-size 100 50");
     ASSERT_EQ(run.status, 0) << run.err;
     const Png png = ReadPng(Path("pick.png"));
-    EXPECT_EQ(png.width, 100);
-    EXPECT_EQ(png.height, 50);
+    EXPECT_EQ(std::make_pair(png.width, png.height), std::make_pair(100, 50));
     const std::string ply = ReadText(Path("pick.ply"));
-    const std::size_t body = ply.find("end_header\n") + 11, vertices = 21 * 11 + 11 * 11;
+    // Binary faces: a count byte, three 32-bit indices and an RGB colour.
+    const std::size_t body = ply.find("end_header\n") + 11, vertices = 21 * 11 + 11 * 11,
+                      faceBytes = 1 + 3 * 4 + 3;
     ASSERT_NE(ply.find("element face 600\n"), std::string::npos);
     ASSERT_NE(ply.find("element vertex " + std::to_string(vertices) + "\n"), std::string::npos);
-    constexpr std::size_t kFaceBytes = 1 + 3 * 4 + 3;
-    ASSERT_EQ(ply.size(), body + vertices * 12 + 600 * kFaceBytes);
+    ASSERT_EQ(ply.size(), body + vertices * 12 + 600 * faceBytes);
     std::set<std::size_t> coloured[2];
     for (std::size_t face = 0; face < 600; ++face) {
-        const char* red = &ply[body + vertices * 12 + face * kFaceBytes + 13];
+        const char* red = &ply[body + vertices * 12 + face * faceBytes + 13];
         if (static_cast<unsigned char>(*red) == velpick::kHighlightColour.r)
             coloured[face / 400].insert(face % 400);
     }
@@ -264,15 +247,11 @@ TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
     Write("plate.obj", scene::ObjText(*Plate(0.25, 40, 40, 0)));
     const std::vector<point2d> polygon = {{3, 2}, {17, 5}, {8, 16}};
     json scene = kCameraScene;
-    scene["region"] = {{"polygon", Points(polygon)}};
+    scene["region"] = {{"polygon", {{3, 2}, {17, 5}, {8, 16}}}};
     const RunResult run = Run(scene.dump(), Option("--image", "pick.png"));
     ASSERT_EQ(run.status, 0) << run.err;
     const Png png = ReadPng(Path("pick.png"));
-    ASSERT_EQ(png.width, 60);
-    ASSERT_EQ(png.height, 60);
-    // A marked triangle may stick out of the region by its own size, a cell diagonal of
-    // 0.25·√2 model units: 0.71 screen units.
-    const double reach = 0.75;
+    ASSERT_EQ(std::make_pair(png.width, png.height), std::make_pair(60, 60));
     int highlighted = 0;
     for (int row = 0; row < png.height; ++row)
         for (int x = 0; x < png.width; ++x) {
@@ -282,7 +261,9 @@ TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
             ++highlighted;
             // PNG row 0 is the top: screen y grows upwards.
             const double sx = (x + 0.5) / 3, sy = (png.height - row - 0.5) / 3;
-            EXPECT_GT(oracle::PolygonRegion(polygon)(sx, sy), -reach)
+            // A marked triangle may stick out of the region by its own size, a cell diagonal
+            // of 0.25·√2 model units: 0.71 screen units.
+            EXPECT_GT(oracle::PolygonRegion(polygon)(sx, sy), -0.75)
                 << "highlighted pixel (" << x << ", " << row << ") is outside";
         }
     // The polygon covers 72 square screen units, 648 pixels; outline pixels are drawn over.
@@ -293,22 +274,19 @@ TEST_F(VelpickTest, PictureHighlightsOnlyInsideTheRegionOutline) {
 // the single cameras give; --view must name one of them.
 TEST_F(VelpickTest, CameraListPicksEachViewFromTheSameInitialMarks) {
     Write("plate.obj", scene::ObjText(*Plate(0.5, 20, 20, 0)));
-    json list = kCameraScene, cameras = json::array(), singles = json::array();
+    json list = kCameraScene;
     list.update({{"start_marked", true}, {"unmark", true}});
     list["region"] = {{"polygon", {{2, 2}, {18, 3}, {10, 17}}}};
-    for (double eyeX : {2.0, -5.0}) {
-        cameras.push_back(list["camera"]);
-        cameras.back()["eye"] = {eyeX, -4, 30};
-        json single = list;
-        single["camera"] = cameras.back();
-        singles.push_back(Pick(single)["meshes"][0]["marked"]);
-    }
-    list["camera"] = cameras;
+    list["camera"] = {list["camera"], list["camera"]};
+    list["camera"][1]["eye"] = {-5, -4, 30};
     const json views = Pick(list)["views"];
-    EXPECT_NE(singles[0], singles[1]);
     ASSERT_EQ(views.size(), 2u);
-    for (std::size_t v = 0; v < 2; ++v)
-        EXPECT_EQ(views[v]["meshes"][0]["marked"], singles[v]) << "view " << v;
+    EXPECT_NE(views[0], views[1]);
+    for (std::size_t v = 0; v < 2; ++v) {
+        json single = list;
+        single["camera"] = list["camera"][v];
+        EXPECT_EQ(views[v]["meshes"], Pick(single)["meshes"]) << "view " << v;
+    }
     const RunResult beyond = Run(list.dump(), " --view 2");
     EXPECT_EQ(beyond.status, 2);
     EXPECT_NE(beyond.err.find("--view 2: the scene has 2 view(s)"), std::string::npos);
@@ -323,64 +301,47 @@ TEST_F(VelpickTest, ConcurrentPicksOnSharedMeshesAtTwoScalesGiveTheSequentialMar
     std::vector<velpick::PickRequest> bases;
     std::vector<velpick::FeatureGraphGuard> guards(4);
     for (double units : {1000.0, 3.0}) {  // at 3 units the cells round to other shapes
-        const json document = {
-            {"units_per_model_unit", units},
-            {"meshes", {{{"file", "plate.obj"}}}},
-            {"start_marked", true},
-            {"camera",
-             json::parse(
-                 R"({"eye": [3, -4, 30], "target": [10, 10, 0], "up": [0, 1, 0], "height": 20, "screen": [40, 40]})")},
-            {"region", {{"polygon", {{4.3, 5.1}, {35.2, 9.7}, {21.6, 33.4}}}}}};
+        json document = kCameraScene;
+        document.update({{"units_per_model_unit", units}, {"start_marked", true}});
+        document["region"] = {{"polygon", {{2.3, 1.1}, {17.2, 4.7}, {9.6, 16.4}}}};
         const velpick::Scene scene = velpick::ParseScene(document, "scene", m_dir);
         meshes.push_back(velpick::LoadSceneMeshes(scene, "scene"));
         bases.push_back(velpick::MakePickRequest(scene, meshes.back()));
         bases.back().meshes[0].graphGuard = &guards[bases.size() - 1];
     }
-    struct Run {
-        std::size_t scale;
-        std::string picker;
-        bool unmark;
-        double angle, thickness;
-    };
+    // Scale, picker, unmark, sharp angle and thickness of each pick.
+    using Run = std::tuple<std::size_t, std::string, bool, double, double>;
     const std::vector<Run> runs = {{0, "zbuffer", true, 30, 0},  {1, "zbuffer", true, 30, 0},
                                    {0, "scanline", true, 30, 0}, {1, "scanline", false, 30, 0},
                                    {0, "graph", false, 10, 0},   {0, "graph", false, 50, 0.2},
                                    {1, "graph", false, 30, 0}};
     const auto pick = [&](const Run& run) {
-        velpick::PickRequest request = bases[run.scale];
-        request.settings.picker = run.picker;
-        request.settings.unmark = run.unmark;
-        request.settings.graph.sharpAngleDegrees = run.angle;
-        request.settings.graph.thickness = run.thickness;
-        const velpick::MeshPick mesh = velpick::MakePicker(run.picker)->Pick(request).meshes[0];
-        std::vector<std::size_t> marks = mesh.triangles;  // and the marked edges' coordinates
-        if (mesh.edges)
-            for (const velpick::EdgeEnds& edge : mesh.edges->marked)
-                for (const auto& end : edge)
-                    marks.insert(marks.end(), end.begin(), end.end());
-        return marks;
+        velpick::PickRequest request = bases[std::get<0>(run)];
+        velpick::PickSettings& settings = request.settings;
+        std::tie(std::ignore, settings.picker, settings.unmark, settings.graph.sharpAngleDegrees,
+                 settings.graph.thickness) = run;
+        const velpick::MeshPick mesh =
+            velpick::MakePicker(settings.picker)->Pick(request).meshes[0];
+        return std::make_pair(mesh.triangles,
+                              mesh.edges ? mesh.edges->marked : std::vector<velpick::EdgeEnds>{});
     };
-    std::vector<std::vector<std::size_t>> sequential;
+    std::vector<decltype(pick(runs[0]))> sequential;
     for (const Run& run : runs)
         sequential.push_back(pick(run));
     EXPECT_NE(sequential[0], sequential[1]);
-    EXPECT_LT(sequential[0].size(), meshes[0][0]->GetNumberOfTriangles());  // unmarked some
+    EXPECT_LT(sequential[0].first.size(), meshes[0][0]->GetNumberOfTriangles());  // unmarked some
     for (std::size_t s = 0; s < 2; ++s) {  // the threads build the graphs again
         ReleaseFeatureEdgeGraphs(*meshes[s][0]);
         bases[s].meshes[0].graphGuard = &guards[2 + s];
     }
-    std::vector<std::vector<std::vector<std::size_t>>> concurrent(runs.size());
     std::vector<std::thread> threads;
     for (std::size_t r = 0; r < runs.size(); ++r)
         threads.emplace_back([&, r] {
             for (int repeat = 0; repeat < 3; ++repeat)
-                concurrent[r].push_back(pick(runs[r]));
+                EXPECT_EQ(pick(runs[r]), sequential[r]) << "run " << r;
         });
     for (std::thread& thread : threads)
         thread.join();
-    for (std::size_t r = 0; r < runs.size(); ++r)
-        for (const auto& marks : concurrent[r])
-            EXPECT_EQ(marks, sequential[r]) << "run " << r;
     for (const auto& loaded : meshes)
         for (std::size_t t = 0; t < loaded[0]->GetNumberOfTriangles(); ++t)
             ASSERT_TRUE(loaded[0]->GetTriangle(t).IsMarked()) << "a pick wrote into the mesh";
@@ -401,17 +362,14 @@ const std::string kAddressLimit = "ulimit -v 2097152; ";
 const char* const kSceneErrors[][2] = {
     {R"({"meshes": [}")", "malformed JSON"},
     {R"({"depth_tolerance": 1e999})", "malformed JSON"},
-    {R"({"meshes": [{"file": "plate.obj", "placement": [1,1,1,1]}]})",
-     "meshes[0].placement: expected 16 numbers, got 4"},
+    {R"({"meshes":[{"file":"plate.obj","placement":[1]}]})", "meshes[0].placement: expected 16"},
     {R"({"camera": null, "view": [1,0,0,0, 0,1,0,0, 0,0,0,0, 0,0,0,1]})",
      "view: the matrix is not"},
     {R"({"pixel_proportion": 0})", "pixel_proportion: expected a number > 0"},
-    {R"({"mark_thru": true})", "mark_thru: unknown field"},
     {R"({"region": {"polygon": null, "brush": {"path": [], "radius": 1}}})",
      "region.brush.path: expected at least 1 point, got 0"},
     {R"({"meshes": [{"file": "absent.obj"}]})", "meshes[0].file: "},
-    {R"({"meshes": [{"file": "plate.obj", "markable": [0, 3]}]})",
-     "meshes[0].markable[1]: surface 3 does not exist"},
+    {R"({"meshes":[{"file":"plate.obj","markable":[0,3]}]})", "meshes[0].markable[1]: surface 3"},
     {R"({"camera": {"up": [0, 0, 2]}})", "camera.up: zero or parallel to the viewing direction"},
     {R"({"camera": {"eye": [1e308, 5, 0], "target": [-1e308, 5, 0]}})", "camera.eye: too far"},
     {R"({"camera": {"height": 1e-300, "screen": [1e300, 1e300]}})",
@@ -428,7 +386,6 @@ const char* const kSceneErrors[][2] = {
     {R"({"graph": {"angle": 30}})", "graph.angle: unknown field"},
     {R"({"picker": "graph", "region": {"polygon": null, "brush": {"path": [[1, 1]], "radius": 1}}})",
      "region: the graph picker takes a polygon"},
-    {R"({"picker": "raycast"})", "picker: unknown picker \"raycast\""},
     {R"({"region": {"polygon": [[0, 0], [1e5, 0], [0, 1e5]]}})",
      "region: the selection raster of 300001 x 300001 pixels"},
     // Under the cell limit, but the rasters need about 19 GB: more than the machine has, or
