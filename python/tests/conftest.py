@@ -1,4 +1,4 @@
-"""Shared scenes and a runner for the velpick program, the binding's reference."""
+# Shared scenes and a runner for the velpick program, the binding's reference.
 
 import json
 import os
@@ -36,26 +36,25 @@ def top_view(scale=0.001):
 
 
 def write_ply(path, vertices, faces):
-    header = ["ply", "format ascii 1.0", f"element vertex {len(vertices)}"]
-    header += [f"property double {axis}" for axis in "xyz"]
-    header += [f"element face {len(faces)}", "property list uchar int vertex_indices", "end_header"]
-    lines = [" ".join(repr(float(c)) for c in v) for v in vertices]
-    lines += ["3 " + " ".join(str(int(i)) for i in f) for f in faces]
-    path.write_text("\n".join(header + lines) + "\n")
+    with open(path, "w") as out:
+        out.write(f"ply\nformat ascii 1.0\nelement vertex {len(vertices)}\nproperty double x\n"
+                  f"property double y\nproperty double z\nelement face {len(faces)}\n"
+                  "property list uchar int vertex_indices\nend_header\n")
+        np.savetxt(out, np.asarray(vertices, float), fmt="%.17g")
+        np.savetxt(out, np.column_stack([np.full(len(faces), 3), faces]), fmt="%d")
 
 
 # The scene file velpick reads for the same arguments as velpick.pick_meshes.
 def scene_json(files, region, *, placements=None, brush_radius=None, **settings):
     scene = {"meshes": [{"file": name} for name in files]}
-    for mesh, placement in zip(scene["meshes"], placements or []):
+    for mesh, placement in zip(scene["meshes"], placements or ()):
         if placement is not None:
-            mesh["placement"] = np.asarray(placement, float).ravel().tolist()
+            mesh["placement"] = np.ravel(placement).tolist()
     points = np.asarray(region, float).tolist()
     scene["region"] = ({"polygon": points} if brush_radius is None
                        else {"brush": {"path": points, "radius": brush_radius}})
     for key, value in settings.items():
-        if key == "view":
-            value = np.asarray(value, float).ravel().tolist()
+        value = np.ravel(value).tolist() if key == "view" else value
         (scene.setdefault("graph", {}) if key in GRAPH_FIELDS else scene)[key] = value
     return scene
 
@@ -72,7 +71,4 @@ def run_velpick(tmp_path, scene):
 
 # velpick's marked triangle lists as one bool mask per mesh.
 def cli_masks(report):
-    masks = [np.zeros(mesh["triangles"], dtype=bool) for mesh in report["meshes"]]
-    for mask, mesh in zip(masks, report["meshes"]):
-        mask[mesh["marked"]] = True
-    return masks
+    return [np.isin(np.arange(mesh["triangles"]), mesh["marked"]) for mesh in report["meshes"]]

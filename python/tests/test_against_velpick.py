@@ -1,5 +1,5 @@
-"""The binding gives the marks the velpick program gives on the same scene, for every picker;
-each setting a scene tests changes the marks, so that it is seen to reach the picker."""
+# The binding gives the marks the velpick program gives on the same scene, for every picker;
+# each setting a scene tests changes the marks, so that it is seen to reach the picker.
 
 import numpy as np
 import pytest
@@ -11,8 +11,7 @@ rng = np.random.default_rng(7)
 # Overlapping random triangles in a box: occlusion everywhere, vertices shared at random.
 SOUP = (rng.uniform(-10.0, 10.0, (300, 3)), rng.integers(0, 300, (600, 3)), None)
 PLATE, FLOOR = grid(4, 4, cell=2.0, origin=(-4.0, -4.0), z=5.0), grid(20, 20, origin=(-10, -10))
-SHIFT = np.eye(4)
-SHIFT[:3, 3] = [3000.0, -2000.0, 4000.0]  # internal units
+SHIFT = [[1, 0, 0, 3000], [0, 1, 0, -2000], [0, 0, 1, 4000], [0, 0, 0, 1]]  # internal units
 # Coordinates on half internal units round away from zero; vertices a tenth of a unit apart
 # merge into one. Both decide which faces are degenerate or touch.
 TINY = grid(12, 12, cell=0.0015, origin=(-0.009, -0.009))

@@ -1,9 +1,9 @@
-"""velpick.pick_edges: the graph picker's edges, as the velpick program marks them."""
+# velpick.pick_edges: the graph picker's edges, as the velpick program marks them.
 
 import numpy as np
 import pytest
 
-from conftest import run_velpick, scene_json, velpick, write_ply
+from conftest import grid, run_velpick, scene_json, velpick, write_ply
 
 if "graph" not in velpick.pickers():
     pytest.skip("the graph picker is not built in", allow_module_level=True)
@@ -13,17 +13,14 @@ CAMERA = {"eye": [30.0, -40.0, 50.0], "target": [0.0, 0.0, 0.0], "up": [0.0, 0.0
 LASSO = [[19.0, 4.0], [32.0, 6.0], [30.0, 26.0], [21.0, 24.0]]  # over part of the box
 
 
+# A closed box of n × n squares a side, each side with vertices of its own and its faces
+# counter-clockwise seen from outside: the top, the top turned half a turn about x, and both
+# turned onto the other two axes.
 def box(half=5.0, n=2):
-    # A closed box, each side n × n squares of its own vertices, faces counter-clockwise outside:
-    # the top side turned half a turn about x, and both turned to the other axes.
-    steps = np.linspace(-half, half, n + 1)
-    top = np.stack([*np.meshgrid(steps, steps), np.full((n + 1, n + 1), half)], -1).reshape(-1, 3)
-    a = (np.arange(n)[:, None] * (n + 1) + np.arange(n)).ravel()
-    quads = np.stack([a, a + 1, a + n + 2, a, a + n + 2, a + n + 1], 1).reshape(-1, 3)
+    top, faces = grid(n, n, cell=2 * half / n, origin=(-half, -half), z=half)
     sides = [top, top * [1, -1, -1]]
     sides += [side[:, axes] for axes in ([1, 2, 0], [2, 0, 1]) for side in sides[:2]]
-    vertices = np.concatenate(sides)
-    return vertices, np.concatenate([quads + i * len(top) for i in range(6)])
+    return np.concatenate(sides), np.concatenate([faces + i * len(top) for i in range(6)])
 
 
 # (settings, whether they change this pick's edges)

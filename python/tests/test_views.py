@@ -1,4 +1,4 @@
-"""Meshes built once, many views: velpick.Mesh, load_mesh, pick_views and velpick.dask."""
+# Meshes built once, many views: velpick.Mesh, load_mesh, pick_views and velpick.dask.
 
 import math
 import os
@@ -31,20 +31,20 @@ def model():
 @pytest.mark.parametrize("picker,region", [("zbuffer", None), ("scanline", LASSO)])
 def test_rows_are_the_single_picks_and_reductions_sum_them(model, picker, region):
     cameras, arrays = ring(24), (model.vertices, model.faces)
-    rows = velpick.pick_views(model, cameras, region=region, picker=picker, threads=2)
+
+    def views(mesh=model, **keywords):
+        return velpick.pick_views(mesh, cameras, region=region, picker=picker, **keywords)
+
+    seen = []
+    rows = views(threads=2, progress=lambda done, total: seen.append(total))
     assert rows.shape == (24, len(model)) and rows.any(axis=1).all()
     for i, camera in enumerate(cameras):
         single = velpick.pick(*arrays, region or SCREEN, camera=camera, picker=picker)
         np.testing.assert_array_equal(rows[i], single, err_msg=f"view {i}")
-    count = velpick.pick_views(arrays, cameras, region=region, picker=picker, reduce="count")
-    assert count.dtype == np.uint32
-    np.testing.assert_array_equal(count, rows.sum(axis=0))
-    np.testing.assert_array_equal(
-        velpick.pick_views(model, cameras, region=region, picker=picker, reduce="any"),
-        rows.any(axis=0))
-    seen = []
-    velpick.pick_views(model, cameras[:3], progress=lambda done, total: seen.append(total))
-    assert seen and set(seen) == {3}
+    count = views(arrays, reduce="count")
+    assert count.dtype == np.uint32 and np.array_equal(count, rows.sum(axis=0))
+    assert np.array_equal(views(reduce="any"), rows.any(axis=0))
+    assert seen and set(seen) == {24}
 
 
 @pytest.fixture(scope="module")
