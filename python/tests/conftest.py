@@ -12,6 +12,8 @@ velpick = pytest.importorskip("velpick")
 
 REPO = pathlib.Path(__file__).resolve().parents[2]
 GRAPH_FIELDS = ("sharp_angle_deg", "thickness", "mark_whole_candidates")
+TILTED_CAMERA = {"eye": [30.0, -40.0, 50.0], "target": [0.0, 0.0, 0.0], "up": [0.0, 0.0, 1.0],
+                 "height": 30.0, "screen": [40.0, 30.0]}
 
 
 def velpick_executable():
@@ -26,8 +28,7 @@ def grid(columns, rows, cell=1.0, origin=(0.0, 0.0), z=0.0):
                          np.full(xs.size, z)], axis=1)
     a = (np.arange(rows)[:, None] * (columns + 1) + np.arange(columns)[None, :]).ravel()
     up = a + columns + 1  # the corner above a
-    faces = np.stack([a, a + 1, up + 1, a, up + 1, up], axis=1).reshape(-1, 3)
-    return vertices, faces.astype(np.int64)
+    return vertices, np.stack([a, a + 1, up + 1, a, up + 1, up], 1).reshape(-1, 3).astype(np.int64)
 
 
 # Scene internal units to screen units, looking down -z: x and y scaled, z kept nearer-up.
@@ -45,11 +46,13 @@ def write_ply(path, vertices, faces):
 
 
 # The scene file velpick reads for the same arguments as velpick.pick_meshes.
-def scene_json(files, region, *, placements=None, brush_radius=None, **settings):
+def scene_json(files, region, *, placements=None, markable=None, brush_radius=None, **settings):
     scene = {"meshes": [{"file": name} for name in files]}
-    for mesh, placement in zip(scene["meshes"], placements or ()):
-        if placement is not None:
-            mesh["placement"] = np.ravel(placement).tolist()
+    for i, mesh in enumerate(scene["meshes"]):
+        if placements and placements[i] is not None:
+            mesh["placement"] = np.ravel(placements[i]).tolist()
+        if markable and markable[i] is not None:
+            mesh["markable"] = markable[i]
     points = np.asarray(region, float).tolist()
     scene["region"] = ({"polygon": points} if brush_radius is None
                        else {"brush": {"path": points, "radius": brush_radius}})

@@ -4,9 +4,10 @@
 import numpy as np
 import pytest
 
-from conftest import cli_masks, grid, run_velpick, scene_json, top_view, velpick, write_ply
+from conftest import (TILTED_CAMERA, cli_masks, grid, run_velpick, scene_json, top_view, velpick,
+                      write_ply)
 
-PICKERS = [name for name in velpick.pickers() if name != "graph"]  # graph marks edges
+PICKERS = tuple(name for name in velpick.pickers() if name != "graph")  # graph marks edges
 rng = np.random.default_rng(7)
 # Overlapping random triangles in a box: occlusion everywhere, vertices shared at random.
 SOUP = (rng.uniform(-10.0, 10.0, (300, 3)), rng.integers(0, 300, (600, 3)), None)
@@ -17,31 +18,29 @@ SHIFT = [[1, 0, 0, 3000], [0, 1, 0, -2000], [0, 0, 1, 4000], [0, 0, 0, 1]]  # in
 TINY = grid(12, 12, cell=0.0015, origin=(-0.009, -0.009))
 TINY[0][:, 2] = np.random.default_rng(3).choice([-0.0005, 0.0005, 0.0015, 0.0001], len(TINY[0]))
 TINY[0][::5, :2] += 0.0004
-CAMERA = {"camera": {"eye": [30.0, -40.0, 50.0], "target": [0.0, 0.0, 0.0], "up": [0, 0, 1.0],
-                     "height": 30.0, "screen": [40.0, 30.0]}}
+CAMERA = {"camera": TILTED_CAMERA}
 LASSO = [[5.0, 4.0], [33.0, 6.0], [30.0, 26.0], [18.0, 12.0], [8.0, 25.0]]
 STROKE = {"brush_radius": 3, **CAMERA}
-ALL, SCANLINE = tuple(PICKERS), ("scanline",)
 
 # (name, meshes as (vertices, faces, placement), region, settings, settings tested, pickers)
 SCENES = [
     ("plate hides floor", [PLATE + (None,), FLOOR + (None,)],
-     [[-8.0, -8.0], [8.0, -7.0], [7.5, 8.0], [-7.0, 7.0]], {"view": top_view()}, {}, ALL),
-    ("culled", [SOUP], LASSO, CAMERA, {"back_face_culling": True}, ALL),
+     [[-8.0, -8.0], [8.0, -7.0], [7.5, 8.0], [-7.0, 7.0]], {"view": top_view()}, {}, PICKERS),
+    ("culled", [SOUP], LASSO, CAMERA, {"back_face_culling": True}, PICKERS),
     ("depth tolerance", [SOUP], LASSO, CAMERA, {"depth_tolerance": 0.5}, ("zbuffer",)),
-    ("marked through", [SOUP], LASSO, CAMERA, {"mark_through": True}, ALL),
+    ("marked through", [SOUP], LASSO, CAMERA, {"mark_through": True}, PICKERS),
     ("clipped", [SOUP], LASSO, CAMERA,
-     {"clipping_planes": [[0.0, 0.0, -1.0, 1500.0], [1.0, 1.0, 0.0, 0.0]]}, ALL),
+     {"clipping_planes": [[0.0, 0.0, -1.0, 1500.0], [1.0, 1.0, 0.0, 0.0]]}, PICKERS),
     ("brushed", [SOUP], [[6.0, 6.0], [20.0, 20.0], [34.0, 8.0]], STROKE,
-     {"pixel_proportion": 2.5}, ALL),
+     {"pixel_proportion": 2.5}, PICKERS),
     ("fractional brush", [SOUP], [[6.0, 6.0], [20.0, 20.0], [34.0, 8.0]], STROKE,
-     {"brush_radius": 2.5}, SCANLINE),
-    ("placed plate over soup", [SOUP, PLATE + (SHIFT,)], LASSO, CAMERA, {}, ALL),
-    ("coarse units", [SOUP], LASSO, CAMERA, {"units_per_model_unit": 3.0}, ALL),
+     {"brush_radius": 2.5}, ("scanline",)),
+    ("placed plate over soup", [SOUP, PLATE + (SHIFT,)], LASSO, CAMERA, {}, PICKERS),
+    ("coarse units", [SOUP], LASSO, CAMERA, {"units_per_model_unit": 3.0}, PICKERS),
     ("few lines, one thread", [SOUP], LASSO, CAMERA, {"lines_per_pixel": 1.5, "threads": 1},
-     SCANLINE),
+     ("scanline",)),
     ("rounding and merging", [TINY + (None,)], [[-6e-3, -7e-3], [8e-3, -4e-3], [2e-3, 8e-3]],
-     {"view": top_view(1.0), "pixel_proportion": 2000.0}, {}, ALL),
+     {"view": top_view(1.0), "pixel_proportion": 2000.0}, {}, PICKERS),
 ]
 CASES = [pytest.param(picker, *scene[1:5], id=f"{scene[0]}, {picker}")
          for scene in SCENES for picker in scene[5] if picker in PICKERS]

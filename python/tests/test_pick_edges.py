@@ -3,13 +3,11 @@
 import numpy as np
 import pytest
 
-from conftest import grid, run_velpick, scene_json, velpick, write_ply
+from conftest import TILTED_CAMERA as CAMERA, grid, run_velpick, scene_json, velpick, write_ply
 
 if "graph" not in velpick.pickers():
     pytest.skip("the graph picker is not built in", allow_module_level=True)
 
-CAMERA = {"eye": [30.0, -40.0, 50.0], "target": [0.0, 0.0, 0.0], "up": [0.0, 0.0, 1.0],
-          "height": 30.0, "screen": [40.0, 30.0]}
 LASSO = [[19.0, 4.0], [32.0, 6.0], [30.0, 26.0], [21.0, 24.0]]  # over part of the box
 
 
