@@ -1,7 +1,6 @@
-"""The README's Python examples run as written, on the mesh the README makes for them."""
+# The README's Python examples run as written, on the mesh the README makes for them.
 
 import os
-import pathlib
 import re
 import subprocess
 import sys
@@ -10,13 +9,12 @@ import pytest
 
 from conftest import REPO, velpick, velpick_executable
 
+EXAMPLES = re.findall(r"^`(\w+\.py)`:.*?\n```python\n(.*?)^```", (REPO / "README.md").read_text(),
+                      re.M | re.S)
+assert [name for name, _ in EXAMPLES] == ["count_visible.py", "save_picked.py", "seen_twice.py"]
 
-def readme_examples():
-    text = (REPO / "README.md").read_text()
-    return re.findall(r"^`(\w+\.py)`:.*?\n```python\n(.*?)^```", text, re.M | re.S)
 
-
-@pytest.mark.parametrize("name,code", readme_examples(), ids=lambda value: value[:20])
+@pytest.mark.parametrize("name,code", EXAMPLES, ids=[name for name, _ in EXAMPLES])
 def test_readme_example_runs(tmp_path, name, code):
     if "open3d" in code:
         pytest.importorskip("open3d")
@@ -25,14 +23,7 @@ def test_readme_example_runs(tmp_path, name, code):
     subprocess.run([str(velpick_executable()), "--demo", "--ply", "demo.ply"], cwd=tmp_path,
                    check=True, capture_output=True)
     (tmp_path / name).write_text(code)
-    module_folder = str(pathlib.Path(velpick.__file__).resolve().parent)
-    env = dict(os.environ, PYTHONPATH=module_folder)
+    env = dict(os.environ, PYTHONPATH=os.path.dirname(os.path.realpath(velpick.__file__)))
     done = subprocess.run([sys.executable, name], cwd=tmp_path, env=env, capture_output=True,
                           text=True)
-    assert done.returncode == 0, done.stderr
-    assert re.search(r"\d+ .*faces", done.stdout), done.stdout
-
-
-def test_readme_has_both_examples():
-    assert [name for name, _ in readme_examples()] == ["count_visible.py", "save_picked.py",
-                                                       "seen_twice.py"]
+    assert done.returncode == 0 and re.search(r"\d+ .*faces", done.stdout), done.stderr
