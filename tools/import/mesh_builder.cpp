@@ -4,6 +4,12 @@
 
 namespace velpick::detail {
 
+void ThrowCoordinateOutOfRange(std::size_t vertex, int axis, double value) {
+    const char* const axisNames[3] = {"x", "y", "z"};
+    throw ImportFailure("vertex " + std::to_string(vertex) + ": coordinate " + axisNames[axis] +
+                        " = " + std::to_string(value) + " is out of range in internal units");
+}
+
 FirstUseNumbering::FirstUseNumbering(const std::int32_t* units, std::size_t count)
     : m_entries(new std::uint32_t[count]), m_firstUses(new std::uint32_t[count]) {
     FindFirstOfEqualVertices(units, count, m_entries.get());

@@ -30,6 +30,10 @@ inline std::optional<std::int32_t> ToInternalUnits(double coordinate, double uni
     return static_cast<std::int32_t>(truncated + (fraction >= 0.5) - (fraction <= -0.5));
 }
 
+/// Throws ImportFailure naming coordinate `axis` (0, 1, 2 for x, y, z) of input vertex
+/// `vertex`, whose `value` ToInternalUnits refuses.
+[[noreturn]] void ThrowCoordinateOutOfRange(std::size_t vertex, int axis, double value);
+
 /// The most input vertices a mesh is built from: FirstUseNumbering keeps a mark in the top bit.
 constexpr std::size_t kMaxInputVertices = 2147483647;
 
@@ -39,7 +43,6 @@ constexpr std::size_t kMaxInputVertices = 2147483647;
 template <class Coordinate>
 std::vector<std::int32_t> VerticesInUnits(std::size_t count, Coordinate&& coordinate,
                                           double unitsPerModelUnit) {
-    const char* const axisNames[3] = {"x", "y", "z"};
     if (count > kMaxInputVertices)
         throw ImportFailure("more than " + std::to_string(kMaxInputVertices) + " vertices");
     std::vector<std::int32_t> units(3 * count);
@@ -48,9 +51,7 @@ std::vector<std::int32_t> VerticesInUnits(std::size_t count, Coordinate&& coordi
             const double value = static_cast<double>(coordinate(v, axis));
             const std::optional<std::int32_t> unit = ToInternalUnits(value, unitsPerModelUnit);
             if (!unit)
-                throw ImportFailure("vertex " + std::to_string(v) + ": coordinate " +
-                                    axisNames[axis] + " = " + std::to_string(value) +
-                                    " is out of range in internal units");
+                ThrowCoordinateOutOfRange(v, axis, value);
             units[3 * v + axis] = *unit;
         }
     }
