@@ -30,6 +30,11 @@ inline std::optional<std::int32_t> ToInternalUnits(double coordinate, double uni
     return static_cast<std::int32_t>(truncated + (fraction >= 0.5) - (fraction <= -0.5));
 }
 
+/// ToInternalUnits of `count` values at once, written to units[i]: true when every value fits,
+/// false (the units then unspecified) when ToInternalUnits refuses any.
+bool AllToInternalUnits(const float* values, std::size_t count, double unitsPerModelUnit,
+                        std::int32_t* units);
+
 /// Throws ImportFailure naming coordinate `axis` (0, 1, 2 for x, y, z) of input vertex
 /// `vertex`, whose `value` ToInternalUnits refuses.
 [[noreturn]] void ThrowCoordinateOutOfRange(std::size_t vertex, int axis, double value);

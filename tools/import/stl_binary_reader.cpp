@@ -78,6 +78,7 @@ class FacetBlocks {
         : m_in(in),
           m_unitsPerModelUnit(unitsPerModelUnit),
           m_records(new char[kBlockFacets * kFacetBytes]),
+          m_coordinates(9 * kBlockFacets),
           m_units(9 * kBlockFacets),
           m_corners(3 * kBlockFacets),
           // A closed surface has about half as many vertices as triangles.
@@ -101,24 +102,24 @@ class FacetBlocks {
     }
 
     void toUnits(std::size_t first, std::size_t count) {
-        for (std::size_t f = 0; f < count; ++f) {
-            const char* corner = m_records.get() + f * kFacetBytes + kFirstCornerOffset;
-            for (std::size_t c = 0; c < 9; ++c) {
-                const double value = littleEndianFloat(corner + 4 * c);
-                const std::optional<std::int32_t> unit =
-                    ToInternalUnits(value, m_unitsPerModelUnit);
-                if (!unit)
-                    ThrowCoordinateOutOfRange(3 * (first + f) + c / 3, static_cast<int>(c % 3),
-                                              value);
-                m_units[9 * f + c] = *unit;
-            }
-        }
+        for (std::size_t f = 0; f < count; ++f)
+            for (std::size_t c = 0; c < 9; ++c)
+                m_coordinates[9 * f + c] = littleEndianFloat(m_records.get() + f * kFacetBytes +
+                                                             kFirstCornerOffset + 4 * c);
+        if (AllToInternalUnits(m_coordinates.data(), 9 * count, m_unitsPerModelUnit,
+                               m_units.data()))
+            return;
+        for (std::size_t c = 0;; ++c)
+            if (!ToInternalUnits(m_coordinates[c], m_unitsPerModelUnit))
+                ThrowCoordinateOutOfRange(3 * first + c / 3, static_cast<int>(c % 3),
+                                          m_coordinates[c]);
     }
 
     std::ifstream& m_in;
     double m_unitsPerModelUnit;
     std::unique_ptr<char[]> m_records;
-    std::vector<std::int32_t> m_units;     // x, y, z of each corner of the block
+    std::vector<float> m_coordinates;      // x, y, z of each corner of the block, as in the file
+    std::vector<std::int32_t> m_units;     // the same in internal units
     std::vector<std::uint32_t> m_corners;  // the vertex numbers of those corners
     PositionNumbering m_numbering;
 };

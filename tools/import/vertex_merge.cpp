@@ -88,6 +88,9 @@ class PositionTable {
 
 // Each vertex's first slot is fetched this many vertices ahead: slots are reached in no order.
 constexpr std::size_t kLookAhead = 32;
+// The recent positions: 4096 of 16 bytes, a slot picked by hash bits the table uses last.
+constexpr std::size_t kRecentMask = 4095;
+constexpr int kRecentShift = 20;
 
 }  // namespace
 
@@ -95,41 +98,54 @@ class PositionNumbering::Table : public PositionTable {
     using PositionTable::PositionTable;
 };
 
-PositionNumbering::PositionNumbering(std::size_t expectedCount) {
-    m_positions.reserve(3 * expectedCount);
-    makeRoomFor(expectedCount);
+PositionNumbering::PositionNumbering(std::size_t expectedCount)
+    : m_recent(kRecentMask + 1, {0, 0, 0, -1}), m_tableRoom(16) {
+    while (m_tableRoom < expectedCount)
+        m_tableRoom *= 2;
+    m_positions.reserve(3 * m_tableRoom);
+    m_table = std::make_unique<Table>(m_tableRoom);
 }
 
 PositionNumbering::~PositionNumbering() = default;
 
-// A larger table is filled again from the positions: they are distinct, so no comparisons.
-void PositionNumbering::makeRoomFor(std::size_t count) {
-    if (count <= m_tableRoom && m_table)
-        return;
-    if (count > kMaxNumberedPositions)
+// A table of twice the room, filled again from the positions: they are distinct, so nothing is
+// compared.
+void PositionNumbering::grow() {
+    if (2 * m_tableRoom > kMaxNumberedPositions + 1)
         throw ImportFailure("more than " + std::to_string(kMaxNumberedPositions) +
                             " distinct vertices");
-    const std::size_t room = std::max({count, 2 * m_tableRoom, std::size_t{16}});
     m_table.reset();  // the old table goes before the new one is made: the peak stays lower
-    m_table = std::make_unique<Table>(room);
-    m_tableRoom = room;
-    for (std::size_t n = 0; n < Count(); ++n)
+    m_tableRoom *= 2;
+    m_table = std::make_unique<Table>(m_tableRoom);
+    for (std::size_t n = 0; n < m_count; ++n)
         m_table->Enter(static_cast<std::uint32_t>(n), positionHash(&m_positions[3 * n]));
 }
 
 void PositionNumbering::Number(const std::int32_t* units, std::size_t count,
                                std::uint32_t* numbers) {
-    makeRoomFor(Count() + count);
+    m_hashes.resize(count);
+    for (std::size_t i = 0; i < count; ++i)
+        m_hashes[i] = positionHash(units + 3 * i);
+    if (m_positions.size() < 3 * (m_count + count))
+        m_positions.resize(3 * (m_count + count));
     for (std::size_t i = 0; i < count; ++i) {
         if (i + kLookAhead < count)
-            m_table->Prefetch(positionHash(units + 3 * (i + kLookAhead)));
+            m_table->Prefetch(m_hashes[i + kLookAhead]);
+        if (m_count == m_tableRoom)
+            grow();
         const std::int32_t* position = units + 3 * i;
-        // The position goes in as the next number; it stays only when the table had none equal.
-        const auto next = static_cast<std::uint32_t>(Count());
-        m_positions.insert(m_positions.end(), position, position + 3);
-        numbers[i] = m_table->FirstAt(m_positions.data(), next, positionHash(position));
-        if (numbers[i] != next)
-            m_positions.resize(3 * next);
+        std::array<std::int32_t, 4>& recent = m_recent[(m_hashes[i] >> kRecentShift) & kRecentMask];
+        if (recent[0] == position[0] && recent[1] == position[1] && recent[2] == position[2] &&
+            recent[3] >= 0) {
+            numbers[i] = static_cast<std::uint32_t>(recent[3]);
+            continue;
+        }
+        // The position goes in as the next number and stays only when the table had none equal.
+        std::copy_n(position, 3, &m_positions[3 * m_count]);
+        const auto next = static_cast<std::uint32_t>(m_count);
+        numbers[i] = m_table->FirstAt(m_positions.data(), next, m_hashes[i]);
+        m_count += numbers[i] == next;
+        recent = {position[0], position[1], position[2], static_cast<std::int32_t>(numbers[i])};
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -29,15 +30,20 @@ class PositionNumbering {
     /// at units[3i], [3i + 1], [3i + 2]). Throws ImportFailure when the distinct positions would
     /// exceed 2^31 - 1.
     void Number(const std::int32_t* units, std::size_t count, std::uint32_t* numbers);
-    std::size_t Count() const { return m_positions.size() / 3; }
+    std::size_t Count() const { return m_count; }
     /// x, y, z of the position numbered n at 3n, 3n + 1, 3n + 2.
     const std::int32_t* Positions() const { return m_positions.data(); }
 
   private:
     class Table;
-    void makeRoomFor(std::size_t count);
+    void grow();
 
-    std::vector<std::int32_t> m_positions;
+    std::vector<std::int32_t> m_positions;  // the numbered positions, then room for a block
+    std::size_t m_count = 0;
+    std::vector<std::uint64_t> m_hashes;  // of the positions being numbered
+    // Recently numbered positions by hash, x, y, z and number each: in a file whose faces
+    // follow one another over the surface, most corners were seen a few faces before.
+    std::vector<std::array<std::int32_t, 4>> m_recent;
     std::unique_ptr<Table> m_table;
     std::size_t m_tableRoom = 0;  // positions the table takes before it must grow
 };
