@@ -88,6 +88,8 @@ class PositionTable {
 
 // Each vertex's first slot is fetched this many vertices ahead: slots are reached in no order.
 constexpr std::size_t kLookAhead = 32;
+// Most corners are found among the recent positions: the table is fetched further ahead.
+constexpr std::size_t kCornerLookAhead = 96;
 // The recent positions: 4096 of 16 bytes, a slot picked by hash bits the table uses last.
 constexpr std::size_t kRecentMask = 4095;
 constexpr int kRecentShift = 20;
@@ -129,8 +131,8 @@ void PositionNumbering::Number(const std::int32_t* units, std::size_t count,
     if (m_positions.size() < 3 * (m_count + count))
         m_positions.resize(3 * (m_count + count));
     for (std::size_t i = 0; i < count; ++i) {
-        if (i + kLookAhead < count)
-            m_table->Prefetch(m_hashes[i + kLookAhead]);
+        if (i + kCornerLookAhead < count)
+            m_table->Prefetch(m_hashes[i + kCornerLookAhead]);
         if (m_count == m_tableRoom)
             grow();
         const std::int32_t* position = units + 3 * i;
