@@ -148,65 +148,65 @@ TEST_F(MeshImportTest, ObjGroupsBecomeSurfacesAndFacesKeepFileOrder) {
 /// One mesh of 60 vertices and 90 faces in many PLY layouts: vertex records with properties
 /// around x, y, z (halves, exact in float, many repeated), faces of 3 to 2 + cornerChoices
 /// corners. The ascii file is read value by value: the oracle of the binary layouts.
-class PlyLayouts {
-  public:
+struct PlyLayouts {
     struct Layout {
-        const char *coordinate, *count, *index;  // property types: x, y, z; list count; items
-        bool extraFaceProperty, bigEndian;
+        std::string coordinate, count, index;  // property types: x, y, z; list count; items
+        bool flags = false;                    // a face property after the list
+        std::string format = "binary_little_endian";
     };
 
     explicit PlyLayouts(unsigned cornerChoices = 3) {
         std::mt19937 random(3);
-        for (int c = 0; c < 180; ++c)
-            m_coordinates.push_back(static_cast<double>(random() % 9) / 2.0);
-        for (auto& face : m_faces) {
+        for (double& c : coordinates)
+            c = static_cast<double>(random() % 9) / 2.0;
+        for (auto& face : faces) {
             face.resize(3 + random() % cornerChoices);
             for (std::int32_t& index : face)
                 index = static_cast<std::int32_t>(random() % 60);
         }
     }
 
-    std::string Ascii() const {
-        std::string text = header("ascii", {"float", "uchar", "int", false, false});
-        for (std::size_t v = 0; v < 60; ++v)
-            text += "7 " + std::to_string(m_coordinates[3 * v]) + " " +
-                    std::to_string(m_coordinates[3 * v + 1]) + " 0.5 " +
-                    std::to_string(m_coordinates[3 * v + 2]) + "\n";
-        for (const auto& face : m_faces) {
-            text += std::to_string(face.size());
-            for (std::int32_t index : face)
-                text += " " + std::to_string(index);
-            text += "\n";
-        }
-        return text;
-    }
-
-    std::string Binary(const Layout& l) const {
-        std::string bytes = header(l.bigEndian ? "binary_big_endian" : "binary_little_endian", l);
-        const auto coordinate = [&](double value) {
-            std::string(l.coordinate) == "double"
-                ? append<double>(bytes, value, l.bigEndian)
-                : append<float>(bytes, static_cast<float>(value), l.bigEndian);
+    std::string File(const Layout& l) const {
+        const bool ascii = l.format == "ascii", big = l.format == "binary_big_endian";
+        const std::string& c = l.coordinate;
+        std::string bytes =
+            "ply\nformat " + l.format + " 1.0\nelement vertex 60\nproperty uchar red\nproperty " +
+            c + " x\nproperty " + c + " y\nproperty float confidence\nproperty " + c +
+            " z\nelement face 90\nproperty list " + l.count + " " + l.index + " vertex_indices\n" +
+            (l.flags ? "property uchar flags\n" : "") + "end_header\n";
+        const auto put = [&](const std::string& type, double value) {
+            const bool real = type == "float" || type == "double";
+            if (ascii)
+                bytes +=
+                    (real ? std::to_string(value) : std::to_string(static_cast<long long>(value))) +
+                    " ";
+            else if (type == "double")
+                append<double>(bytes, value, big);
+            else if (type == "float")
+                append<float>(bytes, static_cast<float>(value), big);
+            else if (type == "uchar")
+                append<std::uint8_t>(bytes, static_cast<std::uint8_t>(value));
+            else if (type == "ushort")
+                append<std::uint16_t>(bytes, static_cast<std::uint16_t>(value), big);
+            else
+                append<std::int32_t>(bytes, static_cast<std::int32_t>(value), big);
         };
         for (std::size_t v = 0; v < 60; ++v) {
-            append<std::uint8_t>(bytes, 7);
-            coordinate(m_coordinates[3 * v]);
-            coordinate(m_coordinates[3 * v + 1]);
-            append<float>(bytes, 0.5f, l.bigEndian);
-            coordinate(m_coordinates[3 * v + 2]);
+            for (const auto& [type, value] : {std::pair(std::string("uchar"), 7.0),
+                                              {c, coordinates[3 * v]},
+                                              {c, coordinates[3 * v + 1]},
+                                              {"float", 0.5},
+                                              {c, coordinates[3 * v + 2]}})
+                put(type, value);
+            bytes += ascii ? "\n" : "";
         }
-        for (const auto& face : m_faces) {
-            const std::string count = l.count;
-            if (count == "uchar")
-                append<std::uint8_t>(bytes, static_cast<std::uint8_t>(face.size()));
-            else if (count == "ushort")
-                append<std::uint16_t>(bytes, static_cast<std::uint16_t>(face.size()), l.bigEndian);
-            else
-                append<std::int32_t>(bytes, static_cast<std::int32_t>(face.size()), l.bigEndian);
+        for (const auto& face : faces) {
+            put(l.count, static_cast<double>(face.size()));
             for (std::int32_t index : face)
-                append<std::int32_t>(bytes, index, l.bigEndian);
-            if (l.extraFaceProperty)
-                append<std::uint8_t>(bytes, 1);
+                put(l.index, index);
+            if (l.flags)
+                put("uchar", 1);
+            bytes += ascii ? "\n" : "";
         }
         return bytes;
     }
@@ -216,12 +216,12 @@ class PlyLayouts {
     std::vector<Corner> TriangleContents(double unitsPerModelUnit) const {
         std::map<Corner, int> numbers;
         std::vector<Corner> points, corners;
-        for (const auto& face : m_faces)
+        for (const auto& face : faces)
             for (const std::int32_t index : face) {
                 Corner position;
                 for (int axis = 0; axis < 3; ++axis)
                     position[axis] = static_cast<int>(
-                        std::lround(m_coordinates[3 * index + axis] * unitsPerModelUnit));
+                        std::lround(coordinates[3 * index + axis] * unitsPerModelUnit));
                 const auto [it, isNew] =
                     numbers.try_emplace(position, static_cast<int>(points.size()));
                 if (isNew)
@@ -232,45 +232,38 @@ class PlyLayouts {
         return points;
     }
 
-  private:
-    static std::string header(const std::string& format, const Layout& l) {
-        const std::string c = l.coordinate;
-        return "ply\nformat " + format + " 1.0\nelement vertex 60\nproperty uchar red\nproperty " +
-               c + " x\nproperty " + c + " y\nproperty float confidence\nproperty " + c +
-               " z\nelement face 90\nproperty list " + l.count + " " + l.index +
-               " vertex_indices\n" + (l.extraFaceProperty ? "property uchar flags\n" : "") +
-               "end_header\n";
-    }
-
-    std::vector<double> m_coordinates;
-    std::vector<std::vector<std::int32_t>> m_faces{90};
+    std::array<double, 180> coordinates;
+    std::vector<std::vector<std::int32_t>> faces{90};
 };
 
 TEST_F(MeshImportTest, BinaryPlyLayoutsGiveTheMeshOfTheAsciiReader) {
     // Triangle files: an ordered map of first uses is also the oracle of the ascii one, and the
     // little-endian ones without a face property are the ones read in place.
-    const PlyLayouts::Layout layouts[] = {
-        {"float", "uchar", "int", false, false},  {"double", "uchar", "uint", false, false},
-        {"float", "int", "uint", false, false},   {"double", "uint", "int", false, false},
-        {"float", "ushort", "int", false, false}, {"double", "uchar", "int", false, true},
-        {"float", "uint", "int", false, true},    {"float", "uchar", "int", true, false}};
+    const std::string big = "binary_big_endian";
+    const PlyLayouts::Layout layouts[] = {{"float", "uchar", "int"},
+                                          {"double", "uchar", "uint"},
+                                          {"float", "int", "uint"},
+                                          {"double", "uint", "int"},
+                                          {"float", "ushort", "int"},
+                                          {"double", "uchar", "int", false, big},
+                                          {"float", "uint", "int", false, big},
+                                          {"float", "uchar", "int", true}};
     for (const unsigned cornerChoices : {3u, 1u}) {
         const PlyLayouts file(cornerChoices);
         const bool triangles = cornerChoices == 1;
-        const std::vector<Corner> ascii = Contents(*ImportMesh(write("a.ply", file.Ascii()), 2.0));
+        const std::vector<Corner> ascii = Contents(
+            *ImportMesh(write("a.ply", file.File({"float", "uchar", "int", false, "ascii"})), 2.0));
         if (triangles) {
             EXPECT_EQ(ascii, file.TriangleContents(2.0));
         }
         for (const PlyLayouts::Layout& l : layouts) {
-            SCOPED_TRACE(std::string(l.coordinate) + " " + l.count + " " + l.index +
-                         (l.extraFaceProperty ? " flags" : "") + (l.bigEndian ? " big" : "") +
-                         (triangles ? " triangles" : ""));
-            const std::string bytes = file.Binary(l);
+            SCOPED_TRACE(l.coordinate + " " + l.count + " " + l.index +
+                         (l.flags ? " flags " : " ") + l.format + (triangles ? " triangles" : ""));
+            const std::string bytes = file.File(l);
             const auto mesh = ImportMesh(write("b.ply", bytes), 2.0);
             EXPECT_EQ(Contents(*mesh), ascii);
             EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
-            const bool inPlace = triangles && !l.bigEndian && !l.extraFaceProperty &&
-                                 std::string(l.count) != "ushort";
+            const bool inPlace = triangles && l.format != big && !l.flags && l.count != "ushort";
             const auto header = velpick::detail::ReadPlyHeader(bytes);
             EXPECT_EQ(velpick::detail::BuildPlyTriangleMesh(header, bytes, 2.0) != nullptr,
                       inPlace);
@@ -282,62 +275,38 @@ TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
     // A little-endian file is read in place until a fault; a big-endian one value by value
     // throughout. Both must end alike: the same message, or the same mesh. The polygon file
     // takes the general reader's in-place path, the triangle file the fast path.
-    const PlyLayouts polygons, file(1);
-    constexpr std::size_t kVertexBytes = 17, kFaceBytes = 13;  // float layout, uchar counts
-    using Spoil = std::function<void(std::string&, std::size_t body, bool bigEndian)>;
-    const auto put = [](std::string& bytes, std::size_t at, auto value, bool bigEndian) {
-        std::string raw;
-        append(raw, value, bigEndian);
-        bytes.replace(at, raw.size(), raw);
-    };
-    const auto corner = [&](std::size_t face, std::size_t k) {
-        return 60 * kVertexBytes + face * kFaceBytes + 1 + 4 * k;
-    };
+    // A spoil changes the mesh before it is written (bytes null) or the bytes after.
+    using Spoil = std::function<void(PlyLayouts&, std::string * bytes)>;
     const std::pair<const char*, Spoil> spoils[] = {
-        {"truncated", [](std::string& b, std::size_t, bool) { b.resize(b.size() - 2); }},
-        {"bytes follow", [](std::string& b, std::size_t, bool) { b.push_back('\0'); }},
-        {"face 7 uses vertex 60",
-         [&](std::string& b, std::size_t at, bool be) { put(b, at + corner(7, 2), 60, be); }},
-        {"face 89: vertex index -1",
-         [&](std::string& b, std::size_t at, bool be) { put(b, at + corner(89, 0), -1, be); }},
-        {"vertex 59: coordinate z",
-         [&](std::string& b, std::size_t at, bool be) {
-             put(b, at + 59 * kVertexBytes + 13, std::numeric_limits<float>::quiet_NaN(), be);
-         }},
-        {"vertex 3: coordinate x", [&](std::string& b, std::size_t at,
-                                       bool be) { put(b, at + 3 * kVertexBytes + 1, 3e6f, be); }},
-        // Face 40 becomes a quad: a valid file, but not all triangles.
-        {"surfaces 1",
-         [&](std::string& b, std::size_t at, bool) {
-             b[at + 60 * kVertexBytes + 40 * kFaceBytes] = 4;
-             b.insert(at + corner(40, 3), 4, '\0');
-         }},
-        {"face 0 has 2 vertices",
-         [&](std::string& b, std::size_t at, bool) {
-             b[at + 60 * kVertexBytes] = 2;
-             b.erase(at + corner(0, 2), 4);
-         }},
+        {"truncated", [](PlyLayouts&, std::string* b) { b ? b->resize(b->size() - 2) : void(); }},
+        {"bytes follow", [](PlyLayouts&, std::string* b) { b ? b->push_back('\0') : void(); }},
+        {"face 7 uses vertex 60", [](PlyLayouts& p, std::string*) { p.faces[7][2] = 60; }},
+        {"face 89: vertex index -1", [](PlyLayouts& p, std::string*) { p.faces[89][0] = -1; }},
+        {"vertex 59: coordinate z", [](PlyLayouts& p, std::string*) { p.coordinates[179] = NAN; }},
+        {"vertex 3: coordinate x", [](PlyLayouts& p, std::string*) { p.coordinates[9] = 3e6; }},
+        // A quad: a valid file, but not all triangles.
+        {"surfaces 1", [](PlyLayouts& p, std::string*) { p.faces[40].push_back(0); }},
+        {"face 0 has 2 vertices", [](PlyLayouts& p, std::string*) { p.faces[0].pop_back(); }},
+        // The last 195 bytes (15 triangles, the last polygon faces) turned to all ones.
+        {"error", [](PlyLayouts&,
+                     std::string* b) { b ? std::fill(b->end() - 195, b->end(), '\xff') : void(); }},
     };
-    const auto outcome = [&](const PlyLayouts& ply, bool bigEndian, const Spoil& spoil) {
-        std::string bytes = ply.Binary({"float", "uchar", "int", false, bigEndian});
-        spoil(bytes, bytes.find("end_header\n") + 11, bigEndian);
+    const auto outcome = [&](unsigned cornerChoices, const std::string& format,
+                             const Spoil& spoil) {
+        PlyLayouts ply(cornerChoices);
+        spoil(ply, nullptr);
+        std::string bytes = ply.File({"float", "uchar", "int", false, format});
+        spoil(ply, &bytes);
         const fs::path path = write("f.ply", bytes);
         return Outcome([&] { return ImportMesh(path, 1000.0); });
     };
-    for (const auto& [fragment, spoil] : spoils) {
-        SCOPED_TRACE(fragment);
-        const std::string little = outcome(file, false, spoil);
-        EXPECT_EQ(little, outcome(file, true, spoil));
-        EXPECT_NE(little.find(fragment), std::string::npos) << little;
-    }
-    // The last polygon faces (over 1000 bytes in all) turned to all ones.
-    const Spoil ones = [](std::string& b, std::size_t, bool) {
-        std::fill(b.end() - 200, b.end(), '\xff');
-    };
-    for (const Spoil& spoil : {spoils[0].second, spoils[1].second, ones}) {
-        const std::string little = outcome(polygons, false, spoil);
-        EXPECT_EQ(little, outcome(polygons, true, spoil));
-        EXPECT_EQ(little.rfind("error", 0), 0u) << little;
+    for (const unsigned cornerChoices : {1u, 3u}) {
+        for (const auto& [fragment, spoil] : spoils) {
+            SCOPED_TRACE(fragment);
+            const std::string little = outcome(cornerChoices, "binary_little_endian", spoil);
+            EXPECT_EQ(little, outcome(cornerChoices, "binary_big_endian", spoil));
+            EXPECT_NE(little.find(fragment), std::string::npos) << little;
+        }
     }
 }
 
