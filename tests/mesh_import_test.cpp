@@ -19,6 +19,7 @@
 #include <map>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -266,7 +267,9 @@ TEST_F(MeshImportTest, BinaryPlyLayoutsGiveTheMeshOfTheAsciiReader) {
             EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
             const bool inPlace = triangles && l.format != big && !l.flags && l.count != "ushort";
             const auto header = velpick::detail::ReadPlyHeader(bytes);
-            EXPECT_EQ(velpick::detail::BuildPlyTriangleMesh(header, bytes, 2.0) != nullptr,
+            std::istringstream body(bytes.substr(header.bodyOffset));
+            EXPECT_EQ(velpick::detail::BuildPlyTriangleMesh(
+                          header, body, bytes.size() - header.bodyOffset, 2.0) != nullptr,
                       inPlace);
         }
     }
@@ -431,13 +434,27 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
     // noisy torus in face order, random soups of few positions (repeated and degenerate facets,
     // some -0) over several blocks, a soup of distinct positions that outgrows the position
     // table many times, files whose comment begins with "solid", and a coordinate out of range.
-    const scene::IndexedMesh torus = scene::NoisyTorus(30, 40, 60000.0, 25000.0, 0.04);
+    // The torus is also the oracle of the streamed PLY reader, over several batches of faces.
+    const scene::IndexedMesh torus = scene::NoisyTorus(70, 60, 60000.0, 25000.0, 0.04);
     std::vector<Facet> torusFacets;
+    std::string ply =
+        "ply\nformat binary_little_endian 1.0\nelement vertex 4200\nproperty float x\n"
+        "property float y\nproperty float z\nelement face 8400\n"
+        "property list uchar int vertex_indices\nend_header\n";
+    for (const auto& vertex : torus.vertices)
+        for (const std::int32_t c : vertex)
+            append<float>(ply, static_cast<float>(c / 1000.0));
     for (const auto& face : torus.faces) {
         Facet& facet = torusFacets.emplace_back();
         for (int k = 0; k < 9; ++k)
             facet[k] = static_cast<float>(torus.vertices[face[k / 3]][k % 3] / 1000.0);
+        append<std::uint8_t>(ply, 3);
+        for (const std::uint32_t index : face)
+            append<std::uint32_t>(ply, index);
     }
+    const fs::path plyPath = write("t.ply", ply), stlPath = write("t.stl", binaryStl(torusFacets));
+    EXPECT_EQ(Outcome([&] { return ImportMesh(plyPath, 3.0); }),
+              Outcome([&] { return ImportMesh(stlPath, 3.0); }));
     std::mt19937 random(23);
     const auto soup = [&](std::size_t facets, std::uint32_t spread) {
         std::vector<Facet> soup(facets);

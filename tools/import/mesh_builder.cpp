@@ -89,12 +89,13 @@ std::uint32_t FirstUseNumbering::NumberFirstUse(std::uint32_t v, std::uint32_t f
     return number;
 }
 
-void FirstUseNumbering::AddVertices(const std::int32_t* units, MStlBase& mesh) const {
+void FirstUseNumbering::AddVertices(const std::int32_t* units, MStlBase& mesh,
+                                    std::size_t first) const {
     std::int32_t xyz[3 * kBuildBatch];
-    for (std::size_t first = 0; first < m_numbered; first += kBuildBatch) {
-        const std::size_t count = std::min(kBuildBatch, m_numbered - first);
+    for (std::size_t batch = first; batch < m_numbered; batch += kBuildBatch) {
+        const std::size_t count = std::min(kBuildBatch, m_numbered - batch);
         for (std::size_t k = 0; k < count; ++k)
-            std::copy_n(units + 3 * std::size_t{m_firstUses[first + k]}, 3, xyz + 3 * k);
+            std::copy_n(units + 3 * std::size_t{m_firstUses[batch + k]}, 3, xyz + 3 * k);
         mesh.AddDistinctPoints(xyz, count);
     }
 }

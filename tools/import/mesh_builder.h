@@ -100,8 +100,8 @@ class FirstUseNumbering {
     std::size_t PositionCount() const { return m_positionCount; }
     /// The lowest input vertex at the position of the vertex numbered `number`.
     std::uint32_t InputVertexOf(std::size_t number) const { return m_firstUses[number]; }
-    /// Adds the numbered vertices to `mesh`, in number order, from `units`.
-    void AddVertices(const std::int32_t* units, MStlBase& mesh) const;
+    /// Adds the vertices numbered from `first` on to `mesh`, in number order, from `units`.
+    void AddVertices(const std::int32_t* units, MStlBase& mesh, std::size_t first = 0) const;
 
   private:
     // Input vertex numbers are below 2^31, so the top bit is free for the mark. Until an input

@@ -55,13 +55,38 @@ std::string lowerCaseExtension(const std::filesystem::path& file) {
     return extension;
 }
 
-// Triangle files in the common binary layout are built where they lie; everything else, and
-// every faulty file, goes through the general reader.
+// The bytes read for a PLY header before the file is read whole: headers are far shorter.
+constexpr std::size_t kPlyHeaderPrefixBytes = 65536;
+
+// The mesh of a triangle file in the common binary layout, streamed from the file; null when
+// the file has another layout or any fault.
+std::unique_ptr<MStlBase> importPlyTriangles(const std::filesystem::path& file,
+                                             double unitsPerModelUnit) {
+    std::ifstream in = detail::OpenForReading(file);
+    std::string head(kPlyHeaderPrefixBytes, '\0');
+    in.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<std::size_t>(in.gcount()));
+    std::error_code error;
+    const std::uint64_t size = std::filesystem::file_size(file, error);
+    detail::PlyHeader header;
+    try {
+        header = detail::ReadPlyHeader(head);
+    } catch (const ImportFailure&) {
+        return nullptr;  // a header longer than the prefix, or a faulty one: read whole
+    }
+    if (error)
+        return nullptr;
+    in.clear();
+    in.seekg(static_cast<std::streamoff>(header.bodyOffset));
+    return detail::BuildPlyTriangleMesh(header, in, size - header.bodyOffset, unitsPerModelUnit);
+}
+
+// Every other file, and every faulty one, is read whole by the general reader.
 std::unique_ptr<MStlBase> importPly(const std::filesystem::path& file, double unitsPerModelUnit) {
+    if (auto mesh = importPlyTriangles(file, unitsPerModelUnit))
+        return mesh;
     const FileBytes bytes(file);
     const detail::PlyHeader header = detail::ReadPlyHeader(bytes.View());
-    if (auto mesh = detail::BuildPlyTriangleMesh(header, bytes.View(), unitsPerModelUnit))
-        return mesh;
     return detail::BuildMesh(detail::ReadPlyBody(header, bytes.View()), unitsPerModelUnit);
 }
 
