@@ -31,8 +31,6 @@ namespace fs = std::filesystem;
 using velpick::ImportMesh;
 using velpick::MeshImportError;
 using velpick::detail::AllToInternalUnits;
-using Corner = std::array<int, 3>;
-using Triangle = std::array<Corner, 3>;
 using Facet = std::array<float, 9>;
 
 template <class T>
@@ -56,35 +54,29 @@ std::string binaryStl(const std::vector<Facet>& facets, const std::string& comme
     return bytes;
 }
 
-// Every vertex and triangle of the mesh, as coordinates in storage order then vertex numbers.
-std::vector<Corner> Contents(const MStlBase& mesh) {
-    std::vector<Corner> contents;
-    for (std::size_t i = 0; i < mesh.GetNumberOfPoints(); ++i) {
-        const MStlPoint& p = mesh.GetPoint(i);
-        contents.push_back({p[0], p[1], p[2]});
-    }
-    for (std::size_t t = 0; t < mesh.GetNumberOfTriangles(); ++t)
-        for (std::size_t k = 0; k < 3; ++k)
-            contents.push_back({static_cast<int>(mesh.GetTriangle(t).GetPointIndex(k)), -1, -1});
-    return contents;
-}
-
-// What a reader makes of a file: its mesh's contents and surface count, or its error message
-// less the file name.
-std::string Outcome(const std::function<std::unique_ptr<MStlBase>()>& read) {
+// What a reader makes of a file: "surfaces N | x,y,z of each vertex | the vertices of each
+// triangle", or "error: <reason>" without the file's name.
+std::string Outcome(const fs::path& file, const std::function<std::unique_ptr<MStlBase>()>& read) {
+    std::ostringstream text;
     try {
         const auto mesh = read();
-        std::string text = "surfaces " + std::to_string(mesh->GetTopSurfaces().size());
-        for (const Corner& c : Contents(*mesh))
-            text += " " + std::to_string(c[0]) + "," + std::to_string(c[1]) + "," +
-                    std::to_string(c[2]);
-        return text;
-    } catch (const MeshImportError& error) {
-        const std::string message = error.what();
-        return "error" + message.substr(message.find(": "));
-    } catch (const velpick::detail::ImportFailure& failure) {
-        return std::string("error: ") + failure.what();
+        text << "surfaces " << mesh->GetTopSurfaces().size() << " |";
+        for (std::size_t i = 0; i < mesh->GetNumberOfPoints(); ++i)
+            text << ' ' << mesh->GetPoint(i)[0] << ',' << mesh->GetPoint(i)[1] << ','
+                 << mesh->GetPoint(i)[2];
+        text << " |";
+        for (std::size_t t = 0; t < mesh->GetNumberOfTriangles(); ++t)
+            for (std::size_t k = 0; k < 3; ++k)
+                text << ' ' << mesh->GetTriangle(t).GetPointIndex(k);
+    } catch (const std::exception& error) {
+        const std::string message = error.what(), prefix = file.string() + ": ";
+        text << "error: " << message.substr(message.rfind(prefix, 0) == 0 ? prefix.size() : 0);
     }
+    return text.str();
+}
+
+std::string Imported(const fs::path& file, double unitsPerModelUnit) {
+    return Outcome(file, [&] { return ImportMesh(file, unitsPerModelUnit); });
 }
 
 class MeshImportTest : public ::testing::Test {
@@ -103,15 +95,6 @@ class MeshImportTest : public ::testing::Test {
         return path;
     }
 
-    static void expectTriangles(const MStlBase& mesh, const std::vector<Triangle>& expected) {
-        ASSERT_EQ(mesh.GetNumberOfTriangles(), expected.size());
-        for (std::size_t i = 0; i < expected.size(); ++i)
-            for (std::size_t k = 0; k < 3; ++k) {
-                const MStlPoint& p = *mesh.GetTriangle(i).GetPoint(k);
-                EXPECT_EQ((Corner{p[0], p[1], p[2]}), expected[i][k]) << "triangle " << i;
-            }
-    }
-
     // The import fails with "<file>: ..." and the reason mentions `fragment`.
     void expectFailure(const fs::path& file, const std::string& fragment) {
         try {
@@ -127,18 +110,16 @@ class MeshImportTest : public ::testing::Test {
     fs::path m_dir;
 };
 
-const Corner o{0, 0, 0}, x{1, 0, 0}, xy{1, 1, 0}, y{0, 1, 0}, z{0, 0, 1};
-
 TEST_F(MeshImportTest, ObjGroupsBecomeSurfacesAndFacesKeepFileOrder) {
     write("m.mtl", "newmtl red\nKd 1 0 0\nnewmtl blue\nKd 0 0 1\n");
-    const auto mesh = ImportMesh(write("groups.obj",
-                                       "mtllib m.mtl\nv 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\n"
-                                       "g a\nusemtl red\nf 1 2 3 4\nusemtl blue\nf 1 2 5\n"
-                                       "g b\nf 2/1 3/1 5/1\ng a\nusemtl red\nf -5 -1 -2\n"),
-                                 1.0);
+    const fs::path file = write("groups.obj",
+                                "mtllib m.mtl\nv 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\n"
+                                "g a\nusemtl red\nf 1 2 3 4\nusemtl blue\nf 1 2 5\n"
+                                "g b\nf 2/1 3/1 5/1\ng a\nusemtl red\nf -5 -1 -2\n");
     // The quad is fanned in place into triangles 0 and 1.
-    expectTriangles(*mesh, {{o, x, xy}, {o, xy, y}, {o, x, z}, {x, xy, z}, {o, z, y}});
-    ASSERT_EQ(mesh->GetTopSurfaces().size(), 2u);
+    EXPECT_EQ(Imported(file, 1.0),
+              "surfaces 2 | 0,0,0 1,0,0 1,1,0 0,1,0 0,0,1 | 0 1 2 0 2 3 0 1 4 1 2 4 0 4 3");
+    const auto mesh = ImportMesh(file, 1.0);
     const MStlSurface* a = mesh->GetTopSurfaces()[0].get();
     const MStlSurface* b = mesh->GetTopSurfaces()[1].get();
     const std::vector<const MStlSurface*> expected = {a, a, a, b, a};
@@ -213,25 +194,23 @@ struct PlyLayouts {
         return bytes;
     }
 
-    // The mesh of a triangle file worked out independently: positions in internal units
-    // numbered in order of first use, corners 0, 1, 2 of each face in turn, as Contents has it.
-    std::vector<Corner> TriangleContents(double unitsPerModelUnit) const {
-        std::map<Corner, int> numbers;
-        std::vector<Corner> points, corners;
+    // The mesh of a triangle file worked out independently, as Outcome gives it: positions in
+    // internal units numbered in order of first use, corners 0, 1, 2 of each face in turn.
+    std::string TriangleOutcome(double unitsPerModelUnit) const {
+        std::map<std::array<long, 3>, int> numbers;
+        std::string points, corners;
         for (const auto& face : faces)
             for (const std::int32_t index : face) {
-                Corner position;
+                std::array<long, 3> p;
                 for (int axis = 0; axis < 3; ++axis)
-                    position[axis] = static_cast<int>(
-                        std::lround(coordinates[3 * index + axis] * unitsPerModelUnit));
-                const auto [it, isNew] =
-                    numbers.try_emplace(position, static_cast<int>(points.size()));
+                    p[axis] = std::lround(coordinates[3 * index + axis] * unitsPerModelUnit);
+                const auto [it, isNew] = numbers.try_emplace(p, static_cast<int>(numbers.size()));
                 if (isNew)
-                    points.push_back(position);
-                corners.push_back({it->second, -1, -1});
+                    points += " " + std::to_string(p[0]) + "," + std::to_string(p[1]) + "," +
+                              std::to_string(p[2]);
+                corners += " " + std::to_string(it->second);
             }
-        points.insert(points.end(), corners.begin(), corners.end());
-        return points;
+        return "surfaces 1 |" + points + " |" + corners;
     }
 
     std::array<double, 180> coordinates;
@@ -253,18 +232,16 @@ TEST_F(MeshImportTest, BinaryPlyLayoutsGiveTheMeshOfTheAsciiReader) {
     for (const unsigned cornerChoices : {3u, 1u}) {
         const PlyLayouts file(cornerChoices);
         const bool triangles = cornerChoices == 1;
-        const std::vector<Corner> ascii = Contents(
-            *ImportMesh(write("a.ply", file.File({"float", "uchar", "int", false, "ascii"})), 2.0));
+        const std::string ascii =
+            Imported(write("a.ply", file.File({"float", "uchar", "int", false, "ascii"})), 2.0);
         if (triangles) {
-            EXPECT_EQ(ascii, file.TriangleContents(2.0));
+            EXPECT_EQ(ascii, file.TriangleOutcome(2.0));
         }
         for (const PlyLayouts::Layout& l : layouts) {
             SCOPED_TRACE(l.coordinate + " " + l.count + " " + l.index +
                          (l.flags ? " flags " : " ") + l.format + (triangles ? " triangles" : ""));
             const std::string bytes = file.File(l);
-            const auto mesh = ImportMesh(write("b.ply", bytes), 2.0);
-            EXPECT_EQ(Contents(*mesh), ascii);
-            EXPECT_EQ(mesh->GetTopSurfaces().size(), 1u);
+            EXPECT_EQ(Imported(write("b.ply", bytes), 2.0), ascii);
             const bool inPlace = triangles && l.format != big && !l.flags && l.count != "ushort";
             const auto header = velpick::detail::ReadPlyHeader(bytes);
             std::istringstream body(bytes.substr(header.bodyOffset));
@@ -301,8 +278,7 @@ TEST_F(MeshImportTest, FaultyTriangleFilesFailAsTheValueByValueReaderSays) {
         spoil(ply, nullptr);
         std::string bytes = ply.File({"float", "uchar", "int", false, format});
         spoil(ply, &bytes);
-        const fs::path path = write("f.ply", bytes);
-        return Outcome([&] { return ImportMesh(path, 1000.0); });
+        return Imported(write("f.ply", bytes), 1000.0);
     };
     for (const unsigned cornerChoices : {1u, 3u}) {
         for (const auto& [fragment, spoil] : spoils) {
@@ -335,9 +311,10 @@ TEST(VertexMergeTest, FirstOfEqualVerticesAndStreamedNumbersMatchAnOrderedMap) {
                 block = std::min<std::size_t>(count - v, random() % 5000);
                 streamed.Number(&units[3 * v], block, &numbers[v]);
             }
-            std::map<Corner, std::uint32_t> seen, numberOf;
+            std::map<std::array<std::int32_t, 3>, std::uint32_t> seen, numberOf;
             for (std::size_t v = 0; v < count; ++v) {
-                const Corner position{units[3 * v], units[3 * v + 1], units[3 * v + 2]};
+                const std::array<std::int32_t, 3> position{units[3 * v], units[3 * v + 1],
+                                                           units[3 * v + 2]};
                 const auto number = static_cast<std::uint32_t>(numberOf.size());
                 ASSERT_EQ(first[v], seen.try_emplace(position, v).first->second) << v;
                 ASSERT_EQ(numbers[v], numberOf.try_emplace(position, number).first->second) << v;
@@ -417,16 +394,10 @@ TEST_F(MeshImportTest, VerticesAreNumberedInOrderOfFirstUseByEveryFormat) {
          "vertex 1 1 0\nendloop\nendfacet\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\n"
          "vertex 1 1 0\nvertex 0 1 0\nendloop\nendfacet\nendsolid t\n"},
     };
-    for (const auto& [name, bytes] : files) {
-        const auto mesh = ImportMesh(write(name, bytes), 1.0);
-        expectTriangles(*mesh, {{z, x, o}, {o, x, xy}, {o, xy, y}});
-        const Corner expected[] = {z, x, o, xy, y};
-        ASSERT_EQ(mesh->GetNumberOfPoints(), 5u) << name;
-        for (std::size_t i = 0; i < 5; ++i) {
-            const MStlPoint& p = mesh->GetPoint(i);
-            EXPECT_EQ((Corner{p[0], p[1], p[2]}), expected[i]) << name << ", vertex " << i;
-        }
-    }
+    for (const auto& [name, bytes] : files)
+        EXPECT_EQ(Imported(write(name, bytes), 1.0),
+                  "surfaces 1 | 0,0,1 1,0,0 0,0,0 1,1,0 0,1,0 | 0 1 2 2 1 3 2 3 4")
+            << name;
 }
 
 TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
@@ -453,8 +424,7 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
             append<std::uint32_t>(ply, index);
     }
     const fs::path plyPath = write("t.ply", ply), stlPath = write("t.stl", binaryStl(torusFacets));
-    EXPECT_EQ(Outcome([&] { return ImportMesh(plyPath, 3.0); }),
-              Outcome([&] { return ImportMesh(stlPath, 3.0); }));
+    EXPECT_EQ(Imported(plyPath, 3.0), Imported(stlPath, 3.0));
     std::mt19937 random(23);
     const auto soup = [&](std::size_t facets, std::uint32_t spread) {
         std::vector<Facet> soup(facets);
@@ -484,8 +454,8 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
     for (const fs::path& path : paths) {
         for (const double scale : {1000.0, 3.0, 0.01}) {
             SCOPED_TRACE(path.string() + " x " + std::to_string(scale));
-            const std::string own = Outcome([&] { return ImportMesh(path, scale); });
-            EXPECT_EQ(own, Outcome([&] {
+            const std::string own = Imported(path, scale);
+            EXPECT_EQ(own, Outcome(path, [&] {
                           return velpick::detail::BuildMesh(
                               velpick::detail::ReadWithAssimp(path, false), scale);
                       }));
@@ -494,9 +464,7 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
             }
         }
     }
-    EXPECT_NE(Outcome([&] {
-                  return ImportMesh(write("r.stl", binaryStl(outOfRange)), 1.0);
-              }).find("vertex 94: coordinate y"),
+    EXPECT_NE(Imported(paths[files.size() - 1], 1.0).find("vertex 94: coordinate y"),
               std::string::npos);
 }
 
@@ -504,10 +472,9 @@ TEST_F(MeshImportTest, CoordinatesAreScaledByTheGivenUnitsAndRounded) {
     const fs::path file = write("s.off",
                                 "OFF\n3 1 0\n0.0015 -0.0015 1.2344\n"
                                 "-2000000 2000000 0.0004\n1e-9 0.9996 -0.0006\n3 0 1 2\n");
-    expectTriangles(
-        *ImportMesh(file, 1000.0),
-        {{Corner{2, -2, 1234}, Corner{-2000000000, 2000000000, 0}, Corner{0, 1000, -1}}});
-    expectTriangles(*ImportMesh(file, 1.0), {{z, Corner{-2000000, 2000000, 0}, y}});
+    EXPECT_EQ(Imported(file, 1000.0),
+              "surfaces 1 | 2,-2,1234 -2000000000,2000000000,0 0,1000,-1 | 0 1 2");
+    EXPECT_EQ(Imported(file, 1.0), "surfaces 1 | 0,0,1 -2000000,2000000,0 0,1,0 | 0 1 2");
 }
 
 TEST_F(MeshImportTest, MalformedFilesFailNamingTheProblem) {
