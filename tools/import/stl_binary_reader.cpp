@@ -70,6 +70,12 @@ std::optional<std::uint32_t> binaryFacetCount(std::string_view head, std::uint64
                         std::to_string(size - expected) + " more bytes follow");
 }
 
+// A closed surface has about half as many vertices as triangles: storage is sized for that at
+// once, and grows beyond it when there are more.
+std::size_t expectedVertices(std::size_t facets) {
+    return facets / 2 + 2;
+}
+
 // Facets in blocks: each block's corners become internal units, are numbered, and its new
 // vertices then its triangles go to the mesh, so vertices are numbered in order of first use.
 class FacetBlocks {
@@ -81,8 +87,7 @@ class FacetBlocks {
           m_coordinates(9 * kBlockFacets),
           m_units(9 * kBlockFacets),
           m_corners(3 * kBlockFacets),
-          // A closed surface has about half as many vertices as triangles.
-          m_numbering(facets / 2 + 2) {}
+          m_numbering(expectedVertices(facets)) {}
 
     void Add(std::size_t first, std::size_t count, MStlBase& mesh, MStlSurface& surface) {
         read(first, count);
@@ -146,7 +151,7 @@ std::unique_ptr<MStlBase> ReadBinaryStl(const std::filesystem::path& file,
     in.seekg(kHeaderBytes);
 
     auto mesh = std::make_unique<MStlBase>();
-    mesh->Reserve(0, *facets);
+    mesh->Reserve(expectedVertices(*facets), *facets);
     MStlSurface& surface = *mesh->AddSurface(nullptr);
     FacetBlocks blocks(in, unitsPerModelUnit, *facets);
     for (std::size_t first = 0; first < *facets; first += kBlockFacets)
