@@ -26,23 +26,17 @@ std::string FormatReport(const PickReport& report) {
         entry["marked"] = mesh.marked;
         meshes.push_back(std::move(entry));
     }
-    nlohmann::ordered_json document = {{"picker", report.picker},
-                                       {"meshes", nullptr},
-                                       {"region",
-                                        {{"origin", {report.region.xmin, report.region.ymin}},
-                                         {"width", report.region.width},
-                                         {"height", report.region.height}}},
-                                       {"timing_ms",
-                                        {{"load", TenthsOfMilliseconds(report.loadMilliseconds)},
-                                         {"pick", TenthsOfMilliseconds(report.pickMilliseconds)}}}};
-    // Set in place: a key added later would make the document's keys grow and copy the lists.
-    document["meshes"] = std::move(meshes);
-    std::string text = document.dump() + "\n";
-    // A long list of marks released on its own is taken apart through one stack of its exact
-    // size; released inside the document, through a stack that grows step by step to it.
-    for (nlohmann::ordered_json& entry : document["meshes"])
-        entry.erase("marked");
-    return text;
+    const nlohmann::ordered_json document = {
+        {"picker", report.picker},
+        {"meshes", meshes},
+        {"region",
+         {{"origin", {report.region.xmin, report.region.ymin}},
+          {"width", report.region.width},
+          {"height", report.region.height}}},
+        {"timing_ms",
+         {{"load", TenthsOfMilliseconds(report.loadMilliseconds)},
+          {"pick", TenthsOfMilliseconds(report.pickMilliseconds)}}}};
+    return document.dump() + "\n";
 }
 
 }  // namespace velpick
