@@ -48,6 +48,7 @@ def main(path):
             "(target <= 1.1 x z-buffer visible)" if size == 1000000 else "")
         row(f"streaming floor, {label}", f"Floor/stream/{size}")
         row(f"Embree build (all threads), {label}", f"Embree/build/{size}/real_time")
+    row("load binary STL, 1M", "Mesh/load_stl/1000000", "(target <= 1.5 x binary PLY load)")
     row("graph build, 1M, 30 degrees", "BM_GraphBuild", "(target <= 0.5 x z-buffer visible)")
     row("graph pick, operator only, graph built", "BM_GraphPick",
         "(target <= 0.25 x z-buffer visible)")
@@ -99,6 +100,11 @@ def main(path):
         print(f"  graph build / pick                       {graph_build / pick:6.2f}")
     if pick and graph_pick:
         print(f"  graph pick (graph built) / pick          {graph_pick / pick:6.2f}")
+    ply_load, stl_load = get("Mesh/load/1000000"), get("Mesh/load_stl/1000000")
+    if ply_load and floor:
+        print(f"  PLY load / streaming floor (target 12)   {ply_load / floor:6.2f}")
+    if ply_load and stl_load:
+        print(f"  STL load / PLY load (target 1.5)         {stl_load / ply_load:6.2f}")
     culling = get("BM_Pick/culling/1000000")
     if pick and culling:
         print(f"  culling - visible (ms)                   {culling - pick:6.2f}")
@@ -121,6 +127,14 @@ def main(path):
     for name, r in sorted(runs.items()):
         if name.startswith("Mesh/bytes"):
             print(f"  mesh bytes per triangle (1M)             {r['bytes_per_triangle']:6.1f}")
+    peaks = {f: runs.get(f"Mesh/load_peak/{f}/1000000/iterations:1") for f in ("ply", "stl")}
+    for fmt, r in peaks.items():
+        if r:
+            print(f"  {fmt.upper()} load peak heap per triangle (1M)  "
+                  f"{r['peak_bytes_per_triangle']:6.1f}")
+    if peaks["ply"] and peaks["stl"]:
+        ratio = peaks["stl"]["peak_bytes_per_triangle"] / peaks["ply"]["peak_bytes_per_triangle"]
+        print(f"  STL load peak / PLY load peak (target 1.25) {ratio:4.2f}")
     for r in scale:
         print(f"  pick peak extra heap, {int(r['triangles'] / 1000)}k triangles, "
               f"{int(r['region_pixels'])} px: {r['peak_bytes'] / 1e6:7.1f} MB "

@@ -30,6 +30,15 @@ inline std::optional<std::int32_t> ToInternalUnits(double coordinate, double uni
     return static_cast<std::int32_t>(truncated + (fraction >= 0.5) - (fraction <= -0.5));
 }
 
+/// ToInternalUnits of `count` values at once, written to units[i]: true when every value fits,
+/// false (the units then unspecified) when ToInternalUnits refuses any.
+bool AllToInternalUnits(const float* values, std::size_t count, double unitsPerModelUnit,
+                        std::int32_t* units);
+
+/// Throws ImportFailure naming coordinate `axis` (0, 1, 2 for x, y, z) of input vertex
+/// `vertex`, whose `value` ToInternalUnits refuses.
+[[noreturn]] void ThrowCoordinateOutOfRange(std::size_t vertex, int axis, double value);
+
 /// The most input vertices a mesh is built from: FirstUseNumbering keeps a mark in the top bit.
 constexpr std::size_t kMaxInputVertices = 2147483647;
 
@@ -39,7 +48,6 @@ constexpr std::size_t kMaxInputVertices = 2147483647;
 template <class Coordinate>
 std::vector<std::int32_t> VerticesInUnits(std::size_t count, Coordinate&& coordinate,
                                           double unitsPerModelUnit) {
-    const char* const axisNames[3] = {"x", "y", "z"};
     if (count > kMaxInputVertices)
         throw ImportFailure("more than " + std::to_string(kMaxInputVertices) + " vertices");
     std::vector<std::int32_t> units(3 * count);
@@ -48,9 +56,7 @@ std::vector<std::int32_t> VerticesInUnits(std::size_t count, Coordinate&& coordi
             const double value = static_cast<double>(coordinate(v, axis));
             const std::optional<std::int32_t> unit = ToInternalUnits(value, unitsPerModelUnit);
             if (!unit)
-                throw ImportFailure("vertex " + std::to_string(v) + ": coordinate " +
-                                    axisNames[axis] + " = " + std::to_string(value) +
-                                    " is out of range in internal units");
+                ThrowCoordinateOutOfRange(v, axis, value);
             units[3 * v + axis] = *unit;
         }
     }
@@ -94,8 +100,8 @@ class FirstUseNumbering {
     std::size_t PositionCount() const { return m_positionCount; }
     /// The lowest input vertex at the position of the vertex numbered `number`.
     std::uint32_t InputVertexOf(std::size_t number) const { return m_firstUses[number]; }
-    /// Adds the numbered vertices to `mesh`, in number order, from `units`.
-    void AddVertices(const std::int32_t* units, MStlBase& mesh) const;
+    /// Adds the vertices numbered from `first` on to `mesh`, in number order, from `units`.
+    void AddVertices(const std::int32_t* units, MStlBase& mesh, std::size_t first = 0) const;
 
   private:
     // Input vertex numbers are below 2^31, so the top bit is free for the mark. Until an input

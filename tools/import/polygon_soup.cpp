@@ -18,11 +18,13 @@ void checkFace(const PolygonSoup& soup, std::size_t face) {
         CheckCorner(face, soup.corners[c], soup.VertexCount());
 }
 
-// The soup's faces fanned from their first corners: (v0, v1, v2), (v0, v2, v3), ...
+// The soup's faces fanned from their first corners: (v0, v1, v2), (v0, v2, v3), ... A soup of
+// triangles alone is read as it lies; the fans of other soups are listed first.
 class FannedTriangles {
   public:
-    explicit FannedTriangles(const PolygonSoup& soup) : m_soup(soup) {
-        for (std::size_t face = 0; face < soup.FaceCount(); ++face) {
+    explicit FannedTriangles(const PolygonSoup& soup)
+        : m_soup(soup), m_allTriangles(soup.corners.size() == 3 * soup.FaceCount()) {
+        for (std::size_t face = 0; !m_allTriangles && face < soup.FaceCount(); ++face) {
             const std::uint32_t first = soup.faceStarts[face];
             for (std::uint32_t k = first + 1; k + 1 < soup.faceStarts[face + 1]; ++k) {
                 m_fans.push_back({first, k});
@@ -30,13 +32,17 @@ class FannedTriangles {
             }
         }
     }
-    std::size_t Count() const { return m_fans.size(); }
+    std::size_t Count() const { return m_allTriangles ? m_soup.FaceCount() : m_fans.size(); }
     std::uint32_t Corner(std::size_t t, int k) const {
+        if (m_allTriangles)
+            return m_soup.corners[3 * t + static_cast<std::size_t>(k)];
         const Fan& fan = m_fans[t];
         return m_soup.corners[k == 0 ? fan.first : fan.second + static_cast<std::uint32_t>(k - 1)];
     }
     std::uint32_t Surface(std::size_t t) const {
-        return m_soup.faceSurfaces.empty() ? 0 : m_soup.faceSurfaces[m_faces[t]];
+        if (m_soup.faceSurfaces.empty())
+            return 0;
+        return m_soup.faceSurfaces[m_allTriangles ? t : m_faces[t]];
     }
 
   private:
@@ -44,6 +50,9 @@ class FannedTriangles {
         std::uint32_t first, second;  // corner positions of the face's first and k-th corner
     };
     const PolygonSoup& m_soup;
+    // Every face has at least three corners (checked before), so as many corners as three per
+    // face means every face is a triangle.
+    const bool m_allTriangles;
     std::vector<Fan> m_fans;
     std::vector<std::uint32_t> m_faces;
 };
