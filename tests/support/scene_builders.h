@@ -104,17 +104,19 @@ inline std::unique_ptr<MStlBase> plate(double half, double z, int cells) {
 }
 
 /// A closed axis-aligned cube, each face a grid of cells × cells quads.
-inline std::unique_ptr<MStlBase> cube(V centre, double half, int cells = 4) {
+inline void addCube(MStlSurface& s, V centre, double half, int cells = 4) {
     const double e = 2 * half;
     const V lo = centre + V{-half, -half, -half}, hi = centre + V{half, half, half};
-    return oneSurface([&](MStlSurface& s) {
-        addGrid(s, lo, {0, e, 0}, {e, 0, 0}, cells);    // bottom, −z
-        addGrid(s, hi, {-e, 0, 0}, {0, -e, 0}, cells);  // top, +z
-        addGrid(s, lo, {e, 0, 0}, {0, 0, e}, cells);    // −y
-        addGrid(s, hi, {0, 0, -e}, {-e, 0, 0}, cells);  // +y
-        addGrid(s, lo, {0, 0, e}, {0, e, 0}, cells);    // −x
-        addGrid(s, hi, {0, -e, 0}, {0, 0, -e}, cells);  // +x
-    });
+    addGrid(s, lo, {0, e, 0}, {e, 0, 0}, cells);    // bottom, −z
+    addGrid(s, hi, {-e, 0, 0}, {0, -e, 0}, cells);  // top, +z
+    addGrid(s, lo, {e, 0, 0}, {0, 0, e}, cells);    // −y
+    addGrid(s, hi, {0, 0, -e}, {-e, 0, 0}, cells);  // +y
+    addGrid(s, lo, {0, 0, e}, {0, e, 0}, cells);    // −x
+    addGrid(s, hi, {0, -e, 0}, {0, 0, -e}, cells);  // +x
+}
+
+inline std::unique_ptr<MStlBase> cube(V centre, double half, int cells = 4) {
+    return oneSurface([&](MStlSurface& s) { addCube(s, centre, half, cells); });
 }
 
 }  // namespace scene

@@ -11,7 +11,9 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <set>
+#include <tuple>
 #include <vector>
 
 #include <velpick/host/point.h>
@@ -36,12 +38,20 @@ class VisibilityOracle {
                 continue;
             Entry e{{&triangle, {}, 0, 0, 0, 0, nullptr, std::nullopt},
                     !markable || markable(triangle),
-                    kept};
+                    kept,
+                    0.0};
             for (int i = 0; i < 3; ++i)
                 modelToScreen.Transform(e.t.p[i], triangle.GetVertex(i), false);
+            std::tie(e.t.minX, e.t.maxX) = std::minmax({e.t.p[0].x, e.t.p[1].x, e.t.p[2].x});
+            std::tie(e.t.minY, e.t.maxY) = std::minmax({e.t.p[0].y, e.t.p[1].y, e.t.p[2].y});
+            e.slope = DepthSlope(e.t);
             m_entries.push_back(e);
         }
     }
+
+    /// Judges by the nearest rule: a triangle is seen where it lies within `depthTolerance` of
+    /// the nearest depth.
+    void SetNearestRule(double depthTolerance) { m_nearestRule = depthTolerance; }
 
     /// Samples every `step` pixels over the region's box widened by `tolerance`.
     /// `throughAll` ignores occlusion (mark-through).
@@ -63,6 +73,7 @@ class VisibilityOracle {
         Projected t;
         bool markable;
         KeptMargin kept;
+        double slope;
     };
 
     // Distance of (x, y) inside the triangle to its nearest edge, negative outside.
@@ -91,8 +102,10 @@ class VisibilityOracle {
         const Entry* cover = nullptr;
         double nearestZ = kNone, secondZ = kNone, coverZ = kNone, secondCoverZ = kNone;
         for (const Entry& e : m_entries) {
-            const double z = PlaneDepth(e.t, x, y);
-            const double margin = std::isfinite(z) ? Margin(e, x, y, z) : -1.0;
+            const bool far = x < e.t.minX - tolerance || x > e.t.maxX + tolerance ||
+                             y < e.t.minY - tolerance || y > e.t.maxY + tolerance;
+            const double z = far ? kNone : PlaneDepth(e.t, x, y);
+            const double margin = far ? kNone : std::isfinite(z) ? Margin(e, x, y, z) : -1.0;
             m_depths.push_back(z);
             m_margins.push_back(margin);
             if (margin < 0)
@@ -114,10 +127,14 @@ class VisibilityOracle {
                 secondCoverZ = z;
             }
         }
+        if (m_nearestRule)
+            return SampleNearest(clearlyInside, tolerance, *m_nearestRule);
         for (std::size_t i = 0; i < m_entries.size(); ++i) {
             const Entry& e = m_entries[i];
             const double z = m_depths[i];
-            const double margin = std::isfinite(z) ? m_margins[i] : InteriorMargin(e.t, x, y);
+            const double margin = std::isfinite(z) || m_margins[i] == kNone
+                                      ? m_margins[i]
+                                      : InteriorMargin(e.t, x, y);
             if (!e.markable || margin < -tolerance)
                 continue;
             const double front = &e == cover ? secondCoverZ : coverZ;
@@ -137,6 +154,40 @@ class VisibilityOracle {
         }
     }
 
+    // Within `tolerance` of the sample an entry's depth differs from its depth at the sample by
+    // at most its slope times the tolerance: seen somewhere there when its highest depth
+    // reaches the lowest of every other entry covering the whole disc, less the depth
+    // tolerance; seen on all of it when its lowest reaches the highest of every other entry.
+    void SampleNearest(bool clearlyInside, double tolerance, double depthTolerance) {
+        constexpr double kDepthGap = 1e-6;
+        double low[2] = {-HUGE_VAL, -HUGE_VAL}, high[2] = {-HUGE_VAL, -HUGE_VAL};
+        const auto top = [](double(&two)[2], double v) {
+            two[1] = std::max(two[1], std::min(two[0], v));
+            two[0] = std::max(two[0], v);
+        };
+        for (std::size_t i = 0; i < m_entries.size(); ++i) {
+            const double reach = m_entries[i].slope * tolerance;
+            if (m_margins[i] >= -tolerance)
+                top(high, m_depths[i] + reach);
+            if (m_margins[i] >= tolerance)
+                top(low, m_depths[i] - reach);
+        }
+        for (std::size_t i = 0; i < m_entries.size(); ++i) {
+            const double z = m_depths[i], reach = m_entries[i].slope * tolerance;
+            if (!m_entries[i].markable || m_margins[i] < -tolerance)
+                continue;
+            const double otherLow =
+                m_margins[i] >= tolerance && z - reach == low[0] ? low[1] : low[0];
+            const double otherHigh = z + reach == high[0] ? high[1] : high[0];
+            if (z + reach >= otherLow - depthTolerance - kDepthGap)
+                m_possible.insert(m_entries[i].t.triangle);
+            if (clearlyInside && m_margins[i] >= tolerance &&
+                z - reach >= otherHigh - depthTolerance + kDepthGap)
+                m_certain.insert(m_entries[i].t.triangle);
+        }
+    }
+
+    std::optional<double> m_nearestRule;
     std::vector<Entry> m_entries;
     std::set<const MStlTriangle*> m_certain, m_possible;
     std::vector<double> m_depths, m_margins;
