@@ -89,13 +89,13 @@ std::vector<int> RayCast(const Scene& scene) {
     return hits;
 }
 
-std::vector<bool> Pick(const Scene& scene, Rule rule) {
+std::vector<bool> Pick(const Scene& scene, Rule rule, double depthTolerance = 1.0) {
     MStlMarkTrianglesByMasks sink(*scene.mesh);
     MStlBaseOperatorVisibilityDetector detector;
     detector.AddStlAndTransformation(scene.mesh.get(), scene.eye, MMTransformMatrix(), true, &sink);
     detector.SetPerspective(scene.camera);
     detector.SetRule(rule);
-    detector.SetDepthTolerance(1.0);
+    detector.SetDepthTolerance(depthTolerance);
     detector.SetMarkFlippedTriangles(scene.markFlipped);
     detector.SetPath({{0, 0}, {kView, 0}, {kView, kView}, {0, kView}});
     detector.Operate();
@@ -184,6 +184,21 @@ TEST(PinholeDetector, FlippedRuleFromNearACornerKeepsTheFacesTheEyeIsInFrontOf) 
         const point3d a = t.GetVertex(0), b = t.GetVertex(1), c = t.GetVertex(2);
         EXPECT_EQ(marked[index], Dot(Cross(Sub(b, a), Sub(c, a)), Sub(eyeAt, a)) > 0) << index;
         ++index;
+    }
+}
+
+// The nearest rule's tolerance is a depth along the viewing axis: a plate 50 units behind
+// another, wholly hidden by it, is marked with a tolerance above 50 and not below.
+TEST(PinholeDetector, DepthToleranceIsADistanceAlongTheViewingAxis) {
+    const Scene plates{scene::oneSurface([](MStlSurface& s) {
+                           scene::addPlateWithHole(s, 1000, 0, 0, 2);
+                           scene::addPlateWithHole(s, 1000, 0, -50, 2);
+                       }),
+                       LookAt({0, 0, 5000}, {0, 0, 0}), Camera(60), false, 0.0};
+    for (const double tolerance : {40.0, 60.0}) {
+        const std::vector<bool> marked = Pick(plates, Rule::Nearest, tolerance);
+        for (int index = 0; index < 16; ++index)
+            EXPECT_EQ(marked[index], index < 8 || tolerance > 50) << tolerance << " " << index;
     }
 }
 
