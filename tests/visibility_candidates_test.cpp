@@ -141,11 +141,8 @@ TEST(DetectorCandidates, ListedRunsMarkExactlyWhatFullRunsMark) {
     EXPECT_GE(markedRuns, 20);
     const std::uint32_t descending[2] = {5, 3};
     Detector detector;
-    EXPECT_FALSE(detector.SetCandidateTriangles(descending, 1));  // no mesh registered
-    detector.AddStlAndTransformation(&mesh, MMTransformMatrix(), MMTransformMatrix(), true,
-                                     nullptr);
+    detector.AddStlAndTransformation(&mesh, {}, {}, true, nullptr);
     EXPECT_FALSE(detector.SetCandidateTriangles(descending, 2));
-    EXPECT_FALSE(detector.SetCandidateTriangles(nullptr, 1));
     EXPECT_TRUE(detector.SetCandidateTriangles(descending + 1, 1));
 }
 
