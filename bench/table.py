@@ -57,6 +57,10 @@ def main(path):
     row("scan-line ordered, 1M, 1 thread", "BM_VisibilityDetectorTorus/1/real_time")
     row("scan-line ordered, 1M, 2 threads", "BM_VisibilityDetectorTorus/2/real_time")
     row("scan-line nearest, 1M, 2 threads", "BM_VisibilityDetectorTorusNearest/2/real_time")
+    row("scan-line perspective, 1M, 1 thread", "BM_VisibilityDetectorTorusPerspective/1/real_time",
+        "(target <= 1.1 x scan-line ordered)")
+    row("scan-line perspective, 1M, 2 threads",
+        "BM_VisibilityDetectorTorusPerspective/2/real_time")
 
     row("session build, 1M", "Session/build/1000000", "(target <= z-buffer visible, 1M)")
     row("session lasso 10 % of view, 1M", "Session/lasso10/1000000")
@@ -95,6 +99,11 @@ def main(path):
     perspective = get("BM_Pick/perspective/1000000")
     if pick and perspective:
         print(f"  perspective / visible (target 1.1)       {perspective / pick:6.2f}")
+    for threads in (1, 2):
+        ordered = get(f"BM_VisibilityDetectorTorus/{threads}/real_time")
+        pinhole = get(f"BM_VisibilityDetectorTorusPerspective/{threads}/real_time")
+        if ordered and pinhole:
+            print(f"  scan-line perspective / ordered, {threads} thr     {pinhole / ordered:6.2f}")
     graph_build, graph_pick = get("BM_GraphBuild"), get("BM_GraphPick")
     if pick and graph_build:
         print(f"  graph build / pick                       {graph_build / pick:6.2f}")

@@ -1,6 +1,7 @@
 // The scan-line visibility detector on a one-million-triangle noisy torus under a disc lasso
 // that covers half of a 1000 × 1000 pixel view, at 5 sample lines per pixel, on 1 and 2
-// threads, by the ordered rule and by the nearest-surface rule; the z-buffer picker on the same
+// threads, by the ordered rule and by the nearest-surface rule, and through a pinhole camera of
+// the same scale; the z-buffer picker on the same
 // scene for comparison; and the agreement (Jaccard index of the marked sets) of the two pickers on
 // the torus and on an imported mesh.
 
@@ -17,6 +18,7 @@
 #include <velpick/host/stl_base.h>
 #include <velpick/host/transform_matrix.h>
 #include <velpick/mark_polygon.h>
+#include <velpick/pinhole_projection.h>
 #include <velpick/visibility_detector.h>
 #include "mesh_import.h"
 #include "tests/support/noisy_torus.h"
@@ -59,6 +61,22 @@ std::vector<point2d> Disc() {
     return disc;
 }
 
+/// The same view through a pinhole: the tilted torus kEyeDistance in front of the eye (eye
+/// space in internal units), with the focal length that gives the plane through the torus's
+/// centre the orthographic view's scale, y down as there.
+constexpr double kEyeDistance = 3.5 * (kMajor + kMinor);
+MMTransformMatrix EyeView() {
+    MMTransformMatrix tilt, away;
+    tilt.MakeRotationInPlane({0, 0, 1}, {0, -0.64, 0.77}, {0, 0, 0});
+    away.MakeTranslation({0, 0, -kEyeDistance});
+    return away.PostMultiply(tilt);
+}
+
+AU_MarkOperations::PolygonMarking::PerspectiveProjection Pinhole() {
+    const double focal = 0.46 * kViewSize / (kMajor + kMinor) * kEyeDistance;
+    return {focal, -focal, kViewSize / 2, kViewSize / 2, 1e-4 * kEyeDistance};
+}
+
 using Rule = MStlBaseOperatorVisibilityDetector::VisibilityRule;
 
 /// The z-buffer's depth tolerance, one internal unit, in the torus view's screen depth.
@@ -67,8 +85,10 @@ double DepthTolerance() {
 }
 
 void RunDetector(MStlBase& mesh, const MMTransformMatrix& view, MStlMarkTrianglesByMasks* sink,
-                 bool markFlipped = false, Rule rule = Rule::Ordered) {
+                 bool markFlipped = false, Rule rule = Rule::Ordered, bool perspective = false) {
     MStlBaseOperatorVisibilityDetector detector;
+    if (perspective)
+        detector.SetPerspective(Pinhole());
     detector.SetMarkFlippedTriangles(markFlipped);
     detector.SetRule(rule);
     detector.SetDepthTolerance(DepthTolerance());
@@ -139,6 +159,16 @@ void BM_VisibilityDetectorTorusNearest(benchmark::State& state) {
     DetectorTorus(state, Rule::Nearest);
 }
 
+// The ordered rule through the pinhole; the ratio to BM_VisibilityDetectorTorus is the
+// divide's cost (target at most 1.1).
+void BM_VisibilityDetectorTorusPerspective(benchmark::State& state) {
+    MStlBase& mesh = Torus();
+    const MMTransformMatrix view = EyeView();
+    tbb::task_arena arena(static_cast<int>(state.range(0)));
+    for (auto _ : state)
+        arena.execute([&] { RunDetector(mesh, view, nullptr, false, Rule::Ordered, true); });
+}
+
 void BM_ZBufferPickerTorus(benchmark::State& state) {
     MStlBase& mesh = Torus();
     const MMTransformMatrix view = View(kMajor + kMinor);
@@ -198,6 +228,11 @@ void BM_AgreementWithZBuffer(benchmark::State& state) {
 
 BENCHMARK(BM_VisibilityDetectorTorus)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_VisibilityDetectorTorusNearest)
+    ->Arg(1)
+    ->Arg(2)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_VisibilityDetectorTorusPerspective)
     ->Arg(1)
     ->Arg(2)
     ->Unit(benchmark::kMillisecond)

@@ -19,6 +19,7 @@
 
 using AU_MarkOperations::PolygonMarking::FindModelToCameraViewTransformation;
 using AU_MarkOperations::PolygonMarking::FindPolygonBBoxInPixelsDimention;
+using AU_MarkOperations::PolygonMarking::PerspectiveProjection;
 using AU_MarkOperations::PolygonMarking::PixelGrid;
 using AU_MarkOperations::PolygonMarking::PointInPixelFrame;
 using AU_MarkOperations::PolygonMarking::TruncateToInt32;
@@ -84,11 +85,37 @@ point2d Project(const MMTransformMatrix& transform, const MStlPoint& vertex) {
     return {mapped.x, mapped.y};
 }
 
+// How 2D edges reach the pixel frame: through the affine pixel transform, or into eye space
+// and through the pinhole onto the pixel frame.
+struct EdgeProjection {
+    const MMTransformMatrix& transform;
+    const PerspectiveProjection* camera;  // null: affine
+};
+
+// The edge in eye space, cut by the camera's near plane; false when nothing of it is left.
+bool CutAtNearPlane(const MStlGraphEdge& edge, const EdgeProjection& projection,
+                    MarkGraphPolygonUtils::EyeSegment& eye) {
+    return MarkGraphPolygonUtils::CutAtNearPlane(
+        projection.transform(ToDouble(*edge.GetVertex(0)), false),
+        projection.transform(ToDouble(*edge.GetVertex(1)), false), projection.camera->nearDistance,
+        eye);
+}
+
 // Thin edge: the projected segment, kept when it reaches the box within `tolerance`.
-void CollectSegment(MStlGraphEdge& edge, const MMTransformMatrix& transform,
-                    const PixelFrame& frame, double tolerance, Candidates& candidates) {
-    const std::array<point2d, 2> segment = {Project(transform, *edge.GetVertex(0)),
-                                            Project(transform, *edge.GetVertex(1))};
+void CollectSegment(MStlGraphEdge& edge, const EdgeProjection& projection, const PixelFrame& frame,
+                    double tolerance, Candidates& candidates) {
+    std::array<point2d, 2> segment;
+    if (projection.camera) {
+        MarkGraphPolygonUtils::EyeSegment eye;
+        if (!CutAtNearPlane(edge, projection, eye))
+            return;
+        for (int end = 0; end < 2; ++end)
+            segment[end] = MarkGraphPolygonUtils::ProjectEyePoint(*projection.camera, eye.ends[end],
+                                                                  eye.depths[end]);
+    } else {
+        segment = {Project(projection.transform, *edge.GetVertex(0)),
+                   Project(projection.transform, *edge.GetVertex(1))};
+    }
     if (MarkGraphPolygonUtils::LineSegmentIntoBox2d(segment, {0.0, 0.0},
                                                     {frame.width, frame.height}, tolerance))
         candidates.Add(edge, segment.data(), segment.size());
@@ -97,10 +124,19 @@ void CollectSegment(MStlGraphEdge& edge, const MMTransformMatrix& transform,
 // Thick edge: its outline, kept when a side reaches the box within `tolerance` or when the
 // box's corner lies inside it (the bar covers the whole box).
 void CollectOutline(MStlGraphEdge& edge, const MStlBaseElementInfo* info,
-                    const MMTransformMatrix& transform, const PixelFrame& frame, double tolerance,
+                    const EdgeProjection& projection, const PixelFrame& frame, double tolerance,
                     Candidates& candidates) {
-    const std::vector<point2d> outline =
-        MarkGraphPolygonUtils::GetOutlineOfProjectedEdgeWithThickness(edge, info, transform);
+    std::vector<point2d> outline;
+    if (projection.camera) {
+        MarkGraphPolygonUtils::EyeSegment eye;
+        if (!CutAtNearPlane(edge, projection, eye))
+            return;
+        outline = MarkGraphPolygonUtils::GetOutlineOfPerspectiveEdgeWithThickness(
+            edge, info, eye, *projection.camera);
+    } else {
+        outline = MarkGraphPolygonUtils::GetOutlineOfProjectedEdgeWithThickness(
+            edge, info, projection.transform);
+    }
     const std::size_t n = outline.size();
     bool reachesBox = false;
     for (std::size_t i = 0; i < n && !reachesBox; ++i)
@@ -164,14 +200,17 @@ void SelectCandidates(const Candidates& candidates, PixelGrid& grid, bool markWh
 // Appends the edges whose prism has a triangle visible under the polygon. Only prisms are
 // drawn, so they hide one another but nothing else does.
 void SelectVisiblePrisms(Prisms& prisms, const std::vector<MMPlaneEq<double>>& planes,
-                         const MMTransformMatrix& modelToPixels,
+                         const EdgeProjection& modelToPixels,
                          const std::vector<point2d>& pixelPolygon,
                          std::vector<MStlGraphEdge*>& marked) {
     MStlBaseOperatorVisibilityDetector detector;
+    if (modelToPixels.camera)
+        detector.SetPerspective(*modelToPixels.camera);
     for (const MMPlaneEq<double>& plane : planes)
         detector.AddClippingPlane(plane);
     const MMTransformMatrix identity;
-    detector.AddStlAndTransformation(&prisms.mesh, modelToPixels, identity, true, nullptr);
+    detector.AddStlAndTransformation(&prisms.mesh, modelToPixels.transform, identity, true,
+                                     nullptr);
     detector.SetMode(MStlBaseOperatorVisibilityDetector::Mode::Polygon);
     detector.SetPath(pixelPolygon);
     detector.Operate();
@@ -210,6 +249,11 @@ void MStlGraphOperatorMarkPolygon::SetWorkWithGraphThickness(bool work) {
     m_workWithGraphThickness = work;
 }
 
+void MStlGraphOperatorMarkPolygon::SetPerspective(const PerspectiveProjection& projection) {
+    m_perspective = true;
+    m_projection = projection;
+}
+
 MStlGraphOperatorMarkPolygon::EReturnCode MStlGraphOperatorMarkPolygon::Operate(
     MStlScalarMaskGraphEdges& output, bool markWholeCandidates) {
     if (!m_graph)
@@ -234,7 +278,8 @@ MStlGraphOperatorMarkPolygon::EReturnCode MStlGraphOperatorMarkPolygon::Operate(
     PixelGrid grid(m_polygon, RasterSize(frame.width), RasterSize(frame.height), 1.0, false);
     std::vector<MStlGraphEdge*> marked;
     SelectCandidates(routes.candidates, grid, markWholeCandidates, marked);
-    SelectVisiblePrisms(routes.prisms, m_clippingPlanes, m_modelTransform, m_polygon, marked);
+    const EdgeProjection projection{m_modelTransform, m_perspective ? &m_pixelCamera : nullptr};
+    SelectVisiblePrisms(routes.prisms, m_clippingPlanes, projection, m_polygon, marked);
     for (MStlGraphEdge* edge : marked)
         output.SetInfo(*edge, kMarked);
     return Success;
@@ -258,8 +303,17 @@ MStlGraphOperatorMarkPolygon::PixelFrame MStlGraphOperatorMarkPolygon::ConvertTo
     for (point2d& p : m_polygon)
         p = PointInPixelFrame(p, m_pixelProportion, box);
     const VelSDK::Math::point2i offset = {TruncateToInt32(box.min.x), TruncateToInt32(box.min.y)};
-    m_modelTransform =
-        FindModelToCameraViewTransformation(m_modelTransform, m_pixelProportion, offset);
+    if (m_perspective) {
+        // Screen units to pixels after the divide: scaled by the pixel proportion, the grid
+        // corner `offset` moved to (0, 0), pixel centres on half-integers.
+        const double s = m_pixelProportion;
+        m_pixelCamera = {m_projection.fx * s, m_projection.fy * s,
+                         m_projection.cx * s + (0.5 - offset.x),
+                         m_projection.cy * s + (0.5 - offset.y), m_projection.nearDistance};
+    } else {
+        m_modelTransform =
+            FindModelToCameraViewTransformation(m_modelTransform, m_pixelProportion, offset);
+    }
     return {box.max.x - box.min.x, box.max.y - box.min.y};
 }
 
@@ -269,6 +323,7 @@ bool MStlGraphOperatorMarkPolygon::RouteEdges(const MStlScalarMaskGraphEdges* pl
                                               const PixelFrame& frame, EdgeRoutes& routes) const {
     const MStlBaseElementInfo* info =
         MStlBaseElementInfoStlDependency::GetDependency(m_graph->GetStl(), false);
+    const EdgeProjection projection{m_modelTransform, m_perspective ? &m_pixelCamera : nullptr};
     for (MStlGraphEdge& edge : m_graph->GraphEdges()) {
         const double planeClass = planeClasses ? planeClasses->GetScalar(edge) : kUncut;
         if (planeClass == kCutAway)
@@ -279,10 +334,9 @@ bool MStlGraphOperatorMarkPolygon::RouteEdges(const MStlScalarMaskGraphEdges* pl
                 return false;
             AddPrism(edge, r0, r1, routes.prisms);
         } else if (m_workWithGraphThickness) {
-            CollectOutline(edge, info, m_modelTransform, frame, m_pixelProportion,
-                           routes.candidates);
+            CollectOutline(edge, info, projection, frame, m_pixelProportion, routes.candidates);
         } else {
-            CollectSegment(edge, m_modelTransform, frame, m_pixelProportion, routes.candidates);
+            CollectSegment(edge, projection, frame, m_pixelProportion, routes.candidates);
         }
     }
     return true;

@@ -76,7 +76,8 @@ double OutlineRadius(std::int32_t thickness) {
 using HullPoint = boost::geometry::model::d2::point_xy<double>;
 
 // Boost's default polygon: clockwise and closed, so the ring repeats its first point last.
-std::vector<point2d> ConvexHull(const std::array<point2d, 8>& points) {
+template <std::size_t N>
+std::vector<point2d> ConvexHull(const std::array<point2d, N>& points) {
     boost::geometry::model::multi_point<HullPoint> input;
     input.reserve(points.size());
     for (const point2d& p : points)
@@ -159,6 +160,63 @@ std::vector<point2d> GetOutlineOfProjectedEdgeWithThickness(
         const point3d mapped = transform(corners[i], false);
         projected[i] = {mapped.x, mapped.y};
     }
+    return ConvexHull(projected);
+}
+
+bool CutAtNearPlane(const point3d& a, const point3d& b, double nearDistance, EyeSegment& segment) {
+    const double da = -a.z, db = -b.z;
+    if (!(da >= nearDistance) && !(db >= nearDistance))
+        return false;
+    segment = {{a, b}, {da, db}};
+    for (int end = 0; end < 2; ++end) {
+        if (segment.depths[end] >= nearDistance)
+            continue;
+        // The other end is kept: move this one towards it onto the plane.
+        const point3d &from = end == 0 ? a : b, &to = end == 0 ? b : a;
+        const double dFrom = segment.depths[end], dTo = segment.depths[1 - end];
+        const double s = (nearDistance - dFrom) / (dTo - dFrom);
+        segment.ends[end] = {from.x + s * (to.x - from.x), from.y + s * (to.y - from.y),
+                             -nearDistance};
+        segment.depths[end] = nearDistance;
+    }
+    return true;
+}
+
+point2d ProjectEyePoint(const AU_MarkOperations::PolygonMarking::PerspectiveProjection& camera,
+                        const point3d& eye, double depth) {
+    return {camera.cx + camera.fx * eye.x / depth, camera.cy + camera.fy * eye.y / depth};
+}
+
+std::vector<point2d> GetOutlineOfPerspectiveEdgeWithThickness(
+    const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo* info,
+    const EyeSegment& segment,
+    const AU_MarkOperations::PolygonMarking::PerspectiveProjection& camera) {
+    if (!info)
+        info = LookUpElementInfo(edge);
+    double r0 = 0.0, r1 = 0.0;
+    if (info) {
+        const MStlGraphEdgeThickness& thickness = info->GetEdgeThickness(edge);
+        r0 = OutlineRadius(thickness.first);
+        r1 = OutlineRadius(thickness.second);
+    }
+    // The image plane at unit distance: positions x/depth, y/depth, radii r/depth.
+    const point2d a = {segment.ends[0].x / segment.depths[0],
+                       segment.ends[0].y / segment.depths[0]};
+    const point2d b = {segment.ends[1].x / segment.depths[1],
+                       segment.ends[1].y / segment.depths[1]};
+    const double rho0 = r0 / segment.depths[0], rho1 = r1 / segment.depths[1];
+    point2d t = Normalized({b.x - a.x, b.y - a.y});
+    if (t.x == 0.0 && t.y == 0.0)
+        t = {1.0, 0.0};
+    const point2d n = {-t.y, t.x};
+    const auto at = [](const point2d& p, double r, const point2d& d) {
+        return point2d{p.x + r * d.x, p.y + r * d.y};
+    };
+    const std::array<point2d, 6> plane = {at(a, rho0, n), at(a, -rho0, n), at(a, -rho0, t),
+                                          at(b, rho1, n), at(b, -rho1, n), at(b, rho1, t)};
+    std::array<point2d, 6> projected;
+    for (std::size_t i = 0; i < plane.size(); ++i)
+        projected[i] = {camera.cx + camera.fx * plane[i].x, camera.cy + camera.fy * plane[i].y};
     return ConvexHull(projected);
 }
 

@@ -37,11 +37,11 @@ class ChunkSweep {
   public:
     /// How a line is decided: mark-through takes every piece; otherwise the ordered rule
     /// (the front of the depth order) or, when `nearest`, the nearest surface within
-    /// `depthTolerance`.
+    /// `depthTolerance` (its reciprocal scale k > 0 when the depths are reciprocal depths).
     struct Rule {
         bool markThrough;
         bool nearest;
-        double depthTolerance;
+        DepthTolerance depthTolerance;
     };
 
     /// `pieces`: every piece by global index, its corners in lexicographic (x, y, z) order.

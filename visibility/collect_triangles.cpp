@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <unordered_map>
 
 #include <velpick/host/plane_transform.h>
 #include <velpick/host/stl_base.h>
@@ -54,50 +55,110 @@ bool IsFlipped(const Piece& piece) {
     return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x) > 0.0;
 }
 
+// The near plane depth − near ≥ 0 in the mesh's model space. Eye-space depth is −z of
+// modelToScreen's product, so the plane is read off its z column without an inverse.
+MMPlaneEq<double> NearPlane(const matrix4x4<double>& m, double nearDistance) {
+    return {-m.m[0][2], -m.m[1][2], -m.m[2][2], -m.m[3][2] - nearDistance};
+}
+
 }  // namespace
+
+point3d MStlBaseOperatorVisibilityDetector::Impl::_ToScreen(const StlEntry& entry,
+                                                            const point3d& p) const {
+    const point3d mapped = ToScreen(entry.modelToScreen, p);
+    if (!perspective)
+        return mapped;
+    // A corner the near plane keeps may round a hair nearer than it: it is taken at the plane.
+    const double depth = std::max(-mapped.z, projection.nearDistance);
+    return {projection.cx + projection.fx * mapped.x / depth,
+            projection.cy + projection.fy * mapped.y / depth, projection.nearDistance / depth};
+}
+
+void MStlBaseOperatorVisibilityDetector::Impl::_CollectTriangle(
+    const StlEntry& entry, const std::vector<MMPlaneEq<double>>& modelPlanes,
+    MStlTriangle& triangle, bool markableSurface, std::vector<Triangle>& out) {
+    pieces.clear();
+    pieces.push_back(
+        {{ModelCorner(triangle, 0), ModelCorner(triangle, 1), ModelCorner(triangle, 2)}});
+    for (const MMPlaneEq<double>& plane : modelPlanes)
+        visibility::ClipPieces(pieces, plane, clipScratch);
+    for (Piece& piece : pieces) {
+        for (point3d& corner : piece.p)
+            corner = _ToScreen(entry, corner);
+        if (!BoxesOverlap(piece, pathBoxMin, pathBoxMax))
+            continue;
+        const bool markable = markableSurface && (markFlippedTriangles || !IsFlipped(piece));
+        out.push_back({piece.p[0], piece.p[1], piece.p[2], &triangle, markable, entry.marker});
+    }
+}
+
+// A listed run visits its candidates surface by surface in the surface walk's order, and within
+// a surface in ascending index, which is the order of the surface's own triangles: the pieces
+// it keeps come in the order of the full run, so ties between them break alike.
+template <class Visit>
+void MStlBaseOperatorVisibilityDetector::Impl::_ForEachTriangle(const StlEntry& entry,
+                                                                Visit&& visit) const {
+    const auto surfaceVisible = [&](const MStlSurface& surface) {
+        return !checkSurfaceVisibility || surface.GetVisible();
+    };
+    const auto surfaceMarkable = [&](const MStlSurface& surface) {
+        return entry.allSurfacesMarkable || markableSurfaces.count(&surface) != 0;
+    };
+    if (!entry.listed) {
+        for (auto surface = MStlIteratorFeatureSurface::Begin(entry.stl);
+             surface != MStlIteratorFeatureSurface::End(entry.stl); surface._GoToNextSubFeature()) {
+            if (!surfaceVisible(*surface))
+                continue;
+            const bool markable = surfaceMarkable(*surface);
+            for (auto it = MStlIteratorSurfaceTriangle::Begin(&*surface); it; ++it)
+                visit(*it, markable);
+        }
+        return;
+    }
+    std::unordered_map<const MStlSurface*, std::size_t> position;
+    std::vector<const MStlSurface*> surfaces;
+    for (auto surface = MStlIteratorFeatureSurface::Begin(entry.stl);
+         surface != MStlIteratorFeatureSurface::End(entry.stl); surface._GoToNextSubFeature()) {
+        position.emplace(&*surface, surfaces.size());
+        surfaces.push_back(&*surface);
+    }
+    std::vector<std::vector<MStlTriangle*>> bySurface(surfaces.size());
+    const MStlElementStore<MStlTriangle>& store = entry.stl->_Triangles();
+    for (const std::uint32_t index : entry.candidates) {
+        MStlTriangle& triangle = store[index];
+        bySurface[position.at(triangle.GetSurface())].push_back(&triangle);
+    }
+    for (std::size_t k = 0; k < surfaces.size(); ++k) {
+        if (bySurface[k].empty() || !surfaceVisible(*surfaces[k]))
+            continue;
+        const bool markable = surfaceMarkable(*surfaces[k]);
+        for (MStlTriangle* triangle : bySurface[k])
+            visit(*triangle, markable);
+    }
+}
 
 void MStlBaseOperatorVisibilityDetector::Impl::_CollectTriangles() {
     triangles.clear();
     triangles.resize(stls.size());
     std::vector<MMPlaneEq<double>> modelPlanes;
-    std::vector<Piece> pieces, scratch;
     for (std::size_t mesh = 0; mesh < stls.size(); ++mesh) {
         const StlEntry& entry = stls[mesh];
         std::vector<Triangle>& out = triangles[mesh];
-        out.reserve(entry.stl->GetNumberOfTriangles());
+        out.reserve(entry.listed ? entry.candidates.size() : entry.stl->GetNumberOfTriangles());
 
         MMTransformMatrix inverse = entry.planeTransform;
         inverse.Invert();
         modelPlanes.clear();
+        // The near plane cuts first, so that nothing nearer than it reaches the other planes'
+        // pieces or the projection.
+        if (perspective)
+            modelPlanes.push_back(NearPlane(entry.modelToScreen, projection.nearDistance));
         for (const MMPlaneEq<double>& plane : clippingPlanes)
             modelPlanes.push_back(CarryPlane(plane, inverse));
 
-        for (auto surface = MStlIteratorFeatureSurface::Begin(entry.stl);
-             surface != MStlIteratorFeatureSurface::End(entry.stl); surface._GoToNextSubFeature()) {
-            const bool markableSurface =
-                entry.allSurfacesMarkable || markableSurfaces.count(&*surface) != 0;
-            if (checkSurfaceVisibility && !surface->GetVisible())
-                continue;
-            for (auto it = MStlIteratorSurfaceTriangle::Begin(&*surface); it; ++it) {
-                MStlTriangle& triangle = *it;
-                if (triangle.IsInvisible())
-                    continue;
-                pieces.clear();
-                pieces.push_back({{ModelCorner(triangle, 0), ModelCorner(triangle, 1),
-                                   ModelCorner(triangle, 2)}});
-                for (const MMPlaneEq<double>& plane : modelPlanes)
-                    visibility::ClipPieces(pieces, plane, scratch);
-                for (Piece& piece : pieces) {
-                    for (point3d& corner : piece.p)
-                        corner = ToScreen(entry.modelToScreen, corner);
-                    if (!BoxesOverlap(piece, pathBoxMin, pathBoxMax))
-                        continue;
-                    const bool markable =
-                        markableSurface && (markFlippedTriangles || !IsFlipped(piece));
-                    out.push_back(
-                        {piece.p[0], piece.p[1], piece.p[2], &triangle, markable, entry.marker});
-                }
-            }
-        }
+        _ForEachTriangle(entry, [&](MStlTriangle& triangle, bool markableSurface) {
+            if (!triangle.IsInvisible())
+                _CollectTriangle(entry, modelPlanes, triangle, markableSurface, out);
+        });
     }
 }

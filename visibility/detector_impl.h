@@ -8,8 +8,10 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/pinhole_projection.h>
 #include <velpick/visibility_detector.h>
 #include "visibility/chunk_sweep.h"
+#include "visibility/piece_clipper.h"
 #include "visibility/screen_piece.h"
 
 namespace visibility {
@@ -28,6 +30,9 @@ class MStlBaseOperatorVisibilityDetector::Impl {
         MMTransformMatrix planeTransform;
         bool allSurfacesMarkable;
         MStlMarkTrianglesByMasks* marker;
+        /// Whether a candidate list restricts the run to `candidates` (ascending indices).
+        bool listed = false;
+        std::vector<std::uint32_t> candidates;
     };
 
     void Operate();
@@ -46,6 +51,9 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     bool markThrough = false;
     VisibilityRule rule = VisibilityRule::Ordered;
     double depthTolerance = 0.0;
+    /// A pinhole projection after each mesh's modelToScreen, when set.
+    bool perspective = false;
+    AU_MarkOperations::PolygonMarking::PerspectiveProjection projection{};
 
   private:
     /// False, leaving the box as it was, when the path or the brush radius is not finite.
@@ -53,6 +61,17 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     /// Builds `triangles`: every visible triangle clipped by the planes, mapped to the screen,
     /// culled against the region box and flagged markable or not.
     void _CollectTriangles();
+    /// The pieces of one triangle that the planes keep, mapped to the screen, inside the region
+    /// box, appended to `out`. `modelPlanes`: the planes in the mesh's model space.
+    void _CollectTriangle(const StlEntry& entry, const std::vector<MMPlaneEq<double>>& modelPlanes,
+                          MStlTriangle& triangle, bool markableSurface, std::vector<Triangle>& out);
+    /// Calls visit(triangle, markableSurface) for the triangles of the mesh a run considers, in
+    /// the order of its surfaces: all of them, or the listed ones.
+    template <class Visit>
+    void _ForEachTriangle(const StlEntry& entry, Visit&& visit) const;
+    /// A piece's corner on the screen: through modelToScreen, or into eye space, divided by its
+    /// depth and given the reciprocal depth as z.
+    VelSDK::Math::point3d _ToScreen(const StlEntry& entry, const VelSDK::Math::point3d& p) const;
     /// Turns the screen plane about the view axis so that no edge-on piece projects along the
     /// sweep direction, rotating the working path, the region box and every piece.
     void _TransformModel();
@@ -74,4 +93,6 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     std::vector<std::vector<Triangle*>> chunkResults;
     /// The path of the current run, rotated with the screen plane.
     std::vector<VelSDK::Math::point2d> runPath;
+    /// One triangle's pieces while the planes cut it, and the clipper's working storage.
+    std::vector<visibility::Piece> pieces, clipScratch;
 };

@@ -16,10 +16,22 @@ bool WithinTolerance(double da, double db, double depthTolerance) {
            (da >= -depthTolerance && db >= -depthTolerance);
 }
 
+// The same for reciprocal depths: `ma` and `mb` are the segment's reciprocal depth above the
+// threshold of the nearest at a and b, the segment's taken no nearer than the nearest's.
+bool AboveThreshold(double ma, double mb) {
+    return ma > 0.0 || mb > 0.0 || (ma >= 0.0 && mb >= 0.0);
+}
+
+double MarginAt(const Segment& s, const Segment& nearest, double x,
+                const DepthTolerance& depthTolerance) {
+    const double q = DepthAt(nearest, x);
+    return std::min(DepthAt(s, x), q) - depthTolerance.Threshold(q);
+}
+
 }  // namespace
 
 void NearestLine::Decide(std::vector<Entry>& entries, const Interval* first, const Interval* last,
-                         double depthTolerance, std::vector<std::uint64_t>& seen) {
+                         const DepthTolerance& depthTolerance, std::vector<std::uint64_t>& seen) {
     if (first == last)
         return;
     SortByStart(entries);
@@ -172,7 +184,8 @@ void NearestLine::SplitSpan(const Span& span, double a, double b, std::uint32_t 
 }
 
 bool NearestLine::Seen(std::uint32_t entry, std::vector<Span>::const_iterator span,
-                       const Interval* first, const Interval* last, double depthTolerance) const {
+                       const Interval* first, const Interval* last,
+                       const DepthTolerance& depthTolerance) const {
     const Segment& s = (*m_entries)[entry].segment;
     const Interval* region =
         std::partition_point(first, last, [&](const Interval& r) { return r.end <= s.x0; });
@@ -187,11 +200,21 @@ bool NearestLine::Seen(std::uint32_t entry, std::vector<Span>::const_iterator sp
             if (span->owner == entry)
                 return true;
             const Segment& nearest = (*m_entries)[span->owner].segment;
+            if (depthTolerance.Reciprocal()) {
+                // The threshold is monotone in the nearest depth: that of its lower bound
+                // bounds every threshold on the span.
+                if (s.zHi < depthTolerance.Threshold(nearest.zLo))
+                    continue;
+                if (AboveThreshold(MarginAt(s, nearest, ra, depthTolerance),
+                                   MarginAt(s, nearest, rb, depthTolerance)))
+                    return true;
+                continue;
+            }
             // Rounding is monotone: the bounds' difference bounds every computed difference.
-            if (s.zHi - nearest.zLo < -depthTolerance)
+            if (s.zHi - nearest.zLo < -depthTolerance.tolerance)
                 continue;
             if (WithinTolerance(DepthAt(s, ra) - DepthAt(nearest, ra),
-                                DepthAt(s, rb) - DepthAt(nearest, rb), depthTolerance))
+                                DepthAt(s, rb) - DepthAt(nearest, rb), depthTolerance.tolerance))
                 return true;
         }
     }

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include <velpick/host/mark_triangles.h>
+#include <velpick/host/stl_base.h>
 #include <velpick/host/stl_triangle.h>
 #include "visibility/chunk_sweep.h"
 #include "visibility/line_schedule.h"
@@ -21,6 +22,7 @@
 #include "visibility/sweep_constants.h"
 #include "visibility/sweep_events.h"
 
+using AU_MarkOperations::PolygonMarking::PerspectiveProjection;
 using VelSDK::Math::point2d;
 using namespace visibility;
 
@@ -36,7 +38,8 @@ void MStlBaseOperatorVisibilityDetector::AddStlAndTransformation(
     const MStlBase* stl, const MMTransformMatrix& modelToScreen,
     const MMTransformMatrix& planeTransform, bool allSurfacesMarkable,
     MStlMarkTrianglesByMasks* marker) {
-    m_impl->stls.push_back({stl, modelToScreen, planeTransform, allSurfacesMarkable, marker});
+    m_impl->stls.push_back(
+        {stl, modelToScreen, planeTransform, allSurfacesMarkable, marker, false, {}});
 }
 
 void MStlBaseOperatorVisibilityDetector::AddClippingPlane(const MMPlaneEq<double>& plane) {
@@ -85,6 +88,25 @@ void MStlBaseOperatorVisibilityDetector::SetRule(VisibilityRule rule) {
 
 void MStlBaseOperatorVisibilityDetector::SetDepthTolerance(double tolerance) {
     m_impl->depthTolerance = tolerance;
+}
+
+void MStlBaseOperatorVisibilityDetector::SetPerspective(const PerspectiveProjection& projection) {
+    m_impl->perspective = true;
+    m_impl->projection = projection;
+}
+
+bool MStlBaseOperatorVisibilityDetector::SetCandidateTriangles(const std::uint32_t* triangles,
+                                                               std::size_t count) {
+    if (m_impl->stls.empty() || (count > 0 && !triangles))
+        return false;
+    Impl::StlEntry& entry = m_impl->stls.back();
+    const std::size_t size = entry.stl->_Triangles().Size();
+    for (std::size_t k = 0; k < count; ++k)
+        if (triangles[k] >= size || (k > 0 && triangles[k] <= triangles[k - 1]))
+            return false;
+    entry.candidates.assign(triangles, triangles + count);
+    entry.listed = true;
+    return true;
 }
 
 void MStlBaseOperatorVisibilityDetector::Operate() {
@@ -281,7 +303,9 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<Pi
 ChunkSweep::Rule MStlBaseOperatorVisibilityDetector::Impl::SweepRule() const {
     // A tolerance that is negative or NaN takes only the nearest depth itself.
     const double tolerance = depthTolerance > 0.0 ? depthTolerance : 0.0;
-    return {markThrough, rule == VisibilityRule::Nearest, tolerance};
+    // Under a projection the pieces' depths are reciprocal depths near/depth.
+    const double reciprocalScale = perspective ? projection.nearDistance : 0.0;
+    return {markThrough, rule == VisibilityRule::Nearest, {tolerance, reciprocalScale}};
 }
 
 // Flags the found pieces by mesh and position, so that each is marked once, in mesh order and

@@ -7,6 +7,7 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/pinhole_projection.h>
 
 class MStlGraph;
 
@@ -60,6 +61,21 @@ class MStlGraphOperatorMarkPolygon {
     /// A, B, A, which covers no pixel: such edges are then marked only by markWholeCandidates,
     /// so switch thickness off for meshes without thickness.
     void SetWorkWithGraphThickness(bool work);
+    /// Sees the graph through `projection` after the SetGraph transform, which then maps model
+    /// coordinates into eye space (see PerspectiveProjection); the polygon stays in screen
+    /// units. Without this call the transform is affine and every mark stays as it was. Under
+    /// a projection:
+    /// - an edge decided in 2D is first cut by the near plane (depth ≥ nearDistance) in eye
+    ///   space: an edge wholly nearer is never marked, one across it keeps its far part (a cut
+    ///   before the 2D test, not a clipping plane: the edge does not become a prism). Its ends
+    ///   are then projected with the divide;
+    /// - with thickness, its outline is that of GetOutlineOfPerspectiveEdgeWithThickness: each
+    ///   end's half-width is the bar's radius (half its thickness) projected at that end's
+    ///   depth, r·f/depth;
+    /// - prisms of edges a clipping plane cuts go to the visibility detector with the same
+    ///   projection, so its near plane cuts them too;
+    /// - Operate keeps the transform as given (it still rewrites the polygon).
+    void SetPerspective(const AU_MarkOperations::PolygonMarking::PerspectiveProjection& projection);
 
     /// Writes 1.0 into `output` for every marked edge; other edges keep their values.
     /// `markWholeCandidates` marks every uncut edge whose projection reaches the polygon's
@@ -97,4 +113,8 @@ class MStlGraphOperatorMarkPolygon {
     std::vector<MMPlaneEq<double>> m_clippingPlanes;
     double m_pixelProportion;
     bool m_workWithGraphThickness = true;
+    bool m_perspective = false;
+    AU_MarkOperations::PolygonMarking::PerspectiveProjection m_projection{};
+    /// Under a projection, the projection onto the polygon's pixel frame; set by every run.
+    AU_MarkOperations::PolygonMarking::PerspectiveProjection m_pixelCamera{};
 };

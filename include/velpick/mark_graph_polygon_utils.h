@@ -6,6 +6,7 @@
 #include <velpick/host/point.h>
 #include <velpick/host/stl_graph.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/pinhole_projection.h>
 #include <velpick/pixel_grid.h>
 
 class MStlBaseElementInfo;
@@ -48,6 +49,37 @@ std::vector<VelSDK::Math::point2d> GetOutlineOfProjectedEdgeWithThickness(
 std::vector<VelSDK::Math::point2d> GetOutlineOfProjectedEdgeWithThickness(
     const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo* info,
     const MMTransformMatrix& transform);
+
+/// A graph edge seen through a pinhole: its ends in eye space (eye at the origin looking along
+/// −z, see PerspectiveProjection) after the near cut, with their depths.
+struct EyeSegment {
+    VelSDK::Math::point3d ends[2];
+    double depths[2];
+};
+
+/// The part of the edge from `a` to `b` (eye space) at depth ≥ `nearDistance`: false when both
+/// ends lie nearer. An end nearer than the plane moves along the edge onto it, its depth then
+/// exactly `nearDistance`.
+bool CutAtNearPlane(const VelSDK::Math::point3d& a, const VelSDK::Math::point3d& b,
+                    double nearDistance, EyeSegment& segment);
+
+/// An eye-space point on the screen of `camera`: (cx + fx·x/depth, cy + fy·y/depth).
+VelSDK::Math::point2d ProjectEyePoint(
+    const AU_MarkOperations::PolygonMarking::PerspectiveProjection& camera,
+    const VelSDK::Math::point3d& eye, double depth);
+
+/// The outline of a near-cut edge drawn as a bar through a pinhole: each end's half-width is
+/// the bar's radius r projected at that end's depth, r·f/depth (r = thickness/2 from `info` as
+/// for GetOutlineOfProjectedEdgeWithThickness, so a thickness ≤ DBL_EPSILON counts as
+/// kDefaultOutlineThickness and a mesh without element info gives r = 0; f the focal length,
+/// fx across and fy along the screen's y). Built in the image plane at unit distance: the two
+/// ends A, B, and with t the unit direction from A to B ((1, 0) for an edge seen end-on) and n
+/// its normal, the points A ± ρ0·n, A − ρ0·t, B ± ρ1·n, B + ρ1·t (ρ = r/depth), mapped by the
+/// camera; their convex hull, clockwise (y up) as above.
+std::vector<VelSDK::Math::point2d> GetOutlineOfPerspectiveEdgeWithThickness(
+    const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo* info,
+    const EyeSegment& segment,
+    const AU_MarkOperations::PolygonMarking::PerspectiveProjection& camera);
 
 /// Whether the outline touches a set pixel of `grid`: an outline of more than two points is
 /// tested as a polygon (PixelGrid::Intersect(polygon)), one of two points as a segment. An

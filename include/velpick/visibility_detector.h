@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -7,6 +8,7 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/pinhole_projection.h>
 
 class MStlBase;
 class MStlSurface;
@@ -121,6 +123,41 @@ class MStlBaseOperatorVisibilityDetector {
     /// Negative or NaN counts as 0; +∞ takes every markable piece the lines cut inside the
     /// region.
     void SetDepthTolerance(double tolerance);
+
+    /// Sees every mesh through `projection` after its modelToScreen, which then maps model
+    /// coordinates into eye space (see PerspectiveProjection); without this call modelToScreen
+    /// is affine as documented at AddStlAndTransformation and every mark stays as it was. Under
+    /// a projection:
+    /// - the near plane depth ≥ nearDistance, carried into each mesh's model space, cuts before
+    ///   the clipping planes, exactly as one of them: nothing nearer than it is marked or hides
+    ///   anything, whatever its projected position. A kept corner whose depth rounds below
+    ///   nearDistance is projected at nearDistance;
+    /// - each piece corner is projected with the divide and carries the reciprocal depth
+    ///   q = nearDistance/depth (double, larger nearer) as its z. q is affine across the screen,
+    ///   so every depth the sweep interpolates along a sample line, and every comparison of the
+    ///   rules, is the perspective-correct one at the same points as with an affine view;
+    /// - the depth tolerance (SetDepthTolerance) is a depth along the viewing axis in eye-space
+    ///   units (internal units for a view without scale): a piece counts where
+    ///   depth ≤ nearestDepth + tolerance, tested as q ≥ k/(k/qNearest + tolerance) with
+    ///   k = nearDistance, in double (a tolerance of 0 takes qNearest itself);
+    /// - the flipped rule (SetMarkFlippedTriangles) reads the winding of the projected corners,
+    ///   which for a piece in front of the near plane is the eye lying behind the triangle's
+    ///   front side; exactly zero counts as not flipped, as with an affine view.
+    /// The path, brush radius, pixel proportion and the sweep's screen rotation stay in screen
+    /// pixels, unchanged.
+    void SetPerspective(const AU_MarkOperations::PolygonMarking::PerspectiveProjection& projection);
+    /// Restricts the run, in the mesh registered last, to the `count` triangles listed (indices
+    /// into the mesh, strictly ascending): the others are treated as if absent, neither hiding
+    /// anything nor marked. A caller that lists every triangle whose screen bounds meet the
+    /// region box (the path's closed bounding box, widened by the brush radius in Brush mode;
+    /// under a projection also every triangle that crosses the near plane) gets exactly the
+    /// marks of the run without a list: the listed triangles are visited in the full run's
+    /// order (surface by surface), so ties break alike. The run's work is then proportional to
+    /// the list and the mesh's surface count, not its triangles. Returns false, changing
+    /// nothing, when no mesh is registered, `triangles` is null with a nonzero count, or an
+    /// index is out of range or not above the one before. A later call replaces the list; an
+    /// empty list leaves the mesh out of the run.
+    bool SetCandidateTriangles(const std::uint32_t* triangles, std::size_t count);
 
     /// Marks or unmarks every visible markable piece's host triangle, once per piece: through
     /// the piece's marker when it has one, else MStlTriangle::Mark/Unmark. Returns at once when
