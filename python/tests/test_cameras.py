@@ -59,7 +59,7 @@ FOV = {"eye": [3, -14, 9], "target": [0, 0, 0], "up": [0, 0, 1], "fov_deg": 50, 
 @pytest.mark.parametrize("camera, picker, message", [
     ({**FOV, "fov_deg": 180}, "zbuffer", "camera.fov_deg: expected a number > 0 and < 180"),
     ({**FOV, "near": -1}, "zbuffer", "camera.near: expected a number > 0"),
-    (pinhole([3, -14, 9], [0, 0, 0]), "scanline", "camera: the scanline picker does not take"),
+    ({**FOV, "fov_deg": float("nan")}, "scanline", "camera.fov_deg"),
 ])
 def test_errors_name_the_camera_field(camera, picker, message):
     vertices, faces = plates()

@@ -8,6 +8,7 @@
 #include <velpick/host/stl_base.h>
 #include <velpick/host/stl_graph.h>
 #include <velpick/host/stl_point.h>
+#include <velpick/pinhole_projection.h>
 #include "feature_edge_graph.h"
 #include "perspective_view.h"
 #include "picker.h"
@@ -24,7 +25,6 @@ class GraphPicker : public Picker {
     PickResult Pick(const PickRequest& request) override {
         if (request.settings.region.shape != SelectionRegion::Shape::kPolygon)
             throw PickError("region", "the graph picker takes a polygon, not a brush");
-        RefusePerspective(request, "graph");
         PickResult result;
         for (const PickMesh& mesh : request.meshes)
             result.meshes.push_back({{}, PickEdges(request, mesh)});
@@ -62,6 +62,11 @@ class GraphPicker : public Picker {
         op.SetGraph(graph, modelToScreen.PreMultiply(request.view.matrix));
         op.SetPolygon(RegionOnScreen(request.settings.region, request.view).points);
         op.SetPixelProportion(request.settings.pixelProportion);
+        if (request.view.projection) {
+            const ViewProjection projection = ResolvedProjection(request.view, request.meshes);
+            op.SetPerspective({projection.fx, projection.fy, projection.cx, projection.cy,
+                               projection.nearDistance});
+        }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(PlaneInModelSpace(plane, mesh.placement));
         const bool thick = request.settings.graph.thickness > 0.0;

@@ -62,10 +62,4 @@ PickResult CollectMarkedTriangles(const PickRequest& request, const CallMarksLis
     return result;
 }
 
-void RefusePerspective(const PickRequest& request, const std::string& picker) {
-    if (request.view.projection)
-        throw PickError("camera",
-                        "the " + picker + " picker does not take perspective cameras yet");
-}
-
 }  // namespace velpick

@@ -97,10 +97,6 @@ CallMarksList StartCallMarks(const PickRequest& request);
 /// The result of a triangle picker: the marked triangles of every mesh, and the region's box.
 PickResult CollectMarkedTriangles(const PickRequest& request, const CallMarksList& marks);
 
-/// Throws PickError naming the camera when `request` looks through a perspective camera: the
-/// `picker` picker's operator does not project yet.
-void RefusePerspective(const PickRequest& request, const std::string& picker);
-
 /// A one-line description of every registered picker, for help texts.
 std::string DescribePickers();
 

@@ -1,5 +1,6 @@
 #include <tbb/task_arena.h>
 
+#include <velpick/pinhole_projection.h>
 #include <velpick/visibility_detector.h>
 #include "perspective_view.h"
 #include "picker.h"
@@ -15,9 +16,10 @@ using VelSDK::Math::point2d;
 class ScanLinePicker : public Picker {
   public:
     PickResult Pick(const PickRequest& request) override {
-        RefusePerspective(request, "scanline");
         MStlBaseOperatorVisibilityDetector detector;
-        const MMTransformMatrix toPixels = ScreenToDownwardPixels(request.settings.pixelProportion);
+        const MMTransformMatrix toPixels =
+            request.view.projection ? MMTransformMatrix()
+                                    : ScreenToDownwardPixels(request.settings.pixelProportion);
         const CallMarksList marks = StartCallMarks(request);
         for (std::size_t i = 0; i < request.meshes.size(); ++i) {
             const PickMesh& mesh = request.meshes[i];
@@ -28,6 +30,8 @@ class ScanLinePicker : public Picker {
         }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             detector.AddClippingPlane(plane);
+        if (request.view.projection)
+            detector.SetPerspective(DownwardPixelProjection(request));
         SetRegion(detector, RegionOnScreen(request.settings.region, request.view),
                   request.settings.pixelProportion);
         detector.SetPixelProportion(request.settings.linesPerPixel);
@@ -50,6 +54,16 @@ class ScanLinePicker : public Picker {
         MMTransformMatrix mirror;
         mirror.MakeScale3D(1.0, -1.0, 1.0);
         return scale.PreMultiply(mirror);
+    }
+
+    // A perspective view maps into eye space; its projection then lands in screen units, so
+    // the pixel scale and the downward mirror go into the projection instead of the matrix.
+    static AU_MarkOperations::PolygonMarking::PerspectiveProjection DownwardPixelProjection(
+        const PickRequest& request) {
+        const ViewProjection projection = ResolvedProjection(request.view, request.meshes);
+        const double p = request.settings.pixelProportion;
+        return {p * projection.fx, -(p * projection.fy), p * projection.cx, -(p * projection.cy),
+                projection.nearDistance};
     }
 
     // mirror · scale · view · placement, multiplied from the placement outwards, so that the
