@@ -10,8 +10,8 @@
 #include <velpick/host/stl_point.h>
 #include <velpick/pinhole_projection.h>
 #include "feature_edge_graph.h"
-#include "perspective_view.h"
 #include "picker.h"
+#include "pinhole_view.h"
 
 namespace velpick {
 

@@ -1,6 +1,6 @@
 #include "picker.h"
 
-#include "perspective_view.h"
+#include "pinhole_view.h"
 
 namespace velpick {
 

@@ -2,8 +2,8 @@
 
 #include <velpick/pinhole_projection.h>
 #include <velpick/visibility_detector.h>
-#include "perspective_view.h"
 #include "picker.h"
+#include "pinhole_view.h"
 
 namespace velpick {
 

@@ -4,8 +4,8 @@
 
 #include <velpick/mark_polygon.h>
 #include <velpick/pinhole_projection.h>
-#include "perspective_view.h"
 #include "picker.h"
+#include "pinhole_view.h"
 
 namespace velpick {
 

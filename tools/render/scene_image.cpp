@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "palette.h"
-#include "perspective_view.h"
+#include "pinhole_view.h"
 
 namespace velpick {
 

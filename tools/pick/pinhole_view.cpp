@@ -1,4 +1,4 @@
-#include "perspective_view.h"
+#include "pinhole_view.h"
 
 #include <algorithm>
 #include <cmath>
