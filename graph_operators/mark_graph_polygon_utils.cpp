@@ -73,6 +73,17 @@ double OutlineRadius(std::int32_t thickness) {
     return value * 0.5;
 }
 
+// The outline radii of the edge's two ends; (0, 0) for a mesh without element info. `info`
+// null looks the mesh's element info up.
+std::pair<double, double> OutlineRadii(const MStlGraphEdge& edge, const MStlBaseElementInfo* info) {
+    if (!info)
+        info = LookUpElementInfo(edge);
+    if (!info)
+        return {0.0, 0.0};
+    const MStlGraphEdgeThickness& thickness = info->GetEdgeThickness(edge);
+    return {OutlineRadius(thickness.first), OutlineRadius(thickness.second)};
+}
+
 using HullPoint = boost::geometry::model::d2::point_xy<double>;
 
 // Boost's default polygon: clockwise and closed, so the ring repeats its first point last.
@@ -145,14 +156,7 @@ std::vector<point2d> GetOutlineOfProjectedEdgeWithThickness(
 std::vector<point2d> GetOutlineOfProjectedEdgeWithThickness(
     const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo* info,
     const MMTransformMatrix& transform) {
-    if (!info)
-        info = LookUpElementInfo(edge);
-    double r0 = 0.0, r1 = 0.0;
-    if (info) {
-        const MStlGraphEdgeThickness& thickness = info->GetEdgeThickness(edge);
-        r0 = OutlineRadius(thickness.first);
-        r1 = OutlineRadius(thickness.second);
-    }
+    const auto [r0, r1] = OutlineRadii(edge, info);
     const auto corners = detail::EdgeBarCorners(detail::ToDouble(*edge.GetVertex(0)),
                                                 detail::ToDouble(*edge.GetVertex(1)), r0, r1);
     std::array<point2d, 8> projected;
@@ -191,14 +195,7 @@ std::vector<point2d> GetOutlineOfPerspectiveEdgeWithThickness(
     const VelMesh::StlBase::Handle::GraphEdge& edge, const MStlBaseElementInfo* info,
     const EyeSegment& segment,
     const AU_MarkOperations::PolygonMarking::PerspectiveProjection& camera) {
-    if (!info)
-        info = LookUpElementInfo(edge);
-    double r0 = 0.0, r1 = 0.0;
-    if (info) {
-        const MStlGraphEdgeThickness& thickness = info->GetEdgeThickness(edge);
-        r0 = OutlineRadius(thickness.first);
-        r1 = OutlineRadius(thickness.second);
-    }
+    const auto [r0, r1] = OutlineRadii(edge, info);
     // The image plane at unit distance: positions x/depth, y/depth, radii r/depth.
     const point2d a = {segment.ends[0].x / segment.depths[0],
                        segment.ends[0].y / segment.depths[0]};
