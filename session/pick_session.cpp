@@ -135,7 +135,8 @@ class RecordingSink : public IStlMarkTriangles {
     void Unmark(MStlTriangle& t) override { m_triangles.push_back(t.GetMaskIndex()); }
     /// Ascending, each once (a triangle cut into pieces may be marked once per piece).
     std::vector<std::uint32_t> Take() {
-        std::sort(m_triangles.begin(), m_triangles.end());
+        if (!std::is_sorted(m_triangles.begin(), m_triangles.end()))
+            std::sort(m_triangles.begin(), m_triangles.end());
         m_triangles.erase(std::unique(m_triangles.begin(), m_triangles.end()), m_triangles.end());
         return std::move(m_triangles);
     }
