@@ -52,15 +52,26 @@ std::vector<point2d> DiscPixels(double radius) {
     return disc;
 }
 
-void BM_SessionBuild(benchmark::State& state) {
+/// The build with the given session threads (0: the whole arena).
+void BuildSession(benchmark::State& state, int threads) {
     const auto triangles = static_cast<std::size_t>(state.range(0));
     const std::vector<SessionMesh> meshes = TorusMeshes(triangles);
+    SessionSettings settings = OneThread();
+    settings.threads = threads;
     double bytes = 0;
     for (auto _ : state) {
-        PickSession session(meshes, OneThread());
+        PickSession session(meshes, settings);
         bytes = static_cast<double>(session.MemoryBytes());
     }
     state.counters["bytes_per_triangle"] = bytes / static_cast<double>(triangles);
+}
+
+void BM_SessionBuild(benchmark::State& state) {
+    BuildSession(state, 1);
+}
+
+void BM_SessionBuildOnArena(benchmark::State& state) {
+    BuildSession(state, 0);
 }
 
 /// One stroke of 100 segments per iteration; the counter is the median segment.
@@ -126,6 +137,11 @@ BENCHMARK(BM_SessionBuild)
     ->Arg(100000)
     ->Arg(1000000)
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SessionBuildOnArena)
+    ->Name("Session/build_arena")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(BM_SessionStroke)
     ->Name("Session/stroke")
     ->Arg(100000)

@@ -19,6 +19,7 @@
 #include <velpick/host/vector_math.h>
 #include "mark_polygon/triangle_clipper.h"
 #include "mark_polygon/triangle_raster.h"
+#include "mark_polygon/uninitialized_vector.h"
 #include "polygon_marking/selection_raster.h"
 
 using namespace AU_MarkOperations::PolygonMarking;
@@ -94,6 +95,26 @@ void ForEachChunk(const MStlElementStore<T>& store, int threads, Visit&& visit) 
                       });
 }
 
+/// Entries of a list handed to one task: lists shorter than this are walked on one thread.
+constexpr std::size_t kListBlock = 4096;
+
+/// Calls visit(item) for every item of the list, on up to `threads` threads of the caller's
+/// arena, in blocks of consecutive items. As for ForEachChunk, a visit that writes only its own
+/// item's results gives the same results on any number of threads.
+template <class T, class Visit>
+void ForEachListed(const std::vector<T>& items, int threads, Visit&& visit) {
+    if (threads <= 1 || items.size() <= kListBlock) {
+        for (const T& item : items)
+            visit(item);
+        return;
+    }
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, items.size(), kListBlock),
+                      [&](const tbb::blocked_range<std::size_t>& block) {
+                          for (std::size_t i = block.begin(); i != block.end(); ++i)
+                              visit(items[i]);
+                      });
+}
+
 }  // namespace
 
 // The operator's members and steps. The setters only store; operate() runs the steps.
@@ -119,7 +140,8 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::uint64_t RasterBytes() const;
 
   private:
-    using ScreenPoints = std::vector<point3f>;  // by vertex index
+    // By vertex index. With a candidate list only the listed triangles' vertices are written.
+    using ScreenPoints = UninitializedVector<point3f>;
 
     /// Pixel box of the selection region: inclusive corners.
     struct RegionBox {
@@ -141,12 +163,16 @@ class MStlBaseOperatorMarkPolygon::Impl {
     const std::vector<std::uint32_t>* _CandidateList(std::size_t mesh) const;
     template <class Visit>
     void _ForEachTriangle(std::size_t mesh, int threads, Visit&& visit) const;
+    template <class Visit>
+    void _ForEachOwner(Visit&& visit) const;
+    void _ListVertices(std::size_t mesh);
     void _ClassifyTriangles(std::size_t mesh);
     void _ComputeOutcodes(std::size_t mesh);
     void _ClassByOutcodesAndFacing(std::size_t mesh);
     void _AddMarkableSurfaces(std::size_t mesh);
     void _IgnoreHiddenSurfaces(std::size_t mesh);
     bool _FrontFacing(std::size_t mesh, std::size_t triangle) const;
+    bool _AnyNearCut(std::size_t mesh) const;
     void _PrepareNearPlanes();
     point3f _Project(std::size_t mesh, const MMTransformMatrix& toScreen, const point3f& p) const;
     PlaneCut _CutByPlanes(std::size_t mesh, const MStlTriangle& triangle) const;
@@ -183,6 +209,8 @@ class MStlBaseOperatorMarkPolygon::Impl {
     // list (ascending triangle indices).
     std::vector<bool> m_listed;
     std::vector<std::vector<std::uint32_t>> m_candidateLists;
+    // Per listed mesh and run: each vertex of its listed triangles once, in the order met.
+    std::vector<std::vector<std::uint32_t>> m_listedVertices;
     std::vector<MMTransformMatrix> m_modelView;
     std::vector<MMTransformMatrix> m_inversePlacement;
     std::vector<MMTransformMatrix> m_modelToScreen;  // appended by every run; entry i is read
@@ -199,12 +227,13 @@ class MStlBaseOperatorMarkPolygon::Impl {
     _ClipWorkLists m_clipWork;
     // One byte per owner number: the class and the depth-pass flags of every triangle of every
     // mesh (mesh i from m_firstOwner[i]), then of every covered piece of this run. Number 0
-    // stands for no candidate.
-    std::vector<std::uint8_t> m_states;
-    std::vector<std::uint32_t> m_firstOwner;    // per mesh
-    std::vector<_ClippedPieceRecord> m_pieces;  // covered ones
-    std::vector<std::size_t> m_piecesEnd;       // per mesh, end of its pieces in m_pieces
-    std::vector<std::uint8_t> m_outcodes;       // of the mesh being processed, by vertex
+    // stands for no candidate. In a mesh with a candidate list only the listed triangles'
+    // bytes are written and read.
+    UninitializedVector<std::uint8_t> m_states;
+    std::vector<std::uint32_t> m_firstOwner;       // per mesh
+    std::vector<_ClippedPieceRecord> m_pieces;     // covered ones
+    std::vector<std::size_t> m_piecesEnd;          // per mesh, end of its pieces in m_pieces
+    UninitializedVector<std::uint8_t> m_outcodes;  // of the mesh being processed, by vertex
     std::shared_ptr<const std::vector<point3d>> m_normals;  // of that mesh, with culling
     int m_threads = 0;                                      // 0: the whole arena
     // A perspective projection after the views, when set; then, per mesh and run, the near
@@ -216,7 +245,7 @@ class MStlBaseOperatorMarkPolygon::Impl {
     std::vector<point3d> m_eyes;
     std::vector<double> m_windingSigns;
     bool m_anyNearCut = false;  // some triangle of this run crosses the near plane
-    std::vector<std::vector<std::uint8_t>> m_bandFlags;  // per band, by owner number
+    std::vector<UninitializedVector<std::uint8_t>> m_bandFlags;  // per band, by owner number
 };
 
 MStlBaseOperatorMarkPolygon::MStlBaseOperatorMarkPolygon()
@@ -423,15 +452,15 @@ const std::vector<std::uint32_t>* MStlBaseOperatorMarkPolygon::Impl::_CandidateL
 }
 
 // Calls visit(triangle, index) for every triangle of the mesh that the run considers: all of
-// them, chunk by chunk on up to `threads` threads, or the listed ones in order on the calling
-// thread.
+// them chunk by chunk, or the listed ones in blocks of the list, on up to `threads` threads
+// (in order when on one).
 template <class Visit>
 void MStlBaseOperatorMarkPolygon::Impl::_ForEachTriangle(std::size_t mesh, int threads,
                                                          Visit&& visit) const {
     const MStlElementStore<MStlTriangle>& triangles = m_meshes[mesh]->_Triangles();
     if (const std::vector<std::uint32_t>* list = _CandidateList(mesh)) {
-        for (const std::uint32_t t : *list)
-            visit(triangles[t], std::size_t{t});
+        ForEachListed(*list, threads,
+                      [&](std::uint32_t t) { visit(triangles[t], std::size_t{t}); });
         return;
     }
     ForEachChunk(triangles, threads,
@@ -439,6 +468,22 @@ void MStlBaseOperatorMarkPolygon::Impl::_ForEachTriangle(std::size_t mesh, int t
                      for (std::size_t i = 0; i < length; ++i)
                          visit(triangle[i], first + i);
                  });
+}
+
+// Calls visit(owner number) for every triangle the run considers, mesh by mesh, in order.
+template <class Visit>
+void MStlBaseOperatorMarkPolygon::Impl::_ForEachOwner(Visit&& visit) const {
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+        const std::size_t first = m_firstOwner[mesh];
+        if (const std::vector<std::uint32_t>* list = _CandidateList(mesh)) {
+            for (const std::uint32_t t : *list)
+                visit(first + t);
+            continue;
+        }
+        const std::size_t end = first + m_meshes[mesh]->_Triangles().Size();
+        for (std::size_t owner = first; owner < end; ++owner)
+            visit(owner);
+    }
 }
 
 int MStlBaseOperatorMarkPolygon::Impl::_Threads() const {
@@ -469,8 +514,9 @@ bool MStlBaseOperatorMarkPolygon::Impl::operate() {
     m_piecesEnd.assign(m_meshes.size(), 0);
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
         _ClassifyTriangles(mesh);
-    m_anyNearCut = m_perspective && std::any_of(m_states.begin(), m_states.end(),
-                                                [](std::uint8_t s) { return (s & kNearCut) != 0; });
+    m_anyNearCut = false;
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
+        m_anyNearCut |= m_perspective && _AnyNearCut(mesh);
     // Clipping cuts pieces whose numbers depend on what was drawn before them, so a run with
     // planes, or with triangles across the near plane, draws on one thread.
     const int bands = m_clippingPlanes.empty() && !m_anyNearCut ? _Threads() : 1;
@@ -504,13 +550,22 @@ void MStlBaseOperatorMarkPolygon::Impl::_NumberTriangles() {
         if (next > UINT32_MAX)
             throw std::length_error("z-buffer pick: more than 4 294 967 294 triangles");
     }
-    m_states.assign(next, kOccluder);
+    // A listed mesh's classification writes only its listed triangles' bytes, and only those
+    // are read: the rest stay unwritten, so that a run costs its lists, not its meshes.
+    m_states.resize(next);
+    m_states[kNoOwner] = kOccluder;
+    for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
+        if (!_CandidateList(mesh))
+            std::fill_n(m_states.data() + m_firstOwner[mesh], m_meshes[mesh]->_Triangles().Size(),
+                        kOccluder);
+    }
 }
 
 // Every vertex of every mesh into pixel space relative to the region box, and each mesh's
 // viewing direction into its model space.
 void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
     m_screenPoints.clear();
+    m_listedVertices.resize(m_meshes.size());
     m_viewDirections = std::make_unique<point3d[]>(m_meshes.size());
     const VelSDK::Math::point2i origin{m_regionBox.xmin, m_regionBox.ymin};
     for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh) {
@@ -529,11 +584,10 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
             return _Project(mesh, transform, ToFloat(point));
         };
         if (_CandidateList(mesh)) {
-            // Only the listed triangles' vertices are read later.
-            _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
-                for (std::size_t k = 0; k < 3; ++k)
-                    screen[t.GetPointIndex(k)] = project(points[t.GetPointIndex(k)]);
-            });
+            // Only the listed triangles' vertices are read later: each is projected once.
+            _ListVertices(mesh);
+            ForEachListed(m_listedVertices[mesh], _Threads(),
+                          [&](std::uint32_t v) { screen[v] = project(points[v]); });
             continue;
         }
         ForEachChunk(points, _Threads(),
@@ -542,6 +596,22 @@ void MStlBaseOperatorMarkPolygon::Impl::_PrepareScreenSpace() {
                              screen[first + i] = project(point[i]);
                      });
     }
+}
+
+// The vertices of the mesh's listed triangles, each once, in the order the list meets them.
+void MStlBaseOperatorMarkPolygon::Impl::_ListVertices(std::size_t mesh) {
+    std::vector<std::uint32_t>& vertices = m_listedVertices[mesh];
+    vertices.clear();
+    std::vector<bool> met(m_meshes[mesh]->_Points().Size());  // an eighth of a byte a vertex
+    _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
+        for (std::size_t k = 0; k < 3; ++k) {
+            const std::uint32_t v = t.GetPointIndex(k);
+            if (!met[v]) {
+                met[v] = true;
+                vertices.push_back(v);
+            }
+        }
+    });
 }
 
 // A model point in pixel space: through the model-to-pixel transform, or under a perspective
@@ -694,10 +764,7 @@ void MStlBaseOperatorMarkPolygon::Impl::_ComputeOutcodes(std::size_t mesh) {
             (p.y <= 0.0f ? kOutcodeAbove : 0) | (p.y >= top ? kOutcodeBelow : 0));
     };
     if (_CandidateList(mesh)) {
-        _ForEachTriangle(mesh, 1, [&](const MStlTriangle& t, std::size_t) {
-            for (std::size_t k = 0; k < 3; ++k)
-                outcode(t.GetPointIndex(k));
-        });
+        ForEachListed(m_listedVertices[mesh], _Threads(), outcode);
         return;
     }
     ForEachChunk(m_meshes[mesh]->_Points(), _Threads(),
@@ -718,14 +785,21 @@ bool MStlBaseOperatorMarkPolygon::Impl::_FrontFacing(std::size_t mesh, std::size
     return Dot((*m_normals)[triangle], m_viewDirections[mesh]) < 0.0;
 }
 
+// Whether some triangle of the mesh that the run considers crosses the near plane.
+bool MStlBaseOperatorMarkPolygon::Impl::_AnyNearCut(std::size_t mesh) const {
+    const std::uint8_t* states = m_states.data() + m_firstOwner[mesh];
+    if (const std::vector<std::uint32_t>* list = _CandidateList(mesh))
+        return std::any_of(list->begin(), list->end(),
+                           [&](std::uint32_t t) { return (states[t] & kNearCut) != 0; });
+    return std::any_of(states, states + m_meshes[mesh]->_Triangles().Size(),
+                       [](std::uint8_t s) { return (s & kNearCut) != 0; });
+}
+
 // Ignored when hidden or outside one side of the box; otherwise a candidate of a wholly
 // markable mesh (facing the viewer, with culling) or an occluder.
 void MStlBaseOperatorMarkPolygon::Impl::_ClassByOutcodesAndFacing(std::size_t mesh) {
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
     const bool whole = m_markWholeMesh[mesh];
-    // Triangles left out of a candidate list are absent from the run.
-    if (_CandidateList(mesh))
-        std::fill_n(classes, m_meshes[mesh]->_Triangles().Size(), kIgnored);
     _ForEachTriangle(mesh, _Threads(), [&](const MStlTriangle& t, std::size_t index) {
         const std::uint8_t a = m_outcodes[t.GetPointIndex(0)], b = m_outcodes[t.GetPointIndex(1)],
                            c = m_outcodes[t.GetPointIndex(2)];
@@ -743,12 +817,20 @@ void MStlBaseOperatorMarkPolygon::Impl::_ClassByOutcodesAndFacing(std::size_t me
 void MStlBaseOperatorMarkPolygon::Impl::_AddMarkableSurfaces(std::size_t mesh) {
     const MStlBase& stl = *m_meshes[mesh];
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
+    // Triangles left out of a candidate list are absent from the run and have no class.
+    std::vector<bool> listed;
+    if (const std::vector<std::uint32_t>* list = _CandidateList(mesh);
+        list && !m_markableSurfaces[mesh].empty()) {
+        listed.resize(stl._Triangles().Size());
+        for (const std::uint32_t t : *list)
+            listed[t] = true;
+    }
     for (MStlSurface* surface : m_markableSurfaces[mesh]) {
         if (surface->GetStl() != &stl)
             continue;  // a surface of another mesh marks nothing here
         for (MStlTriangle& triangle : surface->Triangles()) {
             const std::size_t t = triangle.GetMaskIndex();
-            if ((classes[t] & kClassMask) == kIgnored)
+            if ((!listed.empty() && !listed[t]) || (classes[t] & kClassMask) == kIgnored)
                 continue;
             if (m_backFaceCulling && !_FrontFacing(mesh, t))
                 continue;
@@ -802,25 +884,22 @@ void MStlBaseOperatorMarkPolygon::Impl::_ProjectPiece(std::size_t mesh,
 }
 
 // Selecting writes only each triangle's own class, so it runs on every thread unless the
-// clipper's shared work lists are needed; marks are applied in order on the calling thread.
+// clipper's shared work lists are needed (clipping planes, or triangles across the near
+// plane); marks are applied in order on the calling thread.
 void MStlBaseOperatorMarkPolygon::Impl::_MarkThroughMesh(std::size_t mesh) {
-    MStlBase& stl = *m_meshes[mesh];
     _ClassifyTriangles(mesh);
     std::uint8_t* classes = m_states.data() + m_firstOwner[mesh];
-    ForEachChunk(stl._Triangles(), m_clippingPlanes.empty() ? _Threads() : 1,
-                 [&](MStlTriangle* triangle, std::size_t first, std::size_t length) {
-                     for (std::size_t i = 0; i < length; ++i) {
-                         const std::uint8_t state = classes[first + i];
-                         if ((state & kClassMask) == kCandidate &&
-                             _TouchesRegion(mesh, triangle[i], (state & kNearCut) != 0))
-                             classes[first + i] = kSelected;
-                     }
-                 });
-    const std::size_t count = stl._Triangles().Size();
-    for (std::size_t t = 0; t < count; ++t) {
-        if (classes[t] == kSelected)
-            _ApplyMark(mesh, stl._Triangle(t));
-    }
+    const bool clips = !m_clippingPlanes.empty() || (m_perspective && _AnyNearCut(mesh));
+    _ForEachTriangle(mesh, clips ? 1 : _Threads(), [&](MStlTriangle& triangle, std::size_t index) {
+        const std::uint8_t state = classes[index];
+        if ((state & kClassMask) == kCandidate &&
+            _TouchesRegion(mesh, triangle, (state & kNearCut) != 0))
+            classes[index] = kSelected;
+    });
+    _ForEachTriangle(mesh, 1, [&](MStlTriangle& triangle, std::size_t index) {
+        if (classes[index] == kSelected)
+            _ApplyMark(mesh, triangle);
+    });
 }
 
 // Mark-through test of one triangle, or of what the clipping planes leave of it.
@@ -911,16 +990,15 @@ void MStlBaseOperatorMarkPolygon::Impl::_DrawInBands(int bands) {
     tbb::parallel_for(0, bands, [&](int band) {
         const RowRange rows{static_cast<std::int32_t>(height * band / bands),
                             static_cast<std::int32_t>(height * (band + 1) / bands - 1)};
-        std::vector<std::uint8_t>& flags = m_bandFlags[static_cast<std::size_t>(band)];
-        flags.assign(m_states.size(), 0);
+        UninitializedVector<std::uint8_t>& flags = m_bandFlags[static_cast<std::size_t>(band)];
+        flags.resize(m_states.size());
+        _ForEachOwner([&](std::size_t owner) { flags[owner] = 0; });
         for (std::size_t mesh = 0; mesh < m_meshes.size(); ++mesh)
             _DrawMesh(mesh, rows, flags.data());
         _FinalizeDepthRows(m_depthRaster, flags.data(), rows, _ReciprocalScale());
     });
-    for (const std::vector<std::uint8_t>& flags : m_bandFlags) {
-        for (std::size_t owner = 0; owner < m_states.size(); ++owner)
-            m_states[owner] |= flags[owner];
-    }
+    for (const UninitializedVector<std::uint8_t>& flags : m_bandFlags)
+        _ForEachOwner([&](std::size_t owner) { m_states[owner] |= flags[owner]; });
     m_depthRaster.m_finalized = true;
 }
 

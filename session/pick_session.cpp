@@ -4,6 +4,10 @@
 #include <cmath>
 #include <utility>
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
 #include <velpick/camera_view.h>
 #include <velpick/host/mark_triangles.h>
 #include <velpick/host/stl_base.h>
@@ -31,6 +35,8 @@ constexpr double kMaxWholeRadius = 1.8e19;
 /// Query boxes beyond the operator's 32-bit pixel range run without a list: the operator
 /// then refuses them or wraps exactly as without a session.
 constexpr double kPixelRange = 2147483647.0;
+/// Vertices per task when projecting on several threads.
+constexpr std::size_t kVertexBlock = 16384;
 
 double Widening(double coordinate) {
     return kMarginPixels + kMarginPerPixel * std::fabs(coordinate);
@@ -41,8 +47,14 @@ double Widening(double coordinate) {
 /// coordinates the operator reads.
 struct ProjectedVertices {
     std::vector<point2d> pixels;
-    std::vector<bool> behindNear;  // perspective only: nearer than the near plane
+    std::vector<std::uint8_t> behindNear;  // perspective only: nearer than the near plane
 };
+
+/// The most threads a build uses: `threads` as a pick takes it, within the caller's arena.
+int BuildThreads(int threads) {
+    const int arena = tbb::this_task_arena::max_concurrency();
+    return threads >= 1 ? std::min(threads, arena) : arena;
+}
 
 point3d FloatCoordinates(const MStlPoint& p) {
     return {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
@@ -57,24 +69,35 @@ ProjectedVertices ProjectVertices(const SessionMesh& m, const SessionSettings& s
     const std::size_t count = m.mesh->GetNumberOfPoints();
     ProjectedVertices out{std::vector<point2d>(count), {}};
     if (settings.perspective)
-        out.behindNear.assign(count, false);
-    for (std::size_t v = 0; v < count; ++v) {
+        out.behindNear.assign(count, 0);
+    const auto project = [&](std::size_t v) {
         const point3d p = FloatCoordinates(m.mesh->GetPoint(v));
         if (!settings.perspective) {
             const point3d pixel = toPixels.TransformPoint(p);
             out.pixels[v] = {pixel.x, pixel.y};
-            continue;
+            return;
         }
         const PerspectiveProjection& camera = *settings.perspective;
         const point3d eye = modelView.TransformPoint(p);
         const double depth = -eye.z;
         if (depth < camera.nearDistance) {
-            out.behindNear[v] = true;
-            continue;
+            out.behindNear[v] = 1;
+            return;
         }
         out.pixels[v] = {(camera.cx + camera.fx * eye.x / depth) * scale + 0.5,
                          (camera.cy + camera.fy * eye.y / depth) * scale + 0.5};
+    };
+    // Each vertex writes only its own entries, so the result does not depend on the threads.
+    if (BuildThreads(settings.threads) <= 1 || count <= kVertexBlock) {
+        for (std::size_t v = 0; v < count; ++v)
+            project(v);
+        return out;
     }
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, kVertexBlock),
+                      [&](const tbb::blocked_range<std::size_t>& vertices) {
+                          for (std::size_t v = vertices.begin(); v != vertices.end(); ++v)
+                              project(v);
+                      });
     return out;
 }
 
@@ -112,7 +135,8 @@ class RecordingSink : public IStlMarkTriangles {
     void Unmark(MStlTriangle& t) override { m_triangles.push_back(t.GetMaskIndex()); }
     /// Ascending, each once (a triangle cut into pieces may be marked once per piece).
     std::vector<std::uint32_t> Take() {
-        std::sort(m_triangles.begin(), m_triangles.end());
+        if (!std::is_sorted(m_triangles.begin(), m_triangles.end()))
+            std::sort(m_triangles.begin(), m_triangles.end());
         m_triangles.erase(std::unique(m_triangles.begin(), m_triangles.end()), m_triangles.end());
         return std::move(m_triangles);
     }
@@ -160,10 +184,12 @@ PickSession::Impl::Impl(std::vector<SessionMesh> meshes, SessionSettings setting
             continue;
         const ProjectedVertices vertices = ProjectVertices(indexed.source, m_settings);
         const MStlBase& mesh = *indexed.source.mesh;
-        indexed.index =
-            std::make_unique<ScreenTileIndex>(triangles, [&](std::uint32_t t, PixelBounds& b) {
+        indexed.index = std::make_unique<ScreenTileIndex>(
+            triangles,
+            [&](std::uint32_t t, PixelBounds& b) {
                 return TriangleFootprint(mesh.GetTriangle(t), vertices, b);
-            });
+            },
+            BuildThreads(m_settings.threads));
     }
 }
 

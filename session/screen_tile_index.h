@@ -25,14 +25,17 @@ enum class Footprint { kNowhere, kBounds, kEverywhere };
 ///
 /// Tiles come in levels, each 4 times coarser than the one before, the last a single tile over
 /// the whole frame. A triangle is listed in the finest level where its bounds meet at most two
-/// tiles, so it is held at most twice; per tile the list is ascending.
+/// tiles, so it is held at most twice; per tile the list is ascending. Bounds and query boxes
+/// go to tiles through one monotone map (a finest-level column or row, halved twice per
+/// level), so a box that meets a triangle's bounds meets one of its tiles.
 class ScreenTileIndex {
   public:
     /// `footprint(t, bounds)` classifies triangle t and, for kBounds, fills its bounds. It is
-    /// called three times per triangle, in ascending order.
+    /// called twice per triangle, from up to `threads` threads of the caller's oneTBB arena
+    /// at once (1 or less: the calling thread alone); the index does not depend on `threads`.
     using FootprintOf = std::function<Footprint(std::uint32_t, PixelBounds&)>;
 
-    ScreenTileIndex(std::uint32_t triangles, const FootprintOf& footprint);
+    ScreenTileIndex(std::uint32_t triangles, const FootprintOf& footprint, int threads);
 
     /// Sets in `candidates` the bit of every triangle whose bounds may meet `box` (finite).
     void Gather(const PixelBounds& box, TriangleBitmap& candidates) const;
@@ -40,25 +43,45 @@ class ScreenTileIndex {
     std::size_t MemoryBytes() const;
 
   private:
+    /// Tiles x0 … x1 by y0 … y1 of one level, bounds included.
     struct TileRange {
         std::uint32_t x0, y0, x1, y1;
+
+        TileRange Coarser(unsigned levels) const {
+            const unsigned shift = 2 * levels;
+            return {x0 >> shift, y0 >> shift, x1 >> shift, y1 >> shift};
+        }
         std::size_t Count() const { return std::size_t{x1 - x0 + 1} * (y1 - y0 + 1); }
     };
     struct Level {
-        double tileSize;  // pixels
         std::uint32_t columns, rows;
         std::vector<std::uint64_t> tileStart;  // per tile, then the end of the last
         std::vector<std::uint32_t> triangles;
-
-        TileRange Range(const PixelBounds& bounds, double originX, double originY) const;
+    };
+    /// Where one triangle is listed: up to two adjacent tiles of one level.
+    struct Placement {
+        enum Shape : std::uint8_t {
+            kUnlisted,
+            kEverywhere,
+            kOneTile,
+            kTileAndRight,
+            kTileAndBelow
+        };
+        std::uint32_t tile;  // the first tile, row-major in its level
+        std::uint8_t level;
+        Shape shape;
     };
 
-    void _ChooseLevels(std::uint32_t triangles, const FootprintOf& footprint);
-    void _FillLevels(std::uint32_t triangles, const FootprintOf& footprint);
-    std::size_t _LevelOf(const PixelBounds& bounds, TileRange& range) const;
+    void _ChooseLevels(std::uint32_t triangles, const FootprintOf& footprint, int threads);
+    std::vector<Placement> _Place(std::uint32_t triangles, const FootprintOf& footprint,
+                                  int threads) const;
+    void _FillLevels(const std::vector<Placement>& placements);
+    TileRange _FinestRange(const PixelBounds& bounds) const;
+    Placement _PlacementOf(const PixelBounds& bounds) const;
 
     double m_originX = 0.0, m_originY = 0.0;  // the lower left corner of every level's tile (0, 0)
-    std::vector<Level> m_levels;              // finest first
+    double m_finestTilesPerPixel = 1.0;
+    std::vector<Level> m_levels;  // finest first
     std::vector<std::uint32_t> m_everywhere;
 };
 

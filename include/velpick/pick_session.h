@@ -94,7 +94,9 @@ enum class SessionStatus {
 /// every pick gets; 8-byte tile offsets, at most one finest tile per four triangles and each
 /// coarser level a sixteenth of the one before; two bits per triangle for the pick and stroke
 /// bitmaps. Measured 6.6 bytes per triangle on a 1M-triangle torus filling a 1000-pixel view.
-/// Building holds 16 bytes per vertex of the largest mesh besides.
+/// Building holds 16 bytes per vertex and 8 per triangle of the largest mesh besides, and runs
+/// on up to `settings.threads` threads of the caller's oneTBB arena; the index does not depend
+/// on the number of threads.
 ///
 /// Strokes: AddStrokeSegment picks the footprint of one segment (the brush path of its two
 /// ends) as a region of its own and reports the triangles that segment marked which no earlier
