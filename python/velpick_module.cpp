@@ -343,14 +343,17 @@ Perspective and pinhole cameras take "near" (model units; default 1e-4 of the di
 eye to the farthest corner of the mesh's bounding box): nearer parts are cut away. Only the
 "zbuffer" picker takes them so far.
 pixel_proportion: pixels per screen unit. depth_tolerance: model units; a face within it of the
-front surface counts as visible. units_per_model_unit: internal units per model unit.
+front surface counts as visible ("zbuffer", and "scanline" with scanline_rule="nearest"). units_per_model_unit: internal units per model unit.
 picker: "zbuffer" (a depth buffer over the region's pixels) or "scanline" (a parallel
 scan-line sweep); pickers() lists them. mark_through: mark hidden faces too.
 back_face_culling: never mark faces turned away. clipping_planes: (P, 4) planes (a, b, c, d) in
 scene internal units; the kept side is a x + b y + c z + d >= 0.
 markable: None, or a bool array (M,): only those faces may be marked; the others still hide
-what is behind them. lines_per_pixel (sample lines per pixel) and threads (None: all cores):
-settings of the scan-line picker.
+what is behind them. lines_per_pixel (sample lines per pixel), threads (None: all cores) and
+scanline_rule: settings of the scan-line picker. scanline_rule "ordered" (default) keeps the
+front of a depth order that pieces enter from left to right on each sample line; "nearest"
+marks a face where it lies within depth_tolerance of the nearest surface on some line, so a
+face rising through another is marked where it is in front.
 
 Raises ValueError naming the argument for any bad input, with velpick's scene-file messages.
 The GIL is released while the mesh is built and picked.)";

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -213,6 +214,18 @@ std::string PickerName(const Field& field) {
 }
 
 template <class Field>
+ScanLineRule ScanLineRuleName(const Field& field) {
+    const std::string name = field.String();
+    std::string known;
+    for (std::size_t rule = 0; rule < std::size(kScanLineRuleNames); ++rule) {
+        if (name == kScanLineRuleNames[rule])
+            return static_cast<ScanLineRule>(rule);
+        known += (known.empty() ? "" : ", ") + std::string(kScanLineRuleNames[rule]);
+    }
+    field.Fail("unknown scan-line rule \"" + Printable(name) + "\" (known: " + known + ")");
+}
+
+template <class Field>
 std::vector<MMPlaneEq<double>> Planes(const Field& field) {
     std::vector<MMPlaneEq<double>> planes;
     const std::size_t count = field.ArraySize(0, "planes");
@@ -333,6 +346,8 @@ PickSettings ValidatePickSettings(const Source& source) {
         settings.clippingPlanes = Planes(*planes);
     if (const auto lines = source.Find(Setting::kLinesPerPixel))
         settings.linesPerPixel = LinesPerPixel(*lines);
+    if (const auto rule = source.Find(Setting::kScanLineRule))
+        settings.scanlineRule = ScanLineRuleName(*rule);
     if (const auto threads = source.Find(Setting::kThreads))
         settings.threads = Threads(*threads);
     settings.graph = Graph(source, settings.unitsPerModelUnit);
