@@ -6,6 +6,8 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "camera_view.h"
@@ -60,7 +62,7 @@ std::vector<VelSDK::Math::point2d> Points(const Field& field, std::size_t minCou
 
 // The width and height of a "screen" or "image" field.
 template <class Field>
-std::array<double, 2> ScreenField(const Field& field) {
+std::pair<double, double> ScreenField(const Field& field) {
     field.Numbers(2);
     return {field.Item(0).PositiveNumber(), field.Item(1).PositiveNumber()};
 }
@@ -73,9 +75,7 @@ OrthoCamera OrthographicCamera(const Field& field) {
     camera.target = Point3(field.Member("target"));
     camera.up = Point3(field.Member("up"));
     camera.height = field.Member("height").PositiveNumber();
-    const std::array<double, 2> screen = ScreenField(field.Member("screen"));
-    camera.screenWidth = screen[0];
-    camera.screenHeight = screen[1];
+    std::tie(camera.screenWidth, camera.screenHeight) = ScreenField(field.Member("screen"));
     return camera;
 }
 
@@ -127,9 +127,7 @@ PerspectiveCamera PerspectiveCameraField(const Field& field) {
     camera.fovDegrees = fov.Number();
     if (!(camera.fovDegrees > 0.0 && camera.fovDegrees < kMaxFovDegrees))
         fov.FailType("a number > 0 and < 180 (degrees)");
-    const std::array<double, 2> screen = ScreenField(field.Member("screen"));
-    camera.screenWidth = screen[0];
-    camera.screenHeight = screen[1];
+    std::tie(camera.screenWidth, camera.screenHeight) = ScreenField(field.Member("screen"));
     camera.nearDistance = NearDistance(field);
     return camera;
 }
@@ -195,9 +193,7 @@ PinholeCamera PinholeCameraField(const Field& field) {
     Intrinsics(pinhole.Member("K"), camera);
     camera.rotation = Rotation(pinhole.Member("R"));
     camera.translation = Point3(pinhole.Member("t"));
-    const std::array<double, 2> image = ScreenField(pinhole.Member("image"));
-    camera.imageWidth = image[0];
-    camera.imageHeight = image[1];
+    std::tie(camera.imageWidth, camera.imageHeight) = ScreenField(pinhole.Member("image"));
     camera.nearDistance = NearDistance(field);
     return camera;
 }
