@@ -18,8 +18,8 @@ SHIFT = [[1, 0, 0, 3000], [0, 1, 0, -2000], [0, 0, 1, 4000], [0, 0, 0, 1]]  # in
 TINY = grid(12, 12, cell=0.0015, origin=(-0.009, -0.009))
 TINY[0][:, 2] = np.random.default_rng(3).choice([-0.0005, 0.0005, 0.0015, 0.0001], len(TINY[0]))
 TINY[0][::5, :2] += 0.0004
-# A triangle rising through a one-quad plate (z = 5 at x = 9/7) under a band across both: it
-# enters each line's depth order behind the plate and stays there, but it is nearest near x = 2.
+# A triangle rising through a one-quad plate under a band: it enters each line's depth order
+# behind the plate and stays there, but is nearest for x > 9/7.
 QUAD = grid(1, 1, cell=8.0, origin=(-4.0, -4.0), z=5.0) + (None,)
 RISER = (np.array([[-3.0, -20.0, 0.0], [3.0, 0.0, 7.0], [-3.0, 20.0, 0.0]]), [[0, 1, 2]], None)
 BAND = [[-4.5, -3.0], [4.5, -3.0], [4.5, -1.0], [-4.5, -1.0]]
@@ -74,7 +74,11 @@ def test_same_marks_as_velpick_and_the_tested_settings_count(tmp_path, picker, m
         assert any(not np.array_equal(a, b) for a, b in zip(masks, untested)), "no change"
 
 
-def test_only_the_nearest_rule_marks_the_riser_where_it_is_in_front():
-    riser = [velpick.pick_meshes([QUAD, RISER], BAND, view=top_view(), picker="scanline",
-                                 scanline_rule=rule)[1][0] for rule in ("ordered", "nearest")]
-    assert riser == [False, True]
+def test_the_nearest_rule_alone_marks_the_riser_where_it_is_within_the_tolerance():
+    lowered = RISER[:2] + (np.diag([1.0, 1.0, 4.95 / 6.65, 1.0]),)  # top 0.05 under the plate
+    cases = [(RISER, "ordered", 0.05), (RISER, "nearest", 0.05), (lowered, "nearest", 0.02),
+             (lowered, "nearest", 0.2)]
+    marked = [velpick.pick_meshes([QUAD, riser], BAND, view=top_view(), picker="scanline",
+                                  scanline_rule=rule, depth_tolerance=t)[1][0]
+              for riser, rule, t in cases]
+    assert marked == [False, True, False, True]
