@@ -203,8 +203,8 @@ pick(region, brush_radius=None) returns the same face mask as pick() with those 
 add_segment(from, to, radius) grows a brush stroke by one segment, picked as a region of its
 own, and returns the int64 indices of the faces it marked that the stroke had not marked yet;
 new_stroke() starts over. Every camera pick() takes will do; a pinhole camera's regions and
-brush points are in its image coordinates. The "zbuffer" picker only, for now. The GIL is released during
-indexing and picks; calls from several threads wait for each other.)";
+brush points are in its image coordinates. The "zbuffer" picker only, for now. The GIL is
+released during indexing and picks; calls from several threads wait for each other.)";
 
 }  // namespace
 

@@ -45,12 +45,13 @@ constexpr const char* kFieldsHelp =
                         polygons only
   picker                "zbuffer", "scanline" or "graph" ({picker}), see below
   scanline_rule         "ordered" or "nearest" ({rule}): how the scanline picker's sample
-                        lines decide what they see. "ordered": the front of a depth order that pieces enter from left to
-                        right, each moving ahead of the pieces it is nearer than at the middle
-                        of their common stretch; "nearest": a triangle is marked where, on some
-                        line, it lies within depth_tolerance of the nearest surface over a
-                        stretch of positive length (a triangle rising through a plate is
-                        marked where it is in front)
+                        lines decide what they see. "ordered": the front of a depth order
+                        that pieces enter from left to right, each moving ahead of the
+                        pieces it is nearer than at the middle of their common stretch;
+                        "nearest": a triangle is marked where, on some line, it lies within
+                        depth_tolerance of the nearest surface over a stretch of positive
+                        length (a triangle rising through a plate is marked where it is in
+                        front)
   pixel_proportion {pixels}, depth_tolerance {tolerance} (model units; zbuffer, and scanline with
   scanline_rule "nearest"), mark_through {through}, back_face_culling {culling}, unmark {unmark},
   start_marked {start} (mark all before picking), skip_hidden_surfaces {skip} (ignore the
