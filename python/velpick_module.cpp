@@ -340,8 +340,8 @@ larger nearer), or camera: a dict, exactly one of the two. Cameras: orthographic
 "image": [w, h]}}, X_cam = R X + t, (u, v) = (fx x/z + cx, fy y/z + cy), the region then in
 image coordinates (u right, v down, pixel centres whole); K, R and t may be numpy arrays.
 Perspective and pinhole cameras take "near" (model units; default 1e-4 of the distance from the
-eye to the farthest corner of the mesh's bounding box): nearer parts are cut away. Only the
-"zbuffer" picker takes them so far.
+eye to the farthest corner of the mesh's bounding box): nearer parts are cut away. Every
+picker takes them.
 pixel_proportion: pixels per screen unit. depth_tolerance: model units; a face within it of the
 front surface counts as visible ("zbuffer", and "scanline" with scanline_rule="nearest").
 units_per_model_unit: internal units per model unit.

@@ -35,7 +35,7 @@ constexpr const char* kFieldsHelp =
                         is then in image coordinates (u right, v down), the screen the image;
                         perspective and pinhole take "near" (model units; default {near} of the
                         distance from the eye to the farthest corner of the placed meshes'
-                        bounding box): what is nearer is cut away; zbuffer picker only, so far;
+                        bounding box): what is nearer is cut away;
                         or a list of cameras: one pick per view, each from the same initial
                         marks, the region in each view's screen; the JSON then holds
                         "views": [{"meshes": [...]}, ...]
