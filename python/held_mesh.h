@@ -20,8 +20,9 @@ struct HeldMesh {
     std::vector<std::uint32_t> inputVertexOf;
     double unitsPerModelUnit = 1.0;
     FeatureGraphGuard graphGuard;
+    PlacedBoundsCache bounds;
 
-    PickMesh ToPickMesh() { return {mesh.get(), {}, true, {}, &graphGuard}; }
+    PickMesh ToPickMesh() { return {mesh.get(), {}, true, {}, &graphGuard, &bounds}; }
     std::uint32_t InputVertex(std::uint32_t vertex) const {
         return inputVertexOf.empty() ? vertex : inputVertexOf[vertex];
     }

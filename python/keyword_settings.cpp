@@ -33,6 +33,7 @@ constexpr KeywordEntry kKeywords[] = {
     {"threads", Setting::kThreads, kAll},
     {"depth_tolerance", Setting::kDepthTolerance, kFaces},
     {"picker", Setting::kPicker, kFaces},
+    {"scanline_rule", Setting::kScanLineRule, kFaces},
     {"brush_radius", Setting::kBrushRadius, kFaces},
     {"sharp_angle_deg", Setting::kSharpAngle, kEdges},
     {"thickness", Setting::kThickness, kEdges},

@@ -18,6 +18,7 @@
 #include "keyword_settings.h"
 #include "numpy_mesh.h"
 #include "pick_settings_validator.h"
+#include "pinhole_view.h"
 
 namespace velpick::python {
 namespace {
@@ -55,15 +56,16 @@ class PySession {
               const py::kwargs& keywords)
         : m_keywords(keywords) {
         SessionMesh entry;
+        HeldMesh* held = nullptr;
         if (py::isinstance<HeldMesh>(meshOrVertices)) {
             if (!faces.is_none() || !markable.is_none())
                 throw py::value_error("faces: not taken with a Mesh");
             if (keywords.contains("units_per_model_unit"))
                 throw py::value_error("units_per_model_unit: a Mesh carries its own scale");
             m_meshOwner = meshOrVertices;
-            HeldMesh& held = meshOrVertices.cast<HeldMesh&>();
-            m_keywords["units_per_model_unit"] = py::float_(held.unitsPerModelUnit);
-            entry.mesh = held.mesh.get();
+            held = &meshOrVertices.cast<HeldMesh&>();
+            m_keywords["units_per_model_unit"] = py::float_(held->unitsPerModelUnit);
+            entry.mesh = held->mesh.get();
         }
         const KeywordSettings source(PlaceholderRegion(), m_keywords, PickFunction::kPick);
         const PickSettings settings = ValidatePickSettings(source);
@@ -78,7 +80,15 @@ class PySession {
         if (!entry.mesh)
             entry = BuildArrays(meshOrVertices, faces, markable, settings.unitsPerModelUnit);
         entry.view = view.matrix;
+        m_view = view;
+        m_pixelProportion = settings.pixelProportion;
+        PickMesh placed = held ? held->ToPickMesh() : PickMesh();
+        placed.mesh = entry.mesh;
         const py::gil_scoped_release release;
+        // As the z-buffer picker sees through the camera: eye space, then this projection.
+        if (view.projection)
+            sessionSettings.perspective =
+                OperatorProjection(ResolvedProjection(view, std::vector<PickMesh>{placed}));
         m_session = std::make_unique<PickSession>(std::vector<SessionMesh>{entry},
                                                   std::move(sessionSettings));
         m_faceCount = entry.mesh->GetNumberOfTriangles();
@@ -127,15 +137,21 @@ class PySession {
         return entry;
     }
 
-    // The region as pick() validates it, with the session's own keywords.
+    // The region as pick() validates it, with the session's own keywords, on the screen.
     SessionRegion ValidRegion(const py::object& region, const py::object& brushRadius) const {
         py::kwargs keywords;  // a new dict: the session's own keywords stay as they are
         for (const auto& item : m_keywords)
             keywords[item.first] = item.second;
         if (!brushRadius.is_none())
             keywords["brush_radius"] = brushRadius;
-        const SelectionRegion valid =
+        const SelectionRegion given =
             ValidatePickSettings(KeywordSettings(region, keywords, PickFunction::kPick)).region;
+        SelectionRegion valid;
+        try {
+            valid = PixelSafeRegionOnScreen(given, m_view, m_pixelProportion);
+        } catch (const PickError& error) {
+            throw py::value_error(error.Field() + ": " + error.what());
+        }
         SessionRegion out{valid.points, std::nullopt};
         if (valid.shape == SelectionRegion::Shape::kBrush)
             out.brushRadius = valid.brushRadius;
@@ -166,6 +182,8 @@ class PySession {
     }
 
     py::dict m_keywords;
+    View m_view;
+    double m_pixelProportion = 0.0;
     py::object m_meshOwner;  // a velpick.Mesh, kept alive
     std::unique_ptr<MStlBase> m_ownMesh;
     const MStlBase* m_mesh = nullptr;
@@ -184,8 +202,9 @@ fixed for the session's life; a moved camera or a changed mesh needs a new Sessi
 pick(region, brush_radius=None) returns the same face mask as pick() with those keywords.
 add_segment(from, to, radius) grows a brush stroke by one segment, picked as a region of its
 own, and returns the int64 indices of the faces it marked that the stroke had not marked yet;
-new_stroke() starts over. The "zbuffer" picker only, for now. The GIL is released during
-indexing and picks; calls from several threads wait for each other.)";
+new_stroke() starts over. Every camera pick() takes will do; a pinhole camera's regions and
+brush points are in its image coordinates. The "zbuffer" picker only, for now. The GIL is
+released during indexing and picks; calls from several threads wait for each other.)";
 
 }  // namespace
 

@@ -340,17 +340,21 @@ larger nearer), or camera: a dict, exactly one of the two. Cameras: orthographic
 "image": [w, h]}}, X_cam = R X + t, (u, v) = (fx x/z + cx, fy y/z + cy), the region then in
 image coordinates (u right, v down, pixel centres whole); K, R and t may be numpy arrays.
 Perspective and pinhole cameras take "near" (model units; default 1e-4 of the distance from the
-eye to the farthest corner of the mesh's bounding box): nearer parts are cut away. Only the
-"zbuffer" picker takes them so far.
+eye to the farthest corner of the mesh's bounding box): nearer parts are cut away. Every
+picker takes them.
 pixel_proportion: pixels per screen unit. depth_tolerance: model units; a face within it of the
-front surface counts as visible. units_per_model_unit: internal units per model unit.
+front surface counts as visible ("zbuffer", and "scanline" with scanline_rule="nearest").
+units_per_model_unit: internal units per model unit.
 picker: "zbuffer" (a depth buffer over the region's pixels) or "scanline" (a parallel
 scan-line sweep); pickers() lists them. mark_through: mark hidden faces too.
 back_face_culling: never mark faces turned away. clipping_planes: (P, 4) planes (a, b, c, d) in
 scene internal units; the kept side is a x + b y + c z + d >= 0.
 markable: None, or a bool array (M,): only those faces may be marked; the others still hide
-what is behind them. lines_per_pixel (sample lines per pixel) and threads (None: all cores):
-settings of the scan-line picker.
+what is behind them. lines_per_pixel (sample lines per pixel), threads (None: all cores) and
+scanline_rule: settings of the scan-line picker. scanline_rule "ordered" (default) keeps the
+front of a depth order that pieces enter from left to right on each sample line; "nearest"
+marks a face where it lies within depth_tolerance of the nearest surface on some line, so a
+face rising through another is marked where it is in front.
 
 Raises ValueError naming the argument for any bad input, with velpick's scene-file messages.
 The GIL is released while the mesh is built and picked.)";
@@ -370,18 +374,18 @@ std::string SubmoduleFolder() {
     return (std::filesystem::path(info.dli_fname).parent_path() / "velpick_py").string();
 }
 
-constexpr const char* kMeshDoc = R"(Mesh(vertices, faces, *, units_per_model_unit=1000.0)
+// The signatures of Mesh() and load_mesh(), with their defaults, are pybind11's own.
+constexpr const char* kMeshDoc =
+    R"(A mesh built once for many picks: vertices (N, 3) in model units and faces (M, 3) as
+pick() takes them, converted at units_per_model_unit. pick(mesh, region, ...),
+pick_edges(mesh, region, ...) and pick_views(mesh, cameras, ...) take it in place of vertices,
+faces; it is never changed by a pick, so threads may pick it at once. It carries its scale:
+passing units_per_model_unit with it is an error. Feature graphs are built once per sharp
+angle.)";
 
-A mesh built once for many picks: vertices (N, 3) in model units and faces (M, 3) as pick()
-takes them, converted at units_per_model_unit. pick(mesh, region, ...), pick_edges(mesh,
-region, ...) and pick_views(mesh, cameras, ...) take it in place of vertices, faces; it is never
-changed by a pick, so threads may pick it at once. It carries its scale: passing
-units_per_model_unit with it is an error. Feature graphs are built once per sharp angle.)";
-
-constexpr const char* kLoadMeshDoc = R"(load_mesh(path, *, units_per_model_unit=1000.0)
-
-Reads an STL, OBJ, PLY or OFF file into a Mesh with velpick's own readers (face i of the file
-is face i of the mesh). Raises ValueError naming the file when it cannot be read.)";
+constexpr const char* kLoadMeshDoc =
+    R"(Reads an STL, OBJ, PLY or OFF file into a Mesh with velpick's own readers (face i of the
+file is face i of the mesh). Raises ValueError naming the file when it cannot be read.)";
 
 constexpr const char* kPickViewsDoc =
     R"(pick_views(mesh, cameras, *, region=None, picker="zbuffer", reduce=None, threads=None, progress=None, ...)
@@ -389,9 +393,10 @@ constexpr const char* kPickViewsDoc =
 Picks one mesh (a Mesh, or a (vertices, faces) pair) from every camera of the list cameras
 (camera dicts as pick() takes them). Row i of the result is exactly pick(mesh, region,
 camera=cameras[i], ...). region None is each camera's whole screen, the polygon (0, 0), (w, 0),
-(w, h), (0, h), or for a pinhole camera its whole image, (-0.5, -0.5) to (w - 0.5, h - 0.5). picker: "zbuffer" or "scanline". threads: the most threads the call uses in
-all (None: all cores); views run in parallel without the GIL, a view's pick gets the threads
-left over when there are fewer views than threads.
+(w, h), (0, h), or for a pinhole camera its whole image, (-0.5, -0.5) to (w - 0.5, h - 0.5).
+picker: "zbuffer" or "scanline". threads: the most threads the call uses in all (None: all
+cores); views run in parallel without the GIL, a view's pick gets the threads left over when
+there are fewer views than threads.
 reduce None returns a bool array (views, faces); "any" a bool array (faces,): seen by some
 view; "count" a uint32 array (faces,): the number of views marking each face. Reductions hold
 no per-view array.

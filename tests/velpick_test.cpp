@@ -384,6 +384,7 @@ const char* const kSceneErrors[][2] = {
     {R"({"camera": null, "view": [1e306,0,0,0, 0,1e306,0,0, 0,0,1e306,0, 0,0,0,1]})",
      "view: the picture cannot frame the scene"},
     {R"({"graph": {"angle": 30}})", "graph.angle: unknown field"},
+    {R"({"scanline_rule": 1})", "scanline_rule: expected a string, got 1"},
     {R"({"picker": "graph", "region": {"polygon": null, "brush": {"path": [[1, 1]], "radius": 1}}})",
      "region: the graph picker takes a polygon"},
     {R"({"region": {"polygon": [[0, 0], [1e5, 0], [0, 1e5]]}})",

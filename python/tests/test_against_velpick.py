@@ -18,6 +18,11 @@ SHIFT = [[1, 0, 0, 3000], [0, 1, 0, -2000], [0, 0, 1, 4000], [0, 0, 0, 1]]  # in
 TINY = grid(12, 12, cell=0.0015, origin=(-0.009, -0.009))
 TINY[0][:, 2] = np.random.default_rng(3).choice([-0.0005, 0.0005, 0.0015, 0.0001], len(TINY[0]))
 TINY[0][::5, :2] += 0.0004
+# A triangle rising through a one-quad plate under a band: it enters each line's depth order
+# behind the plate and stays there, but is nearest for x > 9/7.
+QUAD = grid(1, 1, cell=8.0, origin=(-4.0, -4.0), z=5.0) + (None,)
+RISER = (np.array([[-3.0, -20.0, 0.0], [3.0, 0.0, 7.0], [-3.0, 20.0, 0.0]]), [[0, 1, 2]], None)
+BAND = [[-4.5, -3.0], [4.5, -3.0], [4.5, -1.0], [-4.5, -1.0]]
 CAMERA = {"camera": TILTED_CAMERA}
 LASSO = [[5.0, 4.0], [33.0, 6.0], [30.0, 26.0], [18.0, 12.0], [8.0, 25.0]]
 STROKE = {"brush_radius": 3, **CAMERA}
@@ -39,6 +44,8 @@ SCENES = [
     ("coarse units", [SOUP], LASSO, CAMERA, {"units_per_model_unit": 3.0}, PICKERS),
     ("few lines, one thread", [SOUP], LASSO, CAMERA, {"lines_per_pixel": 1.5, "threads": 1},
      ("scanline",)),
+    ("rising through a plate", [QUAD, RISER], BAND, {"view": top_view()},
+     {"scanline_rule": "nearest"}, ("scanline",)),
     ("rounding and merging", [TINY + (None,)], [[-6e-3, -7e-3], [8e-3, -4e-3], [2e-3, 8e-3]],
      {"view": top_view(1.0), "pixel_proportion": 2000.0}, {}, PICKERS),
 ]
@@ -65,3 +72,13 @@ def test_same_marks_as_velpick_and_the_tested_settings_count(tmp_path, picker, m
     if tested:
         untested = velpick.pick_meshes(meshes, region, **dict(settings, picker=picker))
         assert any(not np.array_equal(a, b) for a, b in zip(masks, untested)), "no change"
+
+
+def test_the_nearest_rule_alone_marks_the_riser_where_it_is_within_the_tolerance():
+    lowered = RISER[:2] + (np.diag([1.0, 1.0, 4.95 / 6.65, 1.0]),)  # top 0.05 under the plate
+    cases = [(RISER, "ordered", 0.05), (RISER, "nearest", 0.05), (lowered, "nearest", 0.02),
+             (lowered, "nearest", 0.2)]
+    marked = [velpick.pick_meshes([QUAD, riser], BAND, view=top_view(), picker="scanline",
+                                  scanline_rule=rule, depth_tolerance=t)[1][0]
+              for riser, rule, t in cases]
+    assert marked == [False, True, False, True]

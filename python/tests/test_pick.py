@@ -83,6 +83,7 @@ BAD_CALLS = [  # (function, arguments replaced, the start of the message)
     # Once a bare allocation failure deep in the scan-line picker.
     ("pick", {"lines_per_pixel": 1e9}, "lines_per_pixel: expected at most 1024"),
     ("pick", {"threads": 0}, "threads: expected between 1 and 4096 threads, got 0"),
+    ("pick", {"scanline_rule": "front"}, 'scanline_rule: unknown scan-line rule "front"'),
     ("pick", {"vertices": VALID["pick_views"]["mesh"], "faces": SQUARE, "region": None,
               "units_per_model_unit": 10}, "units_per_model_unit: a Mesh carries"),
     ("pick_edges", {"thickness": 1e7}, "thickness: too large"),

@@ -4,6 +4,7 @@ import numpy as np
 import pytest
 
 from conftest import velpick
+from test_cameras import pinhole
 
 CAMERA = {"eye": [0.3, -0.4, 3.0], "target": [0, 0, 0], "up": [0, 1, 0], "height": 3.0,
           "screen": [200, 200]}
@@ -40,6 +41,16 @@ def test_picks_equal_pick_on_random_lassos_and_brushes(keywords):
             expected = velpick.pick(*source, brush, brush_radius=3, camera=CAMERA, **extra,
                                     **keywords)
             assert (session.pick(brush, brush_radius=3) == expected).all()
+
+
+def test_a_pinhole_session_picks_as_pick_in_image_coordinates():
+    vertices, faces = sphere()
+    camera = pinhole([0.5, -3.0, 1.0], [0, 0, 0], width=200, height=160)
+    session = velpick.Session(vertices, faces, camera=camera)
+    lasso = [[30, 20], [170, 40], [120, 150], [60, 110]]  # no mirror image of itself
+    for brush in (None, 4):
+        expected = velpick.pick(vertices, faces, lasso, camera=camera, brush_radius=brush)
+        assert expected.any() and (session.pick(lasso, brush_radius=brush) == expected).all()
 
 
 def test_a_stroke_reports_each_face_once_and_covers_about_the_whole_path():

@@ -22,6 +22,7 @@
 #include "pinhole_view.h"
 #include "report_json.h"
 #include "scene.h"
+#include "scene_help.h"
 #include "scene_image.h"
 #include "scene_loader.h"
 #include "scene_outputs.h"
@@ -32,56 +33,6 @@ using namespace velpick;
 
 constexpr int kExitError = 2;
 constexpr int kMaxImageSide = 16384;
-
-constexpr const char* kSceneHelp =
-    R"(Scene file (JSON; every field but meshes, view or camera, and region is optional):
-  units_per_model_unit  internal units per model unit (1000); meshes are scaled by it
-  meshes                [{ "file": path relative to the scene, "placement": 16 numbers
-                        (identity), "markable": "all" or [surface indices] ("all"),
-                        "hidden_surfaces": [surface indices] }]; OBJ groups are surfaces
-  view                  16 numbers, row-major, column vectors: scene internal units to
-                        screen units (x, y on screen, z depth, larger nearer); or instead
-  camera                orthographic: { "eye", "target", "up": [x,y,z] in model units,
-                        "height": model units across the screen's height, "screen": [w, h]
-                        screen units };
-                        perspective: the same with "fov_deg" (vertical field of view,
-                        0 < fov < 180) in place of "height": the plane through the target
-                        maps as the orthographic camera of height 2 d tan(fov/2), d the
-                        eye-target distance;
-                        pinhole: { "pinhole": { "K": [[fx,0,cx],[0,fy,cy],[0,0,1]], "R": 3x3
-                        rotation, "t": [3] model units, "image": [w, h] pixels } }: camera
-                        coordinates R X + t (z forward, x right, y down), image point
-                        (fx x/z + cx, fy y/z + cy), whole (u, v) at pixel centres; the region
-                        is then in image coordinates (u right, v down), the screen the image;
-                        perspective and pinhole take "near" (model units; default 1e-4 of the
-                        distance from the eye to the farthest corner of the placed meshes'
-                        bounding box): what is nearer is cut away; zbuffer picker only, so far;
-                        or a list of cameras: one pick per view, each from the same initial
-                        marks, the region in each view's screen; the JSON then holds
-                        "views": [{"meshes": [...]}, ...]
-  region                { "polygon": [[x,y], ...] } or
-                        { "brush": { "path": [[x,y], ...], "radius": r } } in screen units;
-                        r must be whole for the zbuffer picker; the graph picker takes
-                        polygons only
-  picker                "zbuffer" (default), "scanline" or "graph", see below
-  pixel_proportion 5.0, depth_tolerance 0.05 (model units; zbuffer), mark_through false,
-  back_face_culling false, unmark false, start_marked false (mark all before picking),
-  skip_hidden_surfaces false (ignore the triangles of hidden surfaces), clipping_planes
-  [[a,b,c,d], ...] (keeps ax+by+cz+d >= 0), lines_per_pixel 5.0 (scanline), threads
-  (zbuffer and scanline: the most threads a pick uses; all cores), graph { "sharp_angle_deg": 30, "thickness": 0 (model units),
-  "mark_whole_candidates": false } (graph)
-Unknown fields are errors. Errors print one line naming the file and field; exit status 2.
-
-Pickers:
-)";
-
-constexpr const char* kExampleHelp = R"(
-Example:
-  {"meshes": [{"file": "part.stl"}],
-   "camera": {"eye": [0,0,100], "target": [0,0,0], "up": [0,1,0], "height": 50,
-              "screen": [160, 100]},
-   "region": {"polygon": [[40,30], [120,30], [80,80]]}}
-  velpick scene.json --image pick.png --ply pick.ply)";
 
 struct Options {
     std::string scene;
@@ -218,6 +169,9 @@ PickReport PickViews(const Scene& scene, const std::vector<std::unique_ptr<MStlB
                      const std::string& sourceName) {
     const std::unique_ptr<Picker> picker = MakePicker(scene.settings.picker);
     PickRequest request = MakePickRequest(scene, meshes);
+    std::vector<PlacedBoundsCache> bounds(meshes.size());  // found once for every view
+    for (std::size_t i = 0; i < meshes.size(); ++i)
+        request.meshes[i].bounds = &bounds[i];
     PickReport report;
     report.picker = scene.settings.picker;
     for (const View& view : scene.views) {
@@ -344,7 +298,7 @@ void DefineOptions(CLI::App& app, Options& options) {
                    "With a list of cameras: the view (from 0) that --image and --ply show (0)");
     app.add_flag("--demo", options.demo, "Run the built-in demo scene (no scene file)")
         ->excludes(scene);
-    app.footer(kSceneHelp + DescribePickers() + kExampleHelp);
+    app.footer(SceneHelp());
 }
 
 }  // namespace

@@ -100,14 +100,24 @@ struct GraphSettings {
     bool markWholeCandidates = false;  // mark every edge that meets the region's pixel box
 };
 
+/// How the scan-line picker decides what a sample line sees.
+enum class ScanLineRule {
+    kOrdered,  // the front of a depth order that pieces enter in x order: the default
+    kNearest,  // every piece within the depth tolerance of the nearest depth there
+};
+
+/// The scene-file and Python name of each scan-line rule, in the enum's order.
+constexpr const char* kScanLineRuleNames[] = {"ordered", "nearest"};
+
 /// Everything a pick is asked to do besides its meshes and its view, validated.
 struct PickSettings {
     double unitsPerModelUnit = 1000.0;  // internal units per model unit
     std::string picker = "zbuffer";
     SelectionRegion region;
     double pixelProportion = 5.0;  // pixels per screen unit
-    double depthTolerance = 0.05;  // model length units; z-buffer only
+    double depthTolerance = 0.05;  // model length units; z-buffer and the nearest rule
     double linesPerPixel = 5.0;    // sample lines per pixel row; scan-line only
+    ScanLineRule scanlineRule = ScanLineRule::kOrdered;  // scan-line only
     /// The most threads one call uses in all, for both triangle pickers; all cores (the
     /// caller's oneTBB arena for the z-buffer picker) when empty. Marks do not depend on it.
     std::optional<int> threads;

@@ -15,6 +15,7 @@
 #include "call_marks.h"
 #include "feature_edge_graph.h"
 #include "pick_settings.h"
+#include "pinhole_view.h"
 #include "placed_mesh.h"
 #include "selection_region.h"
 
@@ -30,6 +31,9 @@ struct PickMesh {
     /// feature graph only while no other graph pick of the mesh runs. Null for a mesh that one
     /// thread picks.
     FeatureGraphGuard* graphGuard = nullptr;
+    /// The bounds of this mesh under this placement, kept by a holder that picks it again so
+    /// that perspective picks find them once (see ResolvedProjection); null: found per pick.
+    PlacedBoundsCache* bounds = nullptr;
 };
 
 /// Everything a pick needs, already validated: no files, no formats.

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include <velpick/host/stl_point.h>
+#include "picker.h"
 
 namespace velpick {
 
@@ -29,6 +30,20 @@ SelectionRegion RegionOnScreen(const SelectionRegion& region, const View& view) 
     return screen;
 }
 
+SelectionRegion PixelSafeRegionOnScreen(const SelectionRegion& region, const View& view,
+                                        double pixelProportion) {
+    const SelectionRegion screen = RegionOnScreen(region, view);
+    const double radius = screen.brushRadius * pixelProportion;
+    for (const point2d& q : screen.points) {
+        if (std::abs(q.x * pixelProportion) + radius > kMaxPixelCoordinate ||
+            std::abs(q.y * pixelProportion) + radius > kMaxPixelCoordinate)
+            throw PickError("region",
+                            "beyond the 32-bit pixel range at this pixel_proportion once moved "
+                            "from image to screen coordinates");
+    }
+    return screen;
+}
+
 void PlacedBounds::Add(const MStlBase& mesh, const MMTransformMatrix& placement) {
     for (const MStlPoint& vertex : mesh.Vertices()) {
         const point3d p =
@@ -36,6 +51,19 @@ void PlacedBounds::Add(const MStlBase& mesh, const MMTransformMatrix& placement)
         m_min = {std::min(m_min.x, p.x), std::min(m_min.y, p.y), std::min(m_min.z, p.z)};
         m_max = {std::max(m_max.x, p.x), std::max(m_max.y, p.y), std::max(m_max.z, p.z)};
     }
+}
+
+void PlacedBounds::Add(const PlacedBounds& other) {
+    m_min = {std::min(m_min.x, other.m_min.x), std::min(m_min.y, other.m_min.y),
+             std::min(m_min.z, other.m_min.z)};
+    m_max = {std::max(m_max.x, other.m_max.x), std::max(m_max.y, other.m_max.y),
+             std::max(m_max.z, other.m_max.z)};
+}
+
+const PlacedBounds& PlacedBoundsCache::Get(const MStlBase& mesh,
+                                           const MMTransformMatrix& placement) {
+    std::call_once(m_found, [&] { m_bounds.Add(mesh, placement); });
+    return m_bounds;
 }
 
 double PlacedBounds::FarthestCornerDistance(const MMTransformMatrix& toEye) const {
@@ -54,6 +82,11 @@ double PlacedBounds::FarthestCornerDistance(const MMTransformMatrix& toEye) cons
 double DefaultNearDistance(double farthestCornerDistance) {
     const double nearDistance = kDefaultNearShare * farthestCornerDistance;
     return nearDistance > 0.0 && std::isfinite(nearDistance) ? nearDistance : kNearWithNothingAhead;
+}
+
+AU_MarkOperations::PolygonMarking::PerspectiveProjection OperatorProjection(
+    const ViewProjection& projection) {
+    return {projection.fx, projection.fy, projection.cx, projection.cy, projection.nearDistance};
 }
 
 }  // namespace velpick

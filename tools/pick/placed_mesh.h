@@ -9,6 +9,8 @@
 
 namespace velpick {
 
+class PlacedBoundsCache;
+
 /// A feature edge by its end points: integer internal-unit coordinates of the mesh before
 /// placement, the pair in lexicographic order.
 using EdgeEnds = std::array<std::array<std::int32_t, 3>, 2>;
@@ -18,6 +20,7 @@ struct PlacedMesh {
     MStlBase* mesh;  // read only; the host's vertex iteration is non-const
     MMTransformMatrix placement;
     std::vector<EdgeEnds> markedEdges = {};  // the graph picker's marks, drawn over the mesh
+    PlacedBoundsCache* bounds = nullptr;     // found when needed when null
 };
 
 }  // namespace velpick

@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include <tbb/task_arena.h>
 
 #include <velpick/pinhole_projection.h>
@@ -39,6 +41,7 @@ class ScanLinePicker : public Picker {
         detector.SetMark(!request.settings.unmark);
         detector.SetMarkFlippedTriangles(!request.settings.backFaceCulling);
         detector.SetCheckSurfaceVisibility(request.settings.skipHiddenSurfaces);
+        SetRule(detector, request, toPixels);
 
         tbb::task_arena arena(request.settings.threads ? *request.settings.threads
                                                        : tbb::task_arena::automatic);
@@ -73,6 +76,28 @@ class ScanLinePicker : public Picker {
         MMTransformMatrix transform = mesh.placement;
         transform.PreMultiply(request.view.matrix);
         return transform.PreMultiply(toPixels);
+    }
+
+    // The rule, and for the nearest rule the depth tolerance in the detector's depth units:
+    // model length → internal units → depth along the view, as the z row of the map into the
+    // detector's space scales it (pixels for an affine view; eye space, unscaled, under a
+    // projection).
+    static void SetRule(MStlBaseOperatorVisibilityDetector& detector, const PickRequest& request,
+                        const MMTransformMatrix& toPixels) {
+        using Rule = MStlBaseOperatorVisibilityDetector::VisibilityRule;
+        const PickSettings& settings = request.settings;
+        detector.SetRule(settings.scanlineRule == ScanLineRule::kNearest ? Rule::Nearest
+                                                                         : Rule::Ordered);
+        MMTransformMatrix sceneToPixels = request.view.matrix;
+        sceneToPixels.PreMultiply(toPixels);
+        detector.SetDepthTolerance(settings.depthTolerance * settings.unitsPerModelUnit *
+                                   DepthScale(sceneToPixels));
+    }
+
+    // How much a length in the scene changes the depth at most: the length of the z row.
+    static double DepthScale(const MMTransformMatrix& sceneToPixels) {
+        return std::hypot(sceneToPixels.Get(2, 0), sceneToPixels.Get(2, 1),
+                          sceneToPixels.Get(2, 2));
     }
 
     // The region in downward pixels: scaled, y negated, nothing rounded.

@@ -1,9 +1,7 @@
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 
 #include <velpick/mark_polygon.h>
-#include <velpick/pinhole_projection.h>
 #include "picker.h"
 #include "pinhole_view.h"
 
@@ -27,9 +25,10 @@ class ZBufferPicker : public Picker {
         }
         for (const MMPlaneEq<double>& plane : request.settings.clippingPlanes)
             op.AddClippingPlane(plane);
-        SetRegion(op, ScreenRegion(request));
+        SetRegion(op, PixelSafeRegionOnScreen(request.settings.region, request.view,
+                                              request.settings.pixelProportion));
         if (request.view.projection)
-            op.SetPerspective(Projection(request));
+            op.SetPerspective(OperatorProjection(ResolvedProjection(request.view, request.meshes)));
         op.SetBackFaceCulling(request.settings.backFaceCulling);
         op.SetMarkThrough(request.settings.markThrough);
         op.SetUnmark(request.settings.unmark);
@@ -53,29 +52,6 @@ class ZBufferPicker : public Picker {
     static MStlBaseOperatorMarkPolygon MakeOperator(const PickSettings& settings) {
         return MStlBaseOperatorMarkPolygon(settings.pixelProportion, settings.depthTolerance,
                                            settings.skipHiddenSurfaces, settings.unitsPerModelUnit);
-    }
-
-    // The region on the screen. A pinhole camera's region moves by the image height on its
-    // way there, so it is checked again against the 32-bit pixel range the operator needs.
-    static SelectionRegion ScreenRegion(const PickRequest& request) {
-        const SelectionRegion region = RegionOnScreen(request.settings.region, request.view);
-        const double p = request.settings.pixelProportion, radius = region.brushRadius * p;
-        for (const VelSDK::Math::point2d& q : region.points) {
-            if (std::abs(q.x * p) + radius > kMaxPixelCoordinate ||
-                std::abs(q.y * p) + radius > kMaxPixelCoordinate)
-                throw PickError("region",
-                                "beyond the 32-bit pixel range at this pixel_proportion once "
-                                "moved from image to screen coordinates");
-        }
-        return region;
-    }
-
-    // The view's projection, its near distance resolved over the request's meshes.
-    static AU_MarkOperations::PolygonMarking::PerspectiveProjection Projection(
-        const PickRequest& request) {
-        const ViewProjection projection = ResolvedProjection(request.view, request.meshes);
-        return {projection.fx, projection.fy, projection.cx, projection.cy,
-                projection.nearDistance};
     }
 
     static void SetRegion(MStlBaseOperatorMarkPolygon& op, const SelectionRegion& region) {

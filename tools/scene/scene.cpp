@@ -123,6 +123,8 @@ class SceneSettings {
                 return "clipping_planes";
             case Setting::kLinesPerPixel:
                 return "lines_per_pixel";
+            case Setting::kScanLineRule:
+                return "scanline_rule";
             case Setting::kThreads:
                 return "threads";
             default:
@@ -183,7 +185,7 @@ Scene ParseScene(const nlohmann::json& document, const std::string& sourceName,
     root.ExpectObject({"units_per_model_unit", "meshes", "view", "camera", "pixel_proportion",
                        "region", "picker", "mark_through", "back_face_culling", "unmark",
                        "start_marked", "skip_hidden_surfaces", "depth_tolerance", "clipping_planes",
-                       "lines_per_pixel", "threads", "graph"});
+                       "lines_per_pixel", "scanline_rule", "threads", "graph"});
     Scene scene;
     scene.meshes = ParseMeshes(root.Member("meshes"), folder);
     const SceneSettings settings(root);

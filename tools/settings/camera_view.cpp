@@ -104,6 +104,27 @@ std::optional<double> InternalNear(const std::optional<double>& nearDistance,
     return internal;
 }
 
+// A perspective camera's map into eye space and its near distance in internal units.
+struct EyeSpace {
+    MMTransformMatrix toEye;
+    double nearDistance;
+};
+
+// The eye space of the rigid map whose first three rows `m` holds; nothing, with the reason in
+// `fault`, when the map or the near distance cannot be made.
+std::optional<EyeSpace> MakeEyeSpace(std::array<double, 16> m,
+                                     const std::optional<double>& nearDistance,
+                                     double unitsPerModelUnit, CameraFault* fault) {
+    m[15] = 1.0;
+    const std::optional<MMTransformMatrix> toEye = Usable(m, fault);
+    if (!toEye)
+        return std::nullopt;
+    const std::optional<double> internalNear = InternalNear(nearDistance, unitsPerModelUnit, fault);
+    if (!internalNear)
+        return std::nullopt;
+    return EyeSpace{*toEye, *internalNear};
+}
+
 }  // namespace
 
 std::optional<MMTransformMatrix> CameraView(const OrthoCamera& camera, double unitsPerModelUnit,
@@ -140,11 +161,9 @@ std::optional<View> PerspectiveView(const PerspectiveCamera& camera, double unit
         m[row * 4 + 2] = axis.z;
         m[row * 4 + 3] = -unitsPerModelUnit * Dot(axis, camera.eye);
     }
-    m[15] = 1.0;
-    const std::optional<MMTransformMatrix> toEye = Usable(m, fault);
-    const std::optional<double> nearDistance =
-        toEye ? InternalNear(camera.nearDistance, unitsPerModelUnit, fault) : std::nullopt;
-    if (!nearDistance)
+    const std::optional<EyeSpace> eye =
+        MakeEyeSpace(m, camera.nearDistance, unitsPerModelUnit, fault);
+    if (!eye)
         return std::nullopt;
     // A point of the target plane at distance d ahead, offset x along the right axis, must
     // land where the orthographic camera of height 2·d·tan(fov/2) puts it: at
@@ -155,9 +174,9 @@ std::optional<View> PerspectiveView(const PerspectiveCamera& camera, double unit
         Report(CameraFault::kViewOutOfRange, fault);
         return std::nullopt;
     }
-    return View{
-        *toEye, Camera(camera),
-        ViewProjection{f, f, camera.screenWidth / 2.0, camera.screenHeight / 2.0, *nearDistance}};
+    return View{eye->toEye, Camera(camera),
+                ViewProjection{f, f, camera.screenWidth / 2.0, camera.screenHeight / 2.0,
+                               eye->nearDistance}};
 }
 
 std::optional<View> PinholeView(const PinholeCamera& camera, double unitsPerModelUnit,
@@ -172,17 +191,15 @@ std::optional<View> PinholeView(const PinholeCamera& camera, double unitsPerMode
             m[row * 4 + column] = flip[row] * camera.rotation[row * 3 + column];
         m[row * 4 + 3] = flip[row] * t[row] * unitsPerModelUnit;
     }
-    m[15] = 1.0;
-    const std::optional<MMTransformMatrix> toEye = Usable(m, fault);
-    const std::optional<double> nearDistance =
-        toEye ? InternalNear(camera.nearDistance, unitsPerModelUnit, fault) : std::nullopt;
-    if (!nearDistance)
+    const std::optional<EyeSpace> eye =
+        MakeEyeSpace(m, camera.nearDistance, unitsPerModelUnit, fault);
+    if (!eye)
         return std::nullopt;
     // Screen (u + 0.5, h − (v + 0.5)) of image (u, v): with u = fx·x/z + cx and the eye's
     // y = −y_camera, that is x = cx + 0.5 + fx·x/z and y = h − 0.5 − cy + fy·y_eye/(−z_eye).
-    return View{*toEye, Camera(camera),
+    return View{eye->toEye, Camera(camera),
                 ViewProjection{camera.fx, camera.fy, camera.cx + 0.5,
-                               camera.imageHeight - 0.5 - camera.cy, *nearDistance}};
+                               camera.imageHeight - 0.5 - camera.cy, eye->nearDistance}};
 }
 
 std::array<double, 2> ScreenSize(const Camera& camera) {

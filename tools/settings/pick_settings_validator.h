@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "camera_view.h"
@@ -59,7 +62,7 @@ std::vector<VelSDK::Math::point2d> Points(const Field& field, std::size_t minCou
 
 // The width and height of a "screen" or "image" field.
 template <class Field>
-std::array<double, 2> ScreenField(const Field& field) {
+std::pair<double, double> ScreenField(const Field& field) {
     field.Numbers(2);
     return {field.Item(0).PositiveNumber(), field.Item(1).PositiveNumber()};
 }
@@ -72,9 +75,7 @@ OrthoCamera OrthographicCamera(const Field& field) {
     camera.target = Point3(field.Member("target"));
     camera.up = Point3(field.Member("up"));
     camera.height = field.Member("height").PositiveNumber();
-    const std::array<double, 2> screen = ScreenField(field.Member("screen"));
-    camera.screenWidth = screen[0];
-    camera.screenHeight = screen[1];
+    std::tie(camera.screenWidth, camera.screenHeight) = ScreenField(field.Member("screen"));
     return camera;
 }
 
@@ -126,9 +127,7 @@ PerspectiveCamera PerspectiveCameraField(const Field& field) {
     camera.fovDegrees = fov.Number();
     if (!(camera.fovDegrees > 0.0 && camera.fovDegrees < kMaxFovDegrees))
         fov.FailType("a number > 0 and < 180 (degrees)");
-    const std::array<double, 2> screen = ScreenField(field.Member("screen"));
-    camera.screenWidth = screen[0];
-    camera.screenHeight = screen[1];
+    std::tie(camera.screenWidth, camera.screenHeight) = ScreenField(field.Member("screen"));
     camera.nearDistance = NearDistance(field);
     return camera;
 }
@@ -194,9 +193,7 @@ PinholeCamera PinholeCameraField(const Field& field) {
     Intrinsics(pinhole.Member("K"), camera);
     camera.rotation = Rotation(pinhole.Member("R"));
     camera.translation = Point3(pinhole.Member("t"));
-    const std::array<double, 2> image = ScreenField(pinhole.Member("image"));
-    camera.imageWidth = image[0];
-    camera.imageHeight = image[1];
+    std::tie(camera.imageWidth, camera.imageHeight) = ScreenField(pinhole.Member("image"));
     camera.nearDistance = NearDistance(field);
     return camera;
 }
@@ -210,6 +207,18 @@ std::string PickerName(const Field& field) {
     for (const std::string& registered : PickerNames())
         known += (known.empty() ? "" : ", ") + registered;
     field.Fail("unknown picker \"" + Printable(name) + "\" (known: " + known + ")");
+}
+
+template <class Field>
+ScanLineRule ScanLineRuleName(const Field& field) {
+    const std::string name = field.String();
+    std::string known;
+    for (std::size_t rule = 0; rule < std::size(kScanLineRuleNames); ++rule) {
+        if (name == kScanLineRuleNames[rule])
+            return static_cast<ScanLineRule>(rule);
+        known += (known.empty() ? "" : ", ") + std::string(kScanLineRuleNames[rule]);
+    }
+    field.Fail("unknown scan-line rule \"" + Printable(name) + "\" (known: " + known + ")");
 }
 
 template <class Field>
@@ -333,6 +342,8 @@ PickSettings ValidatePickSettings(const Source& source) {
         settings.clippingPlanes = Planes(*planes);
     if (const auto lines = source.Find(Setting::kLinesPerPixel))
         settings.linesPerPixel = LinesPerPixel(*lines);
+    if (const auto rule = source.Find(Setting::kScanLineRule))
+        settings.scanlineRule = ScanLineRuleName(*rule);
     if (const auto threads = source.Find(Setting::kThreads))
         settings.threads = Threads(*threads);
     settings.graph = Graph(source, settings.unitsPerModelUnit);

@@ -19,6 +19,7 @@ enum class Setting {
     kDepthTolerance,
     kClippingPlanes,
     kLinesPerPixel,
+    kScanLineRule,
     kThreads,
     kSharpAngle,
     kThickness,
