@@ -170,7 +170,7 @@ SessionRegion RandomRegion(std::mt19937& random) {
     return region;
 }
 
-TEST(PickSession, GivesTheOneShotOperatorsMarksOnRandomRegions) {
+TEST(PickSession, GivesTheOneShotMarksOnRandomRegionsAndRefusesWhatTheyRefuse) {
     std::mt19937 random(31);
     std::size_t marked = 0;
     for (int trial = 0; trial < 24; ++trial) {
@@ -188,6 +188,14 @@ TEST(PickSession, GivesTheOneShotOperatorsMarksOnRandomRegions) {
             EXPECT_EQ(marks, s.OneShot(region)) << "trial " << trial << " pick " << pick;
             marked += marks[0].size() + marks[1].size();
         }
+        // Refused, marks emptied: a z-buffer brush radius not whole or negative; a scan-line
+        // sweep of more lines than a vector holds.
+        SessionMarks refused{{7}};
+        EXPECT_EQ(session.Pick(scanLine ? SessionRegion{{{0, -1e300}, {9, 1e300}, {-9, 0}}, {}}
+                                        : SessionRegion{{{0, 0}}, trial % 2 ? 1.5 : -1.0},
+                               refused),
+                  SessionStatus::kRegionRefused);
+        EXPECT_EQ(refused, SessionMarks(2));
     }
     EXPECT_GT(marked, 5000u);  // the regions do meet the meshes
 }
@@ -229,20 +237,6 @@ TEST(PickSession, StrokeSegmentsReportEachTriangleOnceAndApproachTheWholePath) {
         EXPECT_GE(jaccard, kStrokeJaccard) << "trial " << trial;
         EXPECT_GT(whole.size(), 500u);
     }
-}
-
-TEST(PickSession, RefusesWhatItCannotPick) {
-    std::mt19937 random(3);
-    Scene s(random, false, SessionPicker::kZBuffer);
-    SessionMarks marks;
-    PickSession zbuffer(s.meshes, s.settings);
-    EXPECT_EQ(zbuffer.Pick({{{0, 0}}, 1.5}, marks), SessionStatus::kRegionRefused);
-    EXPECT_EQ(zbuffer.Pick({{{0, 0}}, -1.0}, marks), SessionStatus::kRegionRefused);
-    EXPECT_EQ(marks, SessionMarks(2));
-    s.settings.picker = SessionPicker::kScanLine;
-    PickSession scanLine(s.meshes, s.settings);  // a sweep of more lines than a vector holds
-    EXPECT_EQ(scanLine.Pick({{{0, -1e300}, {9, 1e300}, {-9, 0}}, std::nullopt}, marks),
-              SessionStatus::kRegionRefused);
 }
 
 }  // namespace
