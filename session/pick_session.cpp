@@ -355,8 +355,8 @@ PickSession::PickSession(std::vector<SessionMesh> meshes, SessionSettings settin
 
 PickSession::~PickSession() = default;
 
-bool PickSession::PickerAvailable(SessionPicker) {
-    return true;
+bool PickSession::PickerAvailable(SessionPicker picker) {
+    return picker == SessionPicker::kZBuffer;
 }
 
 SessionStatus PickSession::Pick(const SessionRegion& region, SessionMarks& marks) {

@@ -123,7 +123,9 @@ class PickSession {
     PickSession(const PickSession&) = delete;
     PickSession& operator=(const PickSession&) = delete;
 
-    /// Whether `picker` can run through a session in this build: both can.
+    /// Whether sessions offer `picker` to the bindings in this build: the z-buffer for now.
+    /// Pick and AddStrokeSegment run either picker; the scan-line picker is offered once the
+    /// Python binding takes its settings.
     static bool PickerAvailable(SessionPicker picker);
 
     /// Picks `region` on its own, independent of earlier calls and of the stroke. `marks` gets
