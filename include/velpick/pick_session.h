@@ -97,14 +97,14 @@ enum class SessionStatus {
 /// `settings.threads` threads of the caller's oneTBB arena; a scan-line pick in an arena of
 /// the session's own with that many threads (0: in the caller's arena).
 ///
-/// Memory: at most 11 bytes per triangle (12 for the scan-line picker): each triangle listed in at
-/// most two tiles (4 bytes each) of the finest tile level where it meets no more, or once in the
-/// list of triangles every pick gets; 8-byte tile offsets, at most one finest tile per four
-/// triangles and each coarser level a sixteenth of the one before; two bits per triangle for the
-/// pick and stroke bitmaps; a scan-line session one byte more, the mask of the sink its detector
-/// marks into, registered with the mesh for the session's life (the mesh's triangles and flags stay
-/// untouched). Measured 6.6 bytes per triangle (z-buffer) on a 1M-triangle torus filling a
-/// 1000-pixel view.
+/// Memory: at most 11 bytes per triangle (12 for the scan-line picker): each triangle listed
+/// in at most two tiles (4 bytes each) of the finest tile level where it meets no more, or once
+/// in the list of triangles every pick gets; 8-byte tile offsets, at most one finest tile per
+/// four triangles and each coarser level a sixteenth of the one before; two bits per triangle
+/// for the pick and stroke bitmaps; for the scan-line picker one byte more, the mask of the
+/// sink its detector marks into, registered with the mesh for the session's life (the mesh's
+/// triangles and flags stay untouched). Measured 6.6 bytes per triangle (7.6 for the scan-line
+/// picker) on a 1M-triangle torus filling a 1000-pixel view.
 /// Building holds 16 bytes per vertex (17 under a perspective projection) and 8 per triangle of
 /// the largest mesh besides, and runs on up to `settings.threads` threads of the caller's
 /// oneTBB arena; the index does not depend on the number of threads.
