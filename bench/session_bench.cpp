@@ -1,14 +1,20 @@
 // A pick session on the noisy torus: its build, a growing brush stroke, and a lasso over a tenth
-// of the view, each beside the one-shot z-buffer pick of the same region.
+// of the view, each beside the one-shot pick of the same region, for the z-buffer picker and
+// for the scan-line detector on two threads.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <optional>
 #include <vector>
 
+#include <tbb/task_arena.h>
+
+#include <velpick/host/mark_triangles.h>
 #include <velpick/pick_session.h>
+#include <velpick/visibility_detector.h>
 #include "torus_scene.h"
 
 namespace {
@@ -21,6 +27,7 @@ constexpr double kStrokeRadiusPixels = 8.0;
 constexpr double kStrokeStepPixels = 10.0;
 constexpr int kStrokeSegments = 100;
 constexpr double kStrokeStartX = -500.0, kStrokeY = -30.0;  // pixels from the view centre
+constexpr int kScanLineThreads = 2;
 const double kTenthOfViewRadius =
     std::sqrt(0.1 * bench::kViewPixels * bench::kViewPixels / std::acos(-1.0));  // pixels
 
@@ -42,6 +49,13 @@ SessionSettings OneThread() {
     return settings;
 }
 
+SessionSettings ScanLine() {
+    SessionSettings settings = OneThread();
+    settings.picker = SessionPicker::kScanLine;
+    settings.threads = kScanLineThreads;
+    return settings;
+}
+
 /// A 256-gon of `radius` pixels about the view centre.
 std::vector<point2d> DiscPixels(double radius) {
     std::vector<point2d> disc;
@@ -52,12 +66,10 @@ std::vector<point2d> DiscPixels(double radius) {
     return disc;
 }
 
-/// The build with the given session threads (0: the whole arena).
-void BuildSession(benchmark::State& state, int threads) {
+/// The build with the given settings.
+void BuildSession(benchmark::State& state, const SessionSettings& settings) {
     const auto triangles = static_cast<std::size_t>(state.range(0));
     const std::vector<SessionMesh> meshes = TorusMeshes(triangles);
-    SessionSettings settings = OneThread();
-    settings.threads = threads;
     double bytes = 0;
     for (auto _ : state) {
         PickSession session(meshes, settings);
@@ -67,16 +79,23 @@ void BuildSession(benchmark::State& state, int threads) {
 }
 
 void BM_SessionBuild(benchmark::State& state) {
-    BuildSession(state, 1);
+    BuildSession(state, OneThread());
 }
 
+/// The build on the whole arena.
 void BM_SessionBuildOnArena(benchmark::State& state) {
-    BuildSession(state, 0);
+    SessionSettings settings = OneThread();
+    settings.threads = 0;
+    BuildSession(state, settings);
+}
+
+void BM_ScanLineSessionBuild(benchmark::State& state) {
+    BuildSession(state, ScanLine());
 }
 
 /// One stroke of 100 segments per iteration; the counter is the median segment.
-void BM_SessionStroke(benchmark::State& state) {
-    PickSession session(TorusMeshes(static_cast<std::size_t>(state.range(0))), OneThread());
+void SessionStroke(benchmark::State& state, const SessionSettings& settings) {
+    PickSession session(TorusMeshes(static_cast<std::size_t>(state.range(0))), settings);
     std::vector<double> segmentMs;
     SessionMarks fresh;
     for (auto _ : state) {
@@ -95,6 +114,14 @@ void BM_SessionStroke(benchmark::State& state) {
     state.counters["median_segment_ms"] = segmentMs[segmentMs.size() / 2];
 }
 
+void BM_SessionStroke(benchmark::State& state) {
+    SessionStroke(state, OneThread());
+}
+
+void BM_ScanLineSessionStroke(benchmark::State& state) {
+    SessionStroke(state, ScanLine());
+}
+
 /// The one-shot pick of one stroke segment, for comparison.
 void BM_OneShotSegment(benchmark::State& state) {
     MStlBase& mesh = bench::TorusMesh(static_cast<std::size_t>(state.range(0)));
@@ -109,12 +136,20 @@ void BM_OneShotSegment(benchmark::State& state) {
     }
 }
 
-void BM_SessionLasso(benchmark::State& state) {
-    PickSession session(TorusMeshes(static_cast<std::size_t>(state.range(0))), OneThread());
+void SessionLasso(benchmark::State& state, const SessionSettings& settings) {
+    PickSession session(TorusMeshes(static_cast<std::size_t>(state.range(0))), settings);
     const SessionRegion lasso{DiscPixels(kTenthOfViewRadius), std::nullopt};
     SessionMarks marks;
     for (auto _ : state)
         benchmark::DoNotOptimize(session.Pick(lasso, marks));
+}
+
+void BM_SessionLasso(benchmark::State& state) {
+    SessionLasso(state, OneThread());
+}
+
+void BM_ScanLineSessionLasso(benchmark::State& state) {
+    SessionLasso(state, ScanLine());
 }
 
 void BM_OneShotLasso(benchmark::State& state) {
@@ -128,6 +163,42 @@ void BM_OneShotLasso(benchmark::State& state) {
         op.SetThreads(1);
         benchmark::DoNotOptimize(op.operate());
     }
+}
+
+/// The one-shot detector as the command line runs it: the view scaled to downward pixels, a
+/// per-call mask sink, an arena of the picker's threads.
+void OneShotScanLine(MStlBase& mesh, const std::vector<point2d>& region,
+                     std::optional<double> brushRadius) {
+    MMTransformMatrix toScreen = PixelView(), mirror;
+    mirror.MakeScale3D(1.0, -1.0, 1.0);
+    toScreen.PreMultiply(mirror);
+    MStlMarkTrianglesByMasks sink(mesh);
+    MStlBaseOperatorVisibilityDetector detector;
+    detector.AddStlAndTransformation(&mesh, toScreen, MMTransformMatrix(), true, &sink);
+    std::vector<point2d> path;
+    for (const point2d& p : region)
+        path.push_back({p.x, -p.y});
+    detector.SetPath(std::move(path));
+    detector.SetMode(brushRadius ? MStlBaseOperatorVisibilityDetector::Brush
+                                 : MStlBaseOperatorVisibilityDetector::Polygon);
+    detector.SetBrushRadius(brushRadius.value_or(0.0));
+    tbb::task_arena arena(kScanLineThreads);
+    arena.execute([&] { detector.Operate(); });
+    benchmark::DoNotOptimize(sink.GetNumberOfMarked());
+}
+
+void BM_ScanLineOneShotSegment(benchmark::State& state) {
+    MStlBase& mesh = bench::TorusMesh(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state)
+        OneShotScanLine(mesh, {{0.0, kStrokeY}, {kStrokeStepPixels, kStrokeY}},
+                        kStrokeRadiusPixels);
+}
+
+void BM_ScanLineOneShotLasso(benchmark::State& state) {
+    MStlBase& mesh = bench::TorusMesh(static_cast<std::size_t>(state.range(0)));
+    const std::vector<point2d> lasso = DiscPixels(kTenthOfViewRadius);
+    for (auto _ : state)
+        OneShotScanLine(mesh, lasso, std::nullopt);
 }
 
 }  // namespace
@@ -157,3 +228,29 @@ BENCHMARK(BM_OneShotLasso)
     ->Name("Session/oneshot_lasso10")
     ->Arg(1000000)
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ScanLineSessionBuild)
+    ->Name("Session/scanline_build")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_ScanLineSessionStroke)
+    ->Name("Session/scanline_stroke")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3)
+    ->UseRealTime();
+BENCHMARK(BM_ScanLineOneShotSegment)
+    ->Name("Session/scanline_oneshot_segment")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_ScanLineSessionLasso)
+    ->Name("Session/scanline_lasso10")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_ScanLineOneShotLasso)
+    ->Name("Session/scanline_oneshot_lasso10")
+    ->Arg(1000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();

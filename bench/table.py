@@ -70,6 +70,16 @@ def main(path):
         if name in runs:
             rows.append((f"session stroke segment median, {int(name.split('/')[2]) // 1000}k",
                          f"{runs[name]['median_segment_ms']:10.2f}", "(target <= 2 ms)"))
+    row("scan-line session build, 1M, 2 thr", "Session/scanline_build/1000000/real_time")
+    row("scan-line session lasso 10 %, 1M, 2 thr", "Session/scanline_lasso10/1000000/real_time")
+    row("scan-line one-shot lasso 10 %, 1M, 2 thr",
+        "Session/scanline_oneshot_lasso10/1000000/real_time")
+    row("scan-line one-shot segment r 8 px, 1M, 2 thr",
+        "Session/scanline_oneshot_segment/1000000/real_time")
+    name = "Session/scanline_stroke/1000000/iterations:3/real_time"
+    if name in runs:
+        rows.append(("scan-line session stroke segment median, 1M",
+                     f"{runs[name]['median_segment_ms']:10.2f}", "(target <= 8 ms, 2 threads)"))
 
     print(f"{'measure':44s} {'ms':>10s}  (CPU time; Embree and scan-line rows wall time)")
     print("-" * 56)
@@ -128,11 +138,18 @@ def main(path):
     lasso, oneshot = get("Session/lasso10/1000000"), get("Session/oneshot_lasso10/1000000")
     if lasso and oneshot:
         print(f"  session lasso / one-shot (target 0.3)    {lasso / oneshot:6.2f}")
+    lasso = get("Session/scanline_lasso10/1000000/real_time")
+    oneshot = get("Session/scanline_oneshot_lasso10/1000000/real_time")
+    if lasso and oneshot:
+        print(f"  scan-line session lasso / one-shot (0.3) {lasso / oneshot:6.2f}")
     print("-" * 56)
     print("memory")
     if "Session/build/1000000" in runs:
         print(f"  session bytes per triangle (1M, <= 16)   "
               f"{runs['Session/build/1000000']['bytes_per_triangle']:6.1f}")
+    if "Session/scanline_build/1000000/real_time" in runs:
+        print(f"  scan-line session bytes per triangle (1M) "
+              f"{runs['Session/scanline_build/1000000/real_time']['bytes_per_triangle']:5.1f}")
     for name, r in sorted(runs.items()):
         if name.startswith("Mesh/bytes"):
             print(f"  mesh bytes per triangle (1M)             {r['bytes_per_triangle']:6.1f}")

@@ -1,11 +1,11 @@
 #include <velpick/pick_session.h>
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
+#include <stdexcept>
 #include <utility>
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
 #include <velpick/camera_view.h>
@@ -13,6 +13,8 @@
 #include <velpick/host/stl_base.h>
 #include <velpick/host/stl_triangle.h>
 #include <velpick/mark_polygon.h>
+#include <velpick/visibility_detector.h>
+#include "session/projected_vertices.h"
 #include "session/screen_tile_index.h"
 #include "session/triangle_bitmap.h"
 
@@ -21,34 +23,12 @@ namespace AU_MarkOperations::PolygonMarking {
 namespace {
 
 using VelSDK::Math::point2d;
-using VelSDK::Math::point3d;
 
-/// Widening of every triangle's screen bounds and of every query box, in pixels: covers the
-/// operator's float rounding of pixel coordinates relative to a region's corner, and the
-/// rounding of its differently composed transform.
-constexpr double kMarginPixels = 1.0;
-/// Widening per pixel of distance from the frame's origin: float pixel coordinates round to
-/// about 6e-8 of their size, and far vertices of large triangles still decide their bounds.
-constexpr double kMarginPerPixel = 1e-6;
 /// A z-buffer brush radius beyond this cannot be converted to whole screen units.
 constexpr double kMaxWholeRadius = 1.8e19;
-/// Query boxes beyond the operator's 32-bit pixel range run without a list: the operator
+/// Query boxes beyond the z-buffer's 32-bit pixel range run without a list: the operator
 /// then refuses them or wraps exactly as without a session.
 constexpr double kPixelRange = 2147483647.0;
-/// Vertices per task when projecting on several threads.
-constexpr std::size_t kVertexBlock = 16384;
-
-double Widening(double coordinate) {
-    return kMarginPixels + kMarginPerPixel * std::fabs(coordinate);
-}
-
-/// Each vertex's screen position in pixels, in the frame of a region whose corner pixel is
-/// (0, 0): the operator's own pixel coordinates plus that corner. Computed from the float
-/// coordinates the operator reads.
-struct ProjectedVertices {
-    std::vector<point2d> pixels;
-    std::vector<std::uint8_t> behindNear;  // perspective only: nearer than the near plane
-};
 
 /// The most threads a build uses: `threads` as a pick takes it, within the caller's arena.
 int BuildThreads(int threads) {
@@ -56,84 +36,12 @@ int BuildThreads(int threads) {
     return threads >= 1 ? std::min(threads, arena) : arena;
 }
 
-point3d FloatCoordinates(const MStlPoint& p) {
-    return {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
-}
-
-ProjectedVertices ProjectVertices(const SessionMesh& m, const SessionSettings& settings) {
-    MMTransformMatrix modelView = m.view;
-    modelView.PostMultiply(m.placement);
-    const double scale = settings.pixelProportion;
-    const MMTransformMatrix toPixels =
-        FindModelToCameraViewTransformation(modelView, scale, VelSDK::Math::point2i{0, 0});
-    const std::size_t count = m.mesh->GetNumberOfPoints();
-    ProjectedVertices out{std::vector<point2d>(count), {}};
-    if (settings.perspective)
-        out.behindNear.assign(count, 0);
-    const auto project = [&](std::size_t v) {
-        const point3d p = FloatCoordinates(m.mesh->GetPoint(v));
-        if (!settings.perspective) {
-            const point3d pixel = toPixels.TransformPoint(p);
-            out.pixels[v] = {pixel.x, pixel.y};
-            return;
-        }
-        const PerspectiveProjection& camera = *settings.perspective;
-        const point3d eye = modelView.TransformPoint(p);
-        const double depth = -eye.z;
-        if (depth < camera.nearDistance) {
-            out.behindNear[v] = 1;
-            return;
-        }
-        out.pixels[v] = {(camera.cx + camera.fx * eye.x / depth) * scale + 0.5,
-                         (camera.cy + camera.fy * eye.y / depth) * scale + 0.5};
-    };
-    // Each vertex writes only its own entries, so the result does not depend on the threads.
-    if (BuildThreads(settings.threads) <= 1 || count <= kVertexBlock) {
-        for (std::size_t v = 0; v < count; ++v)
-            project(v);
-        return out;
-    }
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, count, kVertexBlock),
-                      [&](const tbb::blocked_range<std::size_t>& vertices) {
-                          for (std::size_t v = vertices.begin(); v != vertices.end(); ++v)
-                              project(v);
-                      });
-    return out;
-}
-
-/// A triangle's widened bounds; wholly behind the near plane it is never drawn, across it
-/// always a candidate, and so is a triangle with a non-finite corner.
-Footprint TriangleFootprint(const MStlTriangle& t, const ProjectedVertices& vertices,
-                            PixelBounds& b) {
-    const std::uint32_t corners[3] = {t.GetPointIndex(0), t.GetPointIndex(1), t.GetPointIndex(2)};
-    if (!vertices.behindNear.empty()) {
-        const int behind = vertices.behindNear[corners[0]] + vertices.behindNear[corners[1]] +
-                           vertices.behindNear[corners[2]];
-        if (behind == 3)
-            return Footprint::kNowhere;
-        if (behind > 0)
-            return Footprint::kEverywhere;
-    }
-    const point2d& a = vertices.pixels[corners[0]];
-    const point2d& c = vertices.pixels[corners[1]];
-    const point2d& d = vertices.pixels[corners[2]];
-    b = {std::min({a.x, c.x, d.x}), std::min({a.y, c.y, d.y}), std::max({a.x, c.x, d.x}),
-         std::max({a.y, c.y, d.y})};
-    if (!std::isfinite(b.xmin) || !std::isfinite(b.ymin) || !std::isfinite(b.xmax) ||
-        !std::isfinite(b.ymax))
-        return Footprint::kEverywhere;
-    b = {b.xmin - Widening(b.xmin), b.ymin - Widening(b.ymin), b.xmax + Widening(b.xmax),
-         b.ymax + Widening(b.ymax)};
-    return Footprint::kBounds;
-}
-
-/// Records the triangles an operator marks or unmarks, by index.
-class RecordingSink : public IStlMarkTriangles {
+/// The triangles an operator marked or unmarked in one call, by index.
+class MarkList {
   public:
-    bool IsMarked(const MStlTriangle&) const override { return false; }
-    void Mark(MStlTriangle& t) override { m_triangles.push_back(t.GetMaskIndex()); }
-    void Unmark(MStlTriangle& t) override { m_triangles.push_back(t.GetMaskIndex()); }
-    /// Ascending, each once (a triangle cut into pieces may be marked once per piece).
+    void Add(const MStlTriangle& t) { m_triangles.push_back(t.GetMaskIndex()); }
+    /// Ascending, each once (a triangle cut into pieces may be marked once per piece); the
+    /// list is left empty.
     std::vector<std::uint32_t> Take() {
         if (!std::is_sorted(m_triangles.begin(), m_triangles.end()))
             std::sort(m_triangles.begin(), m_triangles.end());
@@ -144,6 +52,66 @@ class RecordingSink : public IStlMarkTriangles {
   private:
     std::vector<std::uint32_t> m_triangles;
 };
+
+/// The z-buffer operator's sink: records marks, changes nothing.
+class RecordingSink : public IStlMarkTriangles {
+  public:
+    bool IsMarked(const MStlTriangle&) const override { return false; }
+    void Mark(MStlTriangle& t) override { marks.Add(t); }
+    void Unmark(MStlTriangle& t) override { marks.Add(t); }
+    /// The mask's bytes: one per triangle, in whole blocks.
+    std::size_t MemoryBytes() const {
+        constexpr std::size_t kBlock = MDataMask<MStlTriangle, unsigned char>::kBlockSize;
+        return (m_triangles + kBlock - 1) / kBlock * kBlock;
+    }
+    MarkList marks;
+
+  private:
+    std::size_t m_triangles;
+};
+
+/// The scan-line detector's sink, which must be a mask sink: records marks and leaves its mask
+/// (registered with the mesh for the sink's life) untouched.
+class RecordingMaskSink : public MStlMarkTrianglesByMasks {
+  public:
+    explicit RecordingMaskSink(MStlBase& mesh)
+        : MStlMarkTrianglesByMasks(mesh), m_triangles(mesh.GetNumberOfTriangles()) {}
+    bool IsMarked(const MStlTriangle&) const override { return false; }
+    void Mark(MStlTriangle& t) override { marks.Add(t); }
+    void Unmark(MStlTriangle& t) override { marks.Add(t); }
+    /// The mask's bytes: one per triangle, in whole blocks.
+    std::size_t MemoryBytes() const {
+        constexpr std::size_t kBlock = MDataMask<MStlTriangle, unsigned char>::kBlockSize;
+        return (m_triangles + kBlock - 1) / kBlock * kBlock;
+    }
+    MarkList marks;
+
+  private:
+    std::size_t m_triangles;
+};
+
+/// The scan-line detector's cull box for `path` (its downward pixels) and brush `radius` (its
+/// pixels, 0 for a polygon): the path's closed bounds widened by the radius. False when the
+/// detector marks nothing at once: a coordinate or the radius not finite.
+bool DetectorCullBox(const std::vector<point2d>& path, double radius, PixelBounds& box) {
+    box = {DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX};
+    for (const point2d& p : path) {
+        if (!std::isfinite(p.x) || !std::isfinite(p.y))
+            return false;
+        box = {std::min(box.xmin, p.x), std::min(box.ymin, p.y), std::max(box.xmax, p.x),
+               std::max(box.ymax, p.y)};
+    }
+    if (!std::isfinite(radius))
+        return false;
+    box = {box.xmin - radius, box.ymin - radius, box.xmax + radius, box.ymax + radius};
+    // A negative radius turns the box inside out; the detector still keeps every piece that
+    // spans it, and each of those meets the box turned right way round.
+    if (box.xmin > box.xmax)
+        std::swap(box.xmin, box.xmax);
+    if (box.ymin > box.ymax)
+        std::swap(box.ymin, box.ymax);
+    return true;
+}
 
 }  // namespace
 
@@ -163,39 +131,70 @@ class PickSession::Impl {
         std::unique_ptr<ScreenTileIndex> index;  // null for a null mesh
         TriangleBitmap candidates;
         TriangleBitmap stroke;
+        std::unique_ptr<RecordingMaskSink> detectorSink;  // scan-line sessions only
     };
 
-    bool _QueryBox(const SessionRegion& region, PixelBounds& box) const;
-    SessionStatus _PickZBuffer(const SessionRegion& region, const PixelBounds* box,
-                               SessionMarks& marks);
+    /// The ascending triangles of `m` whose tiles meet `box`.
+    const std::vector<std::uint32_t>& _Candidates(IndexedMesh& m, const PixelBounds& box);
+    bool _ZBufferQueryBox(const SessionRegion& region, PixelBounds& box) const;
+    SessionStatus _PickZBuffer(const SessionRegion& region, SessionMarks& marks);
+    SessionStatus _PickScanLine(const SessionRegion& region, SessionMarks& marks);
+    /// Runs `operate` on the session's threads.
+    template <class Operate>
+    void _OnSessionThreads(Operate&& operate);
 
     std::vector<IndexedMesh> m_meshes;
     SessionSettings m_settings;
+    /// The scan-line detector's arena of settings.threads threads; null: the caller's arena.
+    std::unique_ptr<tbb::task_arena> m_arena;
+    std::vector<std::uint32_t> m_candidates;
 };
 
 PickSession::Impl::Impl(std::vector<SessionMesh> meshes, SessionSettings settings)
     : m_settings(std::move(settings)) {
+    const bool scanLine = m_settings.picker == SessionPicker::kScanLine;
+    if (scanLine && m_settings.threads >= 1)
+        m_arena = std::make_unique<tbb::task_arena>(m_settings.threads);
+    const int threads = BuildThreads(m_settings.threads);
     for (SessionMesh& m : meshes) {
         const std::uint32_t triangles =
             m.mesh ? static_cast<std::uint32_t>(m.mesh->GetNumberOfTriangles()) : 0;
         IndexedMesh& indexed = m_meshes.emplace_back(IndexedMesh{
-            std::move(m), nullptr, TriangleBitmap(triangles), TriangleBitmap(triangles)});
+            std::move(m), nullptr, TriangleBitmap(triangles), TriangleBitmap(triangles), nullptr});
         if (!indexed.source.mesh)
             continue;
-        const ProjectedVertices vertices = ProjectVertices(indexed.source, m_settings);
-        const MStlBase& mesh = *indexed.source.mesh;
+        const ProjectedVertices vertices = ProjectVertices(indexed.source, m_settings, threads);
+        MStlBase& mesh = *indexed.source.mesh;
         indexed.index = std::make_unique<ScreenTileIndex>(
             triangles,
             [&](std::uint32_t t, PixelBounds& b) {
                 return TriangleFootprint(mesh.GetTriangle(t), vertices, b);
             },
-            BuildThreads(m_settings.threads));
+            threads);
+        if (scanLine)
+            indexed.detectorSink = std::make_unique<RecordingMaskSink>(mesh);
     }
+}
+
+const std::vector<std::uint32_t>& PickSession::Impl::_Candidates(IndexedMesh& m,
+                                                                 const PixelBounds& box) {
+    m.index->Gather(box, m.candidates);
+    m_candidates.clear();
+    m.candidates.Drain(m_candidates);
+    return m_candidates;
+}
+
+template <class Operate>
+void PickSession::Impl::_OnSessionThreads(Operate&& operate) {
+    if (m_arena)
+        m_arena->execute(operate);
+    else
+        operate();
 }
 
 // The region's pixel box as the z-buffer operator computes it, widened by the margin; false
 // when it is empty or beyond the operator's pixel range.
-bool PickSession::Impl::_QueryBox(const SessionRegion& region, PixelBounds& box) const {
+bool PickSession::Impl::_ZBufferQueryBox(const SessionRegion& region, PixelBounds& box) const {
     const double p = m_settings.pixelProportion;
     if (!region.brushRadius) {
         const auto pixels = FindPolygonBBoxInPixelsDimention(region.points, p);
@@ -219,27 +218,24 @@ bool PickSession::Impl::_QueryBox(const SessionRegion& region, PixelBounds& box)
 
 SessionStatus PickSession::Impl::Pick(const SessionRegion& region, SessionMarks& marks) {
     marks.assign(m_meshes.size(), {});
-    if (m_settings.picker != SessionPicker::kZBuffer)
-        return SessionStatus::kPickerUnavailable;
+    return m_settings.picker == SessionPicker::kScanLine ? _PickScanLine(region, marks)
+                                                         : _PickZBuffer(region, marks);
+}
+
+// A fresh one-shot operator over the whole scene, restricted, when the region's box is within
+// the operator's pixel range, to the triangles whose tiles meet it.
+SessionStatus PickSession::Impl::_PickZBuffer(const SessionRegion& region, SessionMarks& marks) {
     if (region.brushRadius) {
         const double r = *region.brushRadius;
         if (!(r >= 0.0 && r <= kMaxWholeRadius && r == std::floor(r)))
             return SessionStatus::kRegionRefused;
     }
     PixelBounds box{};
-    const bool listed = _QueryBox(region, box);
-    return _PickZBuffer(region, listed ? &box : nullptr, marks);
-}
-
-// A fresh one-shot operator over the whole scene, restricted, when `box` is given, to the
-// triangles whose tiles meet it.
-SessionStatus PickSession::Impl::_PickZBuffer(const SessionRegion& region, const PixelBounds* box,
-                                              SessionMarks& marks) {
+    const bool listed = _ZBufferQueryBox(region, box);
     const SessionSettings& s = m_settings;
     MStlBaseOperatorMarkPolygon op(s.pixelProportion, s.depthTolerance, s.skipHiddenSurfaces,
                                    s.unitsPerModelUnit);
     std::vector<RecordingSink> sinks(m_meshes.size());
-    std::vector<std::uint32_t> candidates;
     for (std::size_t i = 0; i < m_meshes.size(); ++i) {
         IndexedMesh& m = m_meshes[i];
         op.AddStl(m.source.mesh, &m.source.view, &m.source.placement, m.source.markWholeMesh,
@@ -248,12 +244,10 @@ SessionStatus PickSession::Impl::_PickZBuffer(const SessionRegion& region, const
             continue;
         for (MStlSurface* surface : m.source.markableSurfaces)
             op.SetMarkableSurface(surface);
-        if (!box)
-            continue;
-        m.index->Gather(*box, m.candidates);
-        candidates.clear();
-        m.candidates.Drain(candidates);
-        op.SetCandidateTriangles(candidates.data(), candidates.size());
+        if (listed) {
+            const std::vector<std::uint32_t>& candidates = _Candidates(m, box);
+            op.SetCandidateTriangles(candidates.data(), candidates.size());
+        }
     }
     for (const MMPlaneEq<double>& plane : s.clippingPlanes)
         op.AddClippingPlane(plane);
@@ -270,7 +264,63 @@ SessionStatus PickSession::Impl::_PickZBuffer(const SessionRegion& region, const
     if (!op.operate())
         return SessionStatus::kRegionRefused;
     for (std::size_t i = 0; i < m_meshes.size(); ++i)
-        marks[i] = sinks[i].Take();
+        marks[i] = sinks[i].marks.Take();
+    return SessionStatus::kDone;
+}
+
+// A fresh detector set up as the command line's scan-line picker sets it up, every mesh
+// restricted to the triangles whose tiles meet the detector's own cull box. Null meshes mark
+// nothing and take no part.
+SessionStatus PickSession::Impl::_PickScanLine(const SessionRegion& region, SessionMarks& marks) {
+    const SessionSettings& s = m_settings;
+    const double p = s.pixelProportion;
+    std::vector<point2d> path;
+    path.reserve(region.points.size());
+    for (const point2d& point : region.points)
+        path.push_back({point.x * p, -(point.y * p)});
+    const double radius = region.brushRadius ? *region.brushRadius * p : 0.0;
+    PixelBounds box{};
+    if (!DetectorCullBox(path, radius, box))
+        return SessionStatus::kDone;  // the detector's own answer: nothing marked
+    box = {box.xmin - Widening(box.xmin), box.ymin - Widening(box.ymin),
+           box.xmax + Widening(box.xmax), box.ymax + Widening(box.ymax)};
+
+    using Detector = MStlBaseOperatorVisibilityDetector;
+    Detector detector;
+    for (IndexedMesh& m : m_meshes) {
+        if (!m.source.mesh)
+            continue;
+        detector.AddStlAndTransformation(m.source.mesh, DetectorModelToScreen(m.source, s),
+                                         m.source.placement, m.source.markWholeMesh,
+                                         m.detectorSink.get());
+        for (const MStlSurface* surface : m.source.markableSurfaces)
+            detector.SetMarkableSurface(*surface);
+        const std::vector<std::uint32_t>& candidates = _Candidates(m, box);
+        detector.SetCandidateTriangles(candidates.data(), candidates.size());
+        m.detectorSink->marks.Take();  // nothing left of an interrupted call
+    }
+    for (const MMPlaneEq<double>& plane : s.clippingPlanes)
+        detector.AddClippingPlane(plane);
+    if (s.perspective)
+        detector.SetPerspective(DetectorProjection(*s.perspective, p));
+    detector.SetPath(std::move(path));
+    detector.SetMode(region.brushRadius ? Detector::Brush : Detector::Polygon);
+    detector.SetBrushRadius(radius);
+    detector.SetPixelProportion(s.linesPerPixel);
+    detector.SetMarkThrough(s.markThrough);
+    detector.SetMark(!s.unmark);
+    detector.SetMarkFlippedTriangles(!s.backFaceCulling);
+    detector.SetCheckSurfaceVisibility(s.skipHiddenSurfaces);
+    detector.SetRule(s.visibilityRule);
+    detector.SetDepthTolerance(s.visibilityDepthTolerance);
+    try {
+        _OnSessionThreads([&] { detector.Operate(); });
+    } catch (const std::length_error&) {
+        return SessionStatus::kRegionRefused;  // raised before anything is marked
+    }
+    for (std::size_t i = 0; i < m_meshes.size(); ++i)
+        if (m_meshes[i].detectorSink)
+            marks[i] = m_meshes[i].detectorSink->marks.Take();
     return SessionStatus::kDone;
 }
 
@@ -296,7 +346,7 @@ std::size_t PickSession::Impl::MemoryBytes() const {
     std::size_t bytes = 0;
     for (const IndexedMesh& m : m_meshes)
         bytes += (m.index ? m.index->MemoryBytes() : 0) + m.candidates.MemoryBytes() +
-                 m.stroke.MemoryBytes();
+                 m.stroke.MemoryBytes() + (m.detectorSink ? m.detectorSink->MemoryBytes() : 0);
     return bytes;
 }
 

@@ -10,6 +10,7 @@
 #include <velpick/host/point.h>
 #include <velpick/host/transform_matrix.h>
 #include <velpick/pinhole_projection.h>
+#include <velpick/visibility_detector.h>
 
 class MStlBase;
 class MStlSurface;
@@ -20,7 +21,7 @@ namespace AU_MarkOperations::PolygonMarking {
 struct SessionMesh {
     MStlBase* mesh = nullptr;
     /// Placed mesh to screen units (x, y on the screen, z towards the viewer), or to eye space
-    /// when the session has a perspective projection.
+    /// when the session has a perspective projection (whose near distance is resolved: > 0).
     MMTransformMatrix view;
     /// Mesh model coordinates to the space the clipping planes are given in.
     MMTransformMatrix placement;
@@ -39,7 +40,13 @@ struct SessionSettings {
     double depthTolerance = 0.05;       // model length units (z-buffer)
     double unitsPerModelUnit = 1000.0;  // internal units per model length unit
     double linesPerPixel = 5.0;         // sample lines per pixel row (scan-line)
-    int threads = 0;                    // the most threads a pick uses; 0: the caller's arena
+    /// Scan-line: how a sample line decides which pieces are seen, and the Nearest rule's depth
+    /// tolerance in the detector's depth units: the view's depth times the pixel proportion,
+    /// or eye-space depth under a perspective projection.
+    MStlBaseOperatorVisibilityDetector::VisibilityRule visibilityRule =
+        MStlBaseOperatorVisibilityDetector::VisibilityRule::Ordered;
+    double visibilityDepthTolerance = 0.0;
+    int threads = 0;  // the most threads a pick uses; 0: the caller's arena
     bool skipHiddenSurfaces = false;
     bool backFaceCulling = false;
     bool markThrough = false;
@@ -63,45 +70,50 @@ using SessionMarks = std::vector<std::vector<std::uint32_t>>;
 /// How a session call ended.
 enum class SessionStatus {
     kDone,
-    /// The picker refused the region, marking nothing: a raster over 2 147 483 647 cells, a
-    /// brush beyond the 32-bit pixel range, or a z-buffer brush radius that is negative, NaN or
-    /// not a whole number.
+    /// The picker refused the region, marking nothing: a z-buffer raster over 2 147 483 647
+    /// cells, a z-buffer brush beyond the 32-bit pixel range or with a radius that is
+    /// negative, NaN or not a whole number, or a scan-line sweep taller than a vector holds.
     kRegionRefused,
-    /// The session's picker cannot run on candidate lists in this build (see
-    /// PickerAvailable); nothing is marked.
-    kPickerUnavailable,
 };
 
 /// Repeated picks of fixed meshes in one fixed view, each costing about what its region covers
 /// rather than what the meshes hold.
 ///
 /// Built once, the session bins every triangle into square screen tiles by its screen bounds,
-/// computed in a frame that does not depend on any region and widened by a margin that covers
-/// the pickers' own float rounding. A pick gathers the triangles of the tiles that meet its
-/// region's pixel box and hands only those, in their original order, to a fresh one-shot
-/// operator: the marks are exactly the ones the operator gives on the whole meshes. Triangles
-/// that cross the near plane of a perspective projection are handed to every pick.
+/// computed with the picker's own arithmetic in a frame that does not depend on any region and
+/// widened by a margin that covers the pickers' own rounding. A pick gathers the triangles of
+/// the tiles that meet a box holding everything the picker keeps (the z-buffer's pixel box of
+/// the region; the scan-line detector's cull box, the region's closed bounds in its pixels
+/// widened by the brush radius) and hands only those, in their original order, to a fresh
+/// one-shot operator: the marks are exactly the ones the operator gives on the whole meshes,
+/// set up as the command line sets it up. Triangles that cross the near plane of a
+/// perspective projection are handed to every pick.
 ///
 /// The meshes are only read: marks go to per-call lists, never to the triangles. A changed
 /// mesh (vertices moved, triangles added, surfaces switched hidden or visible) or a changed
 /// view, placement or setting needs a new session; the old one would miss triangles.
 ///
-/// Threads: one thread at a time may call a session; a pick itself runs on up to
-/// `settings.threads` threads of the caller's oneTBB arena.
+/// Threads: one thread at a time may call a session. A z-buffer pick runs on up to
+/// `settings.threads` threads of the caller's oneTBB arena; a scan-line pick in an arena of
+/// the session's own with that many threads (0: in the caller's arena).
 ///
-/// Memory: at most 11 bytes per triangle: each triangle listed in at most two tiles (4 bytes
-/// each) of the finest tile level where it meets no more, or once in the list of triangles
-/// every pick gets; 8-byte tile offsets, at most one finest tile per four triangles and each
-/// coarser level a sixteenth of the one before; two bits per triangle for the pick and stroke
-/// bitmaps. Measured 6.6 bytes per triangle on a 1M-triangle torus filling a 1000-pixel view.
-/// Building holds 16 bytes per vertex and 8 per triangle of the largest mesh besides, and runs
-/// on up to `settings.threads` threads of the caller's oneTBB arena; the index does not depend
-/// on the number of threads.
+/// Memory: at most 11 bytes per triangle (12 for the scan-line picker): each triangle listed
+/// in at most two tiles (4 bytes each) of the finest tile level where it meets no more, or once
+/// in the list of triangles every pick gets; 8-byte tile offsets, at most one finest tile per
+/// four triangles and each coarser level a sixteenth of the one before; two bits per triangle
+/// for the pick and stroke bitmaps; for the scan-line picker one byte more, the mask of the
+/// sink its detector marks into, registered with the mesh for the session's life (the mesh's
+/// triangles and flags stay untouched). Measured 6.6 bytes per triangle (7.6 for the scan-line
+/// picker) on a 1M-triangle torus filling a 1000-pixel view.
+/// Building holds 16 bytes per vertex (17 under a perspective projection) and 8 per triangle of
+/// the largest mesh besides, and runs on up to `settings.threads` threads of the caller's
+/// oneTBB arena; the index does not depend on the number of threads.
 ///
 /// Strokes: AddStrokeSegment picks the footprint of one segment (the brush path of its two
 /// ends) as a region of its own and reports the triangles that segment marked which no earlier
 /// segment of the stroke marked. A stroke's marks are the union of its segments' picks; the
-/// z-buffer's raster follows each region's own pixel box, so that union differs slightly from
+/// z-buffer's raster follows each region's own pixel box, and the scan-line detector's sample
+/// lines and sweep direction each region's own pieces, so that union differs slightly from
 /// one pick of the whole path (about 1 % of the triangles on a fine mesh; see the tests).
 class PickSession {
   public:
@@ -111,7 +123,9 @@ class PickSession {
     PickSession(const PickSession&) = delete;
     PickSession& operator=(const PickSession&) = delete;
 
-    /// Whether `picker` can run through a session in this build.
+    /// Whether sessions offer `picker` to the bindings in this build: the z-buffer for now.
+    /// Pick and AddStrokeSegment run either picker; the scan-line picker is offered once the
+    /// Python binding takes its settings.
     static bool PickerAvailable(SessionPicker picker);
 
     /// Picks `region` on its own, independent of earlier calls and of the stroke. `marks` gets
