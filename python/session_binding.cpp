@@ -32,13 +32,15 @@ py::object PlaceholderRegion() {
                           py::make_tuple(0.0, 1.0));
 }
 
-SessionSettings ToSessionSettings(const PickSettings& s) {
+SessionSettings ToSessionSettings(const PickSettings& s, const View& view) {
     SessionSettings out;
     out.picker = s.picker == "scanline" ? SessionPicker::kScanLine : SessionPicker::kZBuffer;
     out.pixelProportion = s.pixelProportion;
     out.depthTolerance = s.depthTolerance;
     out.unitsPerModelUnit = s.unitsPerModelUnit;
     out.linesPerPixel = s.linesPerPixel;
+    out.visibilityRule = DetectorRule(s);
+    out.visibilityDepthTolerance = ScanLineDepthTolerance(s, view);
     out.threads = s.threads.value_or(0);
     out.skipHiddenSurfaces = s.skipHiddenSurfaces;
     out.backFaceCulling = s.backFaceCulling;
@@ -72,11 +74,8 @@ class PySession {
         const View view = ValidateView(source, settings.unitsPerModelUnit);
         if (settings.picker == "graph")
             throw py::value_error("picker: the graph picker marks edges, not faces");
-        SessionSettings sessionSettings = ToSessionSettings(settings);
+        SessionSettings sessionSettings = ToSessionSettings(settings, view);
         m_unmark = settings.unmark;
-        if (!PickSession::PickerAvailable(sessionSettings.picker))
-            throw py::value_error("picker: \"" + settings.picker +
-                                  "\" cannot run in a Session yet; use \"zbuffer\" or pick()");
         if (!entry.mesh)
             entry = BuildArrays(meshOrVertices, faces, markable, settings.unitsPerModelUnit);
         entry.view = view.matrix;

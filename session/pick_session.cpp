@@ -355,10 +355,6 @@ PickSession::PickSession(std::vector<SessionMesh> meshes, SessionSettings settin
 
 PickSession::~PickSession() = default;
 
-bool PickSession::PickerAvailable(SessionPicker picker) {
-    return picker == SessionPicker::kZBuffer;
-}
-
 SessionStatus PickSession::Pick(const SessionRegion& region, SessionMarks& marks) {
     return m_impl->Pick(region, marks);
 }

@@ -123,11 +123,6 @@ class PickSession {
     PickSession(const PickSession&) = delete;
     PickSession& operator=(const PickSession&) = delete;
 
-    /// Whether sessions offer `picker` to the bindings in this build: the z-buffer for now.
-    /// Pick and AddStrokeSegment run either picker; the scan-line picker is offered once the
-    /// Python binding takes its settings.
-    static bool PickerAvailable(SessionPicker picker);
-
     /// Picks `region` on its own, independent of earlier calls and of the stroke. `marks` gets
     /// one list per mesh (emptied on any status but kDone).
     SessionStatus Pick(const SessionRegion& region, SessionMarks& marks);

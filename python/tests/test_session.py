@@ -23,7 +23,9 @@ def sphere(rings=40, segments=80):
 
 
 @pytest.mark.parametrize("keywords", [{}, {"back_face_culling": True}, {"mark_through": True},
-                                      {"clipping_planes": [[1, 0, 0, 200]]}])
+                                      {"clipping_planes": [[1, 0, 0, 200]]},
+                                      {"picker": "scanline", "lines_per_pixel": 2},
+                                      {"picker": "scanline", "scanline_rule": "nearest"}])
 def test_picks_equal_pick_on_random_lassos_and_brushes(keywords):
     vertices, faces = sphere()
     rng = np.random.default_rng(5)
@@ -43,13 +45,15 @@ def test_picks_equal_pick_on_random_lassos_and_brushes(keywords):
             assert (session.pick(brush, brush_radius=3) == expected).all()
 
 
-def test_a_pinhole_session_picks_as_pick_in_image_coordinates():
+@pytest.mark.parametrize("picker", ["zbuffer", "scanline"])
+def test_a_pinhole_session_picks_as_pick_in_image_coordinates(picker):
     vertices, faces = sphere()
     camera = pinhole([0.5, -3.0, 1.0], [0, 0, 0], width=200, height=160)
-    session = velpick.Session(vertices, faces, camera=camera)
+    session = velpick.Session(vertices, faces, camera=camera, picker=picker)
     lasso = [[30, 20], [170, 40], [120, 150], [60, 110]]  # no mirror image of itself
     for brush in (None, 4):
-        expected = velpick.pick(vertices, faces, lasso, camera=camera, brush_radius=brush)
+        expected = velpick.pick(vertices, faces, lasso, camera=camera, brush_radius=brush,
+                                picker=picker)
         assert expected.any() and (session.pick(lasso, brush_radius=brush) == expected).all()
 
 
@@ -71,8 +75,7 @@ def test_a_stroke_reports_each_face_once_and_covers_about_the_whole_path():
 
 
 @pytest.mark.parametrize("call, message", [
-    (lambda: velpick.Session(*sphere(4, 8), camera=CAMERA, picker="scanline"),
-     "cannot run in a Session"),
+    (lambda: velpick.Session(*sphere(4, 8), camera=CAMERA, picker="graph"), "picker"),
     (lambda: velpick.Session(*sphere(4, 8), camera=CAMERA).pick([[0, 0], [1, 1]]),
      "region: expected at least 3 points"),
     (lambda: velpick.Session(*sphere(4, 8), camera=CAMERA).add_segment((0, 0), (1, 1), 1.5),

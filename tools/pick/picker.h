@@ -12,6 +12,7 @@
 #include <velpick/host/plane_eq.h>
 #include <velpick/host/stl_base.h>
 #include <velpick/host/transform_matrix.h>
+#include <velpick/visibility_detector.h>
 #include "call_marks.h"
 #include "feature_edge_graph.h"
 #include "pick_settings.h"
@@ -103,6 +104,11 @@ PickResult CollectMarkedTriangles(const PickRequest& request, const CallMarksLis
 
 /// A one-line description of every registered picker, for help texts.
 std::string DescribePickers();
+
+/// The scan-line detector's rule for `settings`, and its nearest-rule depth tolerance in the
+/// detector's depth units for `view` (what the scan-line picker sets; sessions share it).
+MStlBaseOperatorVisibilityDetector::VisibilityRule DetectorRule(const PickSettings& settings);
+double ScanLineDepthTolerance(const PickSettings& settings, const View& view);
 
 // One factory per picker file.
 std::unique_ptr<Picker> MakeZBufferPicker();

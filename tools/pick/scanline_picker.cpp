@@ -13,6 +13,18 @@ namespace {
 
 using VelSDK::Math::point2d;
 
+// Screen units to the detector's pixels (the uniform scale), then y mirrored so that it grows
+// downwards. A perspective view gets both in its projection instead.
+MMTransformMatrix ScreenToDownwardPixels(const View& view, double pixelProportion) {
+    MMTransformMatrix scale;
+    if (view.projection)
+        return scale;
+    scale.MakeScale1D(pixelProportion);
+    MMTransformMatrix mirror;
+    mirror.MakeScale3D(1.0, -1.0, 1.0);
+    return scale.PreMultiply(mirror);
+}
+
 /// The scan-line picker: visibility decided on lines_per_pixel sample lines per pixel row,
 /// swept in parallel. The detector works in pixels with y growing downwards.
 class ScanLinePicker : public Picker {
@@ -20,8 +32,7 @@ class ScanLinePicker : public Picker {
     PickResult Pick(const PickRequest& request) override {
         MStlBaseOperatorVisibilityDetector detector;
         const MMTransformMatrix toPixels =
-            request.view.projection ? MMTransformMatrix()
-                                    : ScreenToDownwardPixels(request.settings.pixelProportion);
+            ScreenToDownwardPixels(request.view, request.settings.pixelProportion);
         const CallMarksList marks = StartCallMarks(request);
         for (std::size_t i = 0; i < request.meshes.size(); ++i) {
             const PickMesh& mesh = request.meshes[i];
@@ -41,7 +52,8 @@ class ScanLinePicker : public Picker {
         detector.SetMark(!request.settings.unmark);
         detector.SetMarkFlippedTriangles(!request.settings.backFaceCulling);
         detector.SetCheckSurfaceVisibility(request.settings.skipHiddenSurfaces);
-        SetRule(detector, request, toPixels);
+        detector.SetRule(DetectorRule(request.settings));
+        detector.SetDepthTolerance(ScanLineDepthTolerance(request.settings, request.view));
 
         tbb::task_arena arena(request.settings.threads ? *request.settings.threads
                                                        : tbb::task_arena::automatic);
@@ -50,15 +62,6 @@ class ScanLinePicker : public Picker {
     }
 
   private:
-    // Screen units to pixels (the uniform scale), then y mirrored so that it grows downwards.
-    static MMTransformMatrix ScreenToDownwardPixels(double pixelProportion) {
-        MMTransformMatrix scale;
-        scale.MakeScale1D(pixelProportion);
-        MMTransformMatrix mirror;
-        mirror.MakeScale3D(1.0, -1.0, 1.0);
-        return scale.PreMultiply(mirror);
-    }
-
     // A perspective view maps into eye space; its projection then lands in screen units, so
     // the pixel scale and the downward mirror go into the projection instead of the matrix.
     static AU_MarkOperations::PolygonMarking::PerspectiveProjection DownwardPixelProjection(
@@ -76,28 +79,6 @@ class ScanLinePicker : public Picker {
         MMTransformMatrix transform = mesh.placement;
         transform.PreMultiply(request.view.matrix);
         return transform.PreMultiply(toPixels);
-    }
-
-    // The rule, and for the nearest rule the depth tolerance in the detector's depth units:
-    // model length → internal units → depth along the view, as the z row of the map into the
-    // detector's space scales it (pixels for an affine view; eye space, unscaled, under a
-    // projection).
-    static void SetRule(MStlBaseOperatorVisibilityDetector& detector, const PickRequest& request,
-                        const MMTransformMatrix& toPixels) {
-        using Rule = MStlBaseOperatorVisibilityDetector::VisibilityRule;
-        const PickSettings& settings = request.settings;
-        detector.SetRule(settings.scanlineRule == ScanLineRule::kNearest ? Rule::Nearest
-                                                                         : Rule::Ordered);
-        MMTransformMatrix sceneToPixels = request.view.matrix;
-        sceneToPixels.PreMultiply(toPixels);
-        detector.SetDepthTolerance(settings.depthTolerance * settings.unitsPerModelUnit *
-                                   DepthScale(sceneToPixels));
-    }
-
-    // How much a length in the scene changes the depth at most: the length of the z row.
-    static double DepthScale(const MMTransformMatrix& sceneToPixels) {
-        return std::hypot(sceneToPixels.Get(2, 0), sceneToPixels.Get(2, 1),
-                          sceneToPixels.Get(2, 2));
     }
 
     // The region in downward pixels: scaled, y negated, nothing rounded.
@@ -118,6 +99,22 @@ class ScanLinePicker : public Picker {
 };
 
 }  // namespace
+
+MStlBaseOperatorVisibilityDetector::VisibilityRule DetectorRule(const PickSettings& settings) {
+    using Rule = MStlBaseOperatorVisibilityDetector::VisibilityRule;
+    return settings.scanlineRule == ScanLineRule::kNearest ? Rule::Nearest : Rule::Ordered;
+}
+
+// Model length → internal units → depth along the view, as the z row of the map into the
+// detector's space scales it (pixels for an affine view; eye space, unscaled, under a
+// projection).
+double ScanLineDepthTolerance(const PickSettings& settings, const View& view) {
+    MMTransformMatrix sceneToPixels = view.matrix;
+    sceneToPixels.PreMultiply(ScreenToDownwardPixels(view, settings.pixelProportion));
+    const double depthScale =
+        std::hypot(sceneToPixels.Get(2, 0), sceneToPixels.Get(2, 1), sceneToPixels.Get(2, 2));
+    return settings.depthTolerance * settings.unitsPerModelUnit * depthScale;
+}
 
 std::unique_ptr<Picker> MakeScanLinePicker() {
     return std::make_unique<ScanLinePicker>();
