@@ -24,6 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using velpick::ImportMesh;
+using velpick::detail::BuildMesh;
+using velpick::detail::ReadWithAssimp;
 using Facet = std::array<float, 9>;
 
 template <class T>
@@ -64,9 +66,8 @@ std::string Outcome(const fs::path& file, const std::function<std::unique_ptr<MS
             for (std::size_t k = 0; k < 3; ++k)
                 text << ' ' << mesh->GetTriangle(t).GetPointIndex(k);
             for (std::size_t k = 0; k < surfaces.size() && surfaces.size() > 1; ++k)
-                text << (mesh->GetTriangle(t).GetSurface() == surfaces[k].get()
-                             ? " s" + std::to_string(k)
-                             : "");
+                if (mesh->GetTriangle(t).GetSurface() == surfaces[k].get())
+                    text << " s" << k;
         }
     } catch (const std::exception& error) {
         const std::string message = error.what(), prefix = file.string() + ": ";
@@ -100,9 +101,9 @@ class MeshImportTest : public ::testing::Test {
 // Coordinates are scaled and rounded half away from zero, in double. Malformed files fail with
 // a message that names the file first, then the problem.
 TEST_F(MeshImportTest, EachFileGivesItsMeshOrNamesItsProblem) {
-    const std::string numbered = "surfaces 1 | 0,0,1 1,0,0 0,0,0 1,1,0 0,1,0 | 0 1 2 2 1 3 2 3 4";
-    const std::string objVertices = "v 0 0 0\nv 1 0 0\nv 1 1 0\n",
-                      offTail = "1 0 0\n0 1 0\n3 0 1 2\n";
+    const std::string numbered =
+        "surfaces 1 | 0,0,1000 1000,0,0 0,0,0 1000,1000,0 0,1000,0 | 0 1 2 2 1 3 2 3 4";
+    const std::string objVertices = "v 0 0 0\nv 1 0 0\nv 1 1 0\n";
     const std::string plyHeader =
         "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty double x\n"
         "property double y\nproperty double z\nelement face 1\n"
@@ -112,18 +113,17 @@ TEST_F(MeshImportTest, EachFileGivesItsMeshOrNamesItsProblem) {
     std::string marker = plyHeader, noFaces = plyHeader + plyBody.substr(0, 72);
     marker.insert(marker.find("end_header"), "element marker 9223372036854775807\n");
     noFaces.replace(noFaces.find("face 1"), 6, "face 0");
+    std::string lying = plyHeader.substr(0, plyHeader.find("element face")) + "end_header\n";
+    lying.replace(lying.find("vertex 3"), 8, "vertex 1000000000000");
     const std::string stl = binaryStl({{0, 0, 0, 1, 0, 0, 0, 0, 1}, {0, 0, 0, 1, 1, 0, 1, 0, 0}});
     std::string solidCut = binaryStl({{0, 0, 0, 1, 0, 0, 0, 0, 1}}, "solid cut");
     solidCut.pop_back();
-    std::mt19937 random(5);
     std::string garbage(3000, '\0');
-    for (char& c : garbage)
-        c = static_cast<char>(random());
+    std::generate(garbage.begin(), garbage.end(), std::mt19937(5));
     const struct {
         const char* name;
         std::optional<std::string> bytes;  // none: the file is missing
         std::string outcome;               // for an error, what the message mentions
-        double scale = 1.0;
     } files[] = {
         {"v.off",
          "OFF\n# two faces\n6 2 0\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n0 0 0\n"
@@ -135,23 +135,17 @@ TEST_F(MeshImportTest, EachFileGivesItsMeshOrNamesItsProblem) {
          "end_header\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n3 4 3 2\n4 2 3 1 0\n",
          numbered},
         {"v.obj", "v 0 1 0\nv 1 1 0\nv 0 0 0\nv 1 0 0\nv 0 0 1\nf 5 4 3\nf 3 4 2 1\n", numbered},
-        {"v.stl",
-         binaryStl({{0, 0, 1, 1, 0, 0, 0, 0, 0},
-                    {0, 0, 0, 1, 0, 0, 1, 1, 0},
-                    {0, 0, 0, 1, 1, 0, 0, 1, 0}}),
-         numbered},
         {"s.off",
          "OFF\n3 1 0\n0.0015 -0.0015 1.2344\n-2000000 2000000 0.0004\n1e-9 0.9996 -0.0006\n3 0 1 "
          "2\n",
-         "surfaces 1 | 2,-2,1234 -2000000000,2000000000,0 0,1000,-1 | 0 1 2", 1000.0},
+         "surfaces 1 | 2,-2,1234 -2000000000,2000000000,0 0,1000,-1 | 0 1 2"},
         // Groups become surfaces in order of first use; the quad is fanned in place.
         {"groups.obj",
          "mtllib m.mtl\nv 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\ng a\nusemtl red\nf 1 2 3 4\n"
          "usemtl blue\nf 1 2 5\ng b\nf 2/1 3/1 5/1\ng a\nusemtl red\nf -5 -1 -2\n",
-         "surfaces 2 | 0,0,0 1,0,0 1,1,0 0,1,0 0,0,1 | 0 1 2 s0 0 2 3 s0 0 1 4 s0 1 2 4 s1 0 4 3 "
-         "s0"},
-        {"edge.off", "OFF\n3 1 0\n2147483647 -2147483648 0\n" + offTail,
-         "surfaces 1 | 2147483647,-2147483648,0 1,0,0 0,1,0 | 0 1 2"},
+         "surfaces 2 | 0,0,0 1000,0,0 1000,1000,0 0,1000,0 0,0,1000 | 0 1 2 s0 0 2 3 s0 0 1 4 s0 1 "
+         "2 4 "
+         "s1 0 4 3 s0"},
         // A binary element without properties occupies no bytes, however many it declares.
         {"marker.ply", marker + plyBody, "surfaces 1 | 0,0,0 | 0 0 0"},
         {"cut.stl", stl.substr(0, stl.size() - 57), "error: ends at byte offset 127, in facet 0"},
@@ -160,40 +154,25 @@ TEST_F(MeshImportTest, EachFileGivesItsMeshOrNamesItsProblem) {
         {"tiny.stl", "facet", "error: not an STL file"},
         {"empty.stl", binaryStl({}), "error: no faces"},
         {"line.obj", objVertices + "f 1 2 3\nl 1 2 3\n", "error: face 1 has 2 vertices"},
-        {"short.obj", objVertices + "f 1 2\n", "error: face 0 has 2 vertices"},
         {"range.obj", objVertices + "f 1 2 4\n", "error: range"},
         {"noend.ply", "ply\nformat ascii 1.0\nelement vertex 0\n", "error: end_header"},
-        {"lying.ply",
-         "ply\nformat binary_little_endian 1.0\nelement vertex 1000000000000\n"
-         "property double x\nproperty double y\nproperty double z\nend_header\n" +
-             plyBody,
-         "error: element 'vertex' declares 1000000000000 instances"},
+        {"lying.ply", lying + plyBody, "error: element 'vertex' declares 1000000000000 instances"},
         {"lying-ascii.ply",
          "ply\nformat ascii 1.0\nelement junk 9223372036854775807\nend_header\n0\n",
          "error: element 'junk' declares"},
-        {"line.ply",
-         "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
-         "property float z\nelement face 1\nproperty list uchar int vertex_indices\n"
-         "end_header\n0 0 0\n1 0 0\n0 1 0\n2 0 1\n",
-         "error: face 0 has 2 vertices"},
         {"none.ply", noFaces, "error: no faces"},
         {"few.off", "OFF\n3 2 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", "error: face 1"},
         {"bad.off", "OFF\n3 1 0\n0 0 0\n1 zero 0\n0 1 0\n3 0 1 2\n", "error: vertex 1"},
         {"range.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n", "error: vertex 3"},
-        {"none.off", "OFF\n0 0 0\n", "error: no faces"},
-        {"nan.off", "OFF\n3 1 0\nnan 0 0\n" + offTail, "error: out of range"},
         {"mesh.xyz", "OFF\n", "error: unsupported"},
         {"missing.stl", std::nullopt, "error: no such file"},
-        {"missing.ply", std::nullopt, "error: no such file"},
-        {"g.stl", garbage, "error: "},
         {"g.ply", garbage, "error: "},
-        {"g.off", garbage, "error: "},
         {"g.obj", garbage, "error: "},
     };
     write("m.mtl", "newmtl red\nKd 1 0 0\nnewmtl blue\nKd 0 0 1\n");
     for (const auto& f : files) {
         const std::string outcome =
-            Imported(f.bytes ? write(f.name, *f.bytes) : m_dir / f.name, f.scale);
+            Imported(f.bytes ? write(f.name, *f.bytes) : m_dir / f.name, 1000.0);
         const bool error = f.outcome.rfind("error: ", 0) == 0;
         EXPECT_TRUE(error ? outcome.rfind("error: ", 0) == 0 &&
                                 outcome.find(f.outcome.substr(7)) != std::string::npos
@@ -214,8 +193,7 @@ struct PlyLayouts {
 
     explicit PlyLayouts(unsigned cornerChoices) {
         std::mt19937 random(3);
-        for (double& c : coordinates)
-            c = static_cast<double>(random() % 9) / 2.0;
+        std::generate(coordinates.begin(), coordinates.end(), [&] { return random() % 9 / 2.0; });
         for (auto& face : faces) {
             face.resize(3 + random() % cornerChoices);
             for (std::int32_t& index : face)
@@ -223,7 +201,9 @@ struct PlyLayouts {
         }
     }
 
-    std::string File(const Layout& l) const {
+    /// The file in layout `l`, after `spoil` changed the mesh (bytes null) or the bytes.
+    std::string File(const Layout& l, const std::function<void(PlyLayouts&, std::string*)>& spoil) {
+        spoil(*this, nullptr);
         const std::string& c = l.coordinate;
         std::string bytes = "ply\nformat binary_" + std::string(l.big ? "big" : "little") +
                             "_endian 1.0\nelement vertex 60\nproperty uchar red\nproperty " + c +
@@ -238,18 +218,13 @@ struct PlyLayouts {
                 append<float>(bytes, static_cast<float>(value), l.big);
             else if (type == "uchar")
                 append<std::uint8_t>(bytes, static_cast<std::uint8_t>(value));
-            else if (type == "ushort")
-                append<std::uint16_t>(bytes, static_cast<std::uint16_t>(value), l.big);
             else
                 append<std::int32_t>(bytes, static_cast<std::int32_t>(value), l.big);
         };
-        for (std::size_t v = 0; v < 60; ++v)
-            for (const auto& [type, value] : {std::pair<std::string, double>{"uchar", 7.0},
-                                              {c, coordinates[3 * v]},
-                                              {c, coordinates[3 * v + 1]},
-                                              {"float", 0.5},
-                                              {c, coordinates[3 * v + 2]}})
-                put(type, value);
+        for (std::size_t v = 0; v < 60; ++v) {
+            put("uchar", 7), put(c, coordinates[3 * v]), put(c, coordinates[3 * v + 1]);
+            put("float", 0.5), put(c, coordinates[3 * v + 2]);
+        }
         for (const auto& face : faces) {
             put(l.count, static_cast<double>(face.size()));
             for (std::int32_t index : face)
@@ -257,6 +232,7 @@ struct PlyLayouts {
             if (l.flags)
                 put("uchar", 1);
         }
+        spoil(*this, &bytes);
         return bytes;
     }
 
@@ -268,46 +244,29 @@ struct PlyLayouts {
 // big-endian file of the same mesh read value by value: the same mesh, or the same message.
 // Little-endian triangle files without a face property are read in place by the fast path, the
 // others by the general reader, in place until a fault. A spoil changes the mesh before it is
-// written (bytes null) or the bytes after; those of the bytes are laid on the first two layouts.
+// written (bytes null) or the bytes after.
 TEST_F(MeshImportTest, PlyLayoutsReadAsTheValueByValueReaderReads) {
     using Spoil = std::function<void(PlyLayouts&, std::string * bytes)>;
-    const struct {
-        const char* fragment;
-        Spoil spoil;
-        bool onBytes = false;
-    } spoils[] = {
+    const std::pair<const char*, Spoil> spoils[] = {
         {"surfaces 1", [](PlyLayouts&, std::string*) {}},
         {"face 7 uses vertex 60", [](PlyLayouts& p, std::string*) { p.faces[7][2] = 60; }},
         {"face 89: vertex index -1", [](PlyLayouts& p, std::string*) { p.faces[89][0] = -1; }},
         {"vertex 59: coordinate z", [](PlyLayouts& p, std::string*) { p.coordinates[179] = NAN; }},
         {"surfaces 1", [](PlyLayouts& p, std::string*) { p.faces[40].push_back(0); }},  // a quad
         {"face 0 has 2 vertices", [](PlyLayouts& p, std::string*) { p.faces[0].pop_back(); }},
-        {"truncated", [](PlyLayouts&, std::string* b) { b ? b->resize(b->size() - 2) : void(); },
-         true},
-        {"bytes follow", [](PlyLayouts&, std::string* b) { b ? b->push_back('\0') : void(); },
-         true},
-        // The last 195 bytes (15 triangles, the last polygon faces) turned to all ones.
-        {"error",
-         [](PlyLayouts&, std::string* b) {
-             b ? std::fill(b->end() - 195, b->end(), '\xff') : void();
-         },
-         true},
+        {"truncated", [](PlyLayouts&, std::string* b) { b ? b->resize(b->size() - 2) : void(); }},
+        {"bytes follow", [](PlyLayouts&, std::string* b) { b ? b->push_back('\0') : void(); }},
     };
     const PlyLayouts::Layout layouts[] = {{"float", "uchar", "int", false, true},
                                           {"float", "uchar", "int"},
                                           {"double", "uint", "int"},
-                                          {"float", "ushort", "int"},
-                                          {"double", "uchar", "int", false, true},
                                           {"float", "uchar", "int", true}};
     for (const unsigned cornerChoices : {1u, 3u})
-        for (const auto& [fragment, spoil, onBytes] : spoils) {
+        for (const auto& [fragment, spoil] : spoils) {
             std::string expected;
-            for (std::size_t k = 0; k < (onBytes ? 2 : std::size(layouts)); ++k) {
-                PlyLayouts ply(cornerChoices);
-                spoil(ply, nullptr);
-                std::string bytes = ply.File(layouts[k]);
-                spoil(ply, &bytes);
-                const std::string outcome = Imported(write("f.ply", bytes), 1000.0);
+            for (std::size_t k = 0; k < std::size(layouts); ++k) {
+                const std::string outcome = Imported(
+                    write("f.ply", PlyLayouts(cornerChoices).File(layouts[k], spoil)), 1000.0);
                 expected = k == 0 ? outcome : expected;
                 EXPECT_EQ(outcome, expected) << fragment << ", layout " << k;
             }
@@ -320,9 +279,9 @@ TEST_F(MeshImportTest, PlyLayoutsReadAsTheValueByValueReaderReads) {
 TEST(InternalUnitsTest, RoundingMatchesRoundHalfAwayFromZeroAndRefusesWhatDoesNotFit) {
     const auto oracle = [](double coordinate, double scale) -> std::optional<std::int32_t> {
         const double rounded = std::round(coordinate * scale);
-        if (!(rounded >= -2147483648.0 && rounded <= 2147483647.0))
-            return std::nullopt;
-        return static_cast<std::int32_t>(rounded);
+        return rounded >= -2147483648.0 && rounded <= 2147483647.0
+                   ? std::optional(std::int32_t(rounded))
+                   : std::nullopt;
     };
     std::vector<double> values;
     for (const double edge :
@@ -346,10 +305,9 @@ TEST(InternalUnitsTest, RoundingMatchesRoundHalfAwayFromZeroAndRefusesWhatDoesNo
             count = std::min<std::size_t>(first % 7 + 1, floats.size() - first);
             std::vector<std::int32_t> got(count), expected(count);
             bool allFit = true;
-            for (std::size_t i = 0; i < count; ++i) {
-                allFit = allFit && oracle(floats[first + i], scale);
-                expected[i] = oracle(floats[first + i], scale).value_or(0);
-            }
+            for (std::size_t i = 0; i < count; ++i)
+                allFit &= oracle(floats[first + i], scale).has_value(),
+                    expected[i] = oracle(floats[first + i], scale).value_or(0);
             const bool fit =
                 velpick::detail::AllToInternalUnits(&floats[first], count, scale, got.data());
             ASSERT_TRUE(fit == allFit && (!fit || got == expected))
@@ -362,8 +320,7 @@ TEST(InternalUnitsTest, RoundingMatchesRoundHalfAwayFromZeroAndRefusesWhatDoesNo
 // several scales: a noisy torus in face order, random soups of few positions (repeated and
 // degenerate facets, some -0) over several blocks, a soup of distinct positions that outgrows
 // the position table many times, files whose comment begins with "solid", a coordinate out of
-// range, and the general reader's STL sample models where installed. The torus is also the
-// oracle of the streamed PLY reader, over several batches of faces.
+// range. The torus is also the oracle of the streamed PLY reader, over several batches of faces.
 TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
     const scene::IndexedMesh torus = scene::NoisyTorus(70, 60, 60000.0, 25000.0, 0.04);
     std::vector<Facet> torusFacets;
@@ -397,32 +354,22 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
     std::vector<Facet> outOfRange = soup(50, 5);
     outOfRange[31][4] = 1e30f;
     const std::pair<std::string, std::vector<Facet>> files[] = {
-        {"", torusFacets}, {"solid torus", torusFacets},  {"", soup(9000, 5)},
-        {"", soup(1, 2)},  {"solid soup", soup(9000, 3)}, {"", soup(20000, 1 << 20)},
-        {"", outOfRange}};
-    std::vector<fs::path> paths;
-    for (const auto& [comment, facets] : files)
-        paths.push_back(
-            write("s" + std::to_string(paths.size()) + ".stl", binaryStl(facets, comment)));
-    const fs::path samples = "/usr/share/assimp/models/STL";
-    for (const auto& sample :
-         fs::exists(samples) ? fs::directory_iterator(samples) : fs::directory_iterator())
-        if (sample.path().extension() == ".stl" || sample.path().extension() == ".STL")
-            paths.push_back(sample.path());
-    for (const fs::path& path : paths)
+        {"", torusFacets},    {"solid torus", torusFacets},  {"a", soup(9000, 5)},
+        {"b", soup(1, 2)},    {"solid soup", soup(9000, 3)}, {"c", soup(20000, 1 << 20)},
+        {"range", outOfRange}};
+    for (const auto& [comment, facets] : files) {
+        const fs::path path = write("s" + comment + ".stl", binaryStl(facets, comment));
         for (const double scale : {1000.0, 3.0, 0.01}) {
             const std::string own = Imported(path, scale),
                               general = Outcome(path, [&] {
-                                  return velpick::detail::BuildMesh(
-                                      velpick::detail::ReadWithAssimp(path, false), scale);
+                                  return BuildMesh(ReadWithAssimp(path, false), scale);
                               });
             EXPECT_EQ(own, general.substr(general.rfind("unnamed ", 0) == 0 ? 8 : 0))
                 << path << " x " << scale;
-            EXPECT_TRUE(path.parent_path() == samples ||
-                        (own.rfind("error", 0) == 0) == (path == paths[6]))
+            EXPECT_EQ(own.rfind("error: vertex 94: coordinate y", 0) == 0, comment == "range")
                 << own;
         }
-    EXPECT_NE(Imported(paths[6], 1.0).find("vertex 94: coordinate y"), std::string::npos);
+    }
 }
 
 }  // namespace
