@@ -16,6 +16,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/noisy_torus.h"
@@ -40,22 +41,21 @@ void append(std::string& bytes, T value, bool bigEndian = false) {
 std::string binaryStl(const std::vector<Facet>& facets, const std::string& comment = "") {
     std::string bytes = comment + std::string(80 - comment.size(), ' ');
     append<std::uint32_t>(bytes, static_cast<std::uint32_t>(facets.size()));
-    for (const Facet& facet : facets) {
-        bytes.append(12, '\0');  // normal, unused
-        for (float v : facet)
-            append<float>(bytes, v);
-        append<std::uint16_t>(bytes, 0);
+    for (const Facet& facet : facets) {  // a zero normal, the corners, no attribute bytes
+        bytes.append(12, '\0').append(reinterpret_cast<const char*>(facet.data()), sizeof facet);
+        bytes.append(2, '\0');
     }
     return bytes;
 }
 
 // What a reader makes of a file: "surfaces N | x,y,z of each vertex | the vertices of each
 // triangle (and its surface sK, when there are several)", or "error: <reason>" when the message
-// names the file first ("unnamed error: ..." if not).
-std::string Outcome(const fs::path& file, const std::function<std::unique_ptr<MStlBase>()>& read) {
+// names the file first ("unnamed error: ..." if not). `read` is the importer unless given.
+std::string Outcome(const fs::path& file, double unitsPerModelUnit,
+                    const std::function<std::unique_ptr<MStlBase>()>& read = {}) {
     std::ostringstream text;
     try {
-        const auto mesh = read();
+        const auto mesh = read ? read() : ImportMesh(file, unitsPerModelUnit);
         text << "surfaces " << mesh->GetTopSurfaces().size() << " |";
         for (std::size_t i = 0; i < mesh->GetNumberOfPoints(); ++i)
             text << ' ' << mesh->GetPoint(i)[0] << ',' << mesh->GetPoint(i)[1] << ','
@@ -75,10 +75,6 @@ std::string Outcome(const fs::path& file, const std::function<std::unique_ptr<MS
                                                : "unnamed error: " + message);
     }
     return text.str();
-}
-
-std::string Imported(const fs::path& file, double unitsPerModelUnit) {
-    return Outcome(file, [&] { return ImportMesh(file, unitsPerModelUnit); });
 }
 
 class MeshImportTest : public ::testing::Test {
@@ -120,11 +116,8 @@ TEST_F(MeshImportTest, EachFileGivesItsMeshOrNamesItsProblem) {
     solidCut.pop_back();
     std::string garbage(3000, '\0');
     std::generate(garbage.begin(), garbage.end(), std::mt19937(5));
-    const struct {
-        const char* name;
-        std::optional<std::string> bytes;  // none: the file is missing
-        std::string outcome;               // for an error, what the message mentions
-    } files[] = {
+    // Name, bytes (none: the file is missing), outcome (of an error, what the message mentions).
+    const std::tuple<const char*, std::optional<std::string>, std::string> files[] = {
         {"v.off",
          "OFF\n# two faces\n6 2 0\n0 1 0\n1 1 0\n0 0 0\n1 0 0\n0 0 1\n0 0 0\n"
          "3 4 3 2\n4 5 3 1 0 255 0 0\n",
@@ -170,14 +163,13 @@ TEST_F(MeshImportTest, EachFileGivesItsMeshOrNamesItsProblem) {
         {"g.obj", garbage, "error: "},
     };
     write("m.mtl", "newmtl red\nKd 1 0 0\nnewmtl blue\nKd 0 0 1\n");
-    for (const auto& f : files) {
-        const std::string outcome =
-            Imported(f.bytes ? write(f.name, *f.bytes) : m_dir / f.name, 1000.0);
-        const bool error = f.outcome.rfind("error: ", 0) == 0;
+    for (const auto& [name, bytes, expected] : files) {
+        const std::string outcome = Outcome(bytes ? write(name, *bytes) : m_dir / name, 1000.0);
+        const bool error = expected.rfind("error: ", 0) == 0;
         EXPECT_TRUE(error ? outcome.rfind("error: ", 0) == 0 &&
-                                outcome.find(f.outcome.substr(7)) != std::string::npos
-                          : outcome == f.outcome)
-            << f.name << ": " << outcome;
+                                outcome.find(expected.substr(7)) != std::string::npos
+                          : outcome == expected)
+            << name << ": " << outcome;
     }
 }
 
@@ -196,8 +188,7 @@ struct PlyLayouts {
         std::generate(coordinates.begin(), coordinates.end(), [&] { return random() % 9 / 2.0; });
         for (auto& face : faces) {
             face.resize(3 + random() % cornerChoices);
-            for (std::int32_t& index : face)
-                index = static_cast<std::int32_t>(random() % 60);
+            std::generate(face.begin(), face.end(), [&] { return std::int32_t(random() % 60); });
         }
     }
 
@@ -263,19 +254,16 @@ TEST_F(MeshImportTest, PlyLayoutsReadAsTheValueByValueReaderReads) {
                                           {"float", "uchar", "int", true}};
     for (const unsigned cornerChoices : {1u, 3u})
         for (const auto& [fragment, spoil] : spoils) {
-            std::string expected;
-            for (std::size_t k = 0; k < std::size(layouts); ++k) {
-                const std::string outcome = Imported(
-                    write("f.ply", PlyLayouts(cornerChoices).File(layouts[k], spoil)), 1000.0);
-                expected = k == 0 ? outcome : expected;
-                EXPECT_EQ(outcome, expected) << fragment << ", layout " << k;
-            }
+            const auto outcome = [&](const PlyLayouts::Layout& l) {
+                return Outcome(write("f.ply", PlyLayouts(cornerChoices).File(l, spoil)), 1000.0);
+            };
+            const std::string expected = outcome(layouts[0]);
             EXPECT_NE(expected.find(fragment), std::string::npos) << expected;
+            for (const PlyLayouts::Layout& l : layouts)
+                EXPECT_EQ(outcome(l), expected) << fragment << ", layout " << &l - layouts;
         }
 }
 
-// std::round and a range check on its result are the oracle, of single values and of floats
-// converted many at a time (odd and even runs).
 TEST(InternalUnitsTest, RoundingMatchesRoundHalfAwayFromZeroAndRefusesWhatDoesNotFit) {
     const auto oracle = [](double coordinate, double scale) -> std::optional<std::int32_t> {
         const double rounded = std::round(coordinate * scale);
@@ -339,8 +327,8 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
         for (const std::uint32_t index : face)
             append<std::uint32_t>(ply, index);
     }
-    EXPECT_EQ(Imported(write("t.ply", ply), 3.0),
-              Imported(write("t.stl", binaryStl(torusFacets)), 3.0));
+    EXPECT_EQ(Outcome(write("t.ply", ply), 3.0),
+              Outcome(write("t.stl", binaryStl(torusFacets)), 3.0));
     std::mt19937 random(23);
     const auto soup = [&](std::size_t facets, std::uint32_t spread) {
         std::vector<Facet> soup(facets);
@@ -360,8 +348,8 @@ TEST_F(MeshImportTest, BinaryStlGivesTheMeshOfTheGeneralReader) {
     for (const auto& [comment, facets] : files) {
         const fs::path path = write("s" + comment + ".stl", binaryStl(facets, comment));
         for (const double scale : {1000.0, 3.0, 0.01}) {
-            const std::string own = Imported(path, scale),
-                              general = Outcome(path, [&] {
+            const std::string own = Outcome(path, scale),
+                              general = Outcome(path, scale, [&] {
                                   return BuildMesh(ReadWithAssimp(path, false), scale);
                               });
             EXPECT_EQ(own, general.substr(general.rfind("unnamed ", 0) == 0 ? 8 : 0))
