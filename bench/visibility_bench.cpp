@@ -126,7 +126,7 @@ Workload CountWork() {
         const auto [minX, maxX] = std::minmax({p[0].x, p[1].x, p[2].x});
         const auto [minY, maxY] = std::minmax({p[0].y, p[1].y, p[2].y});
         if (maxX >= lo && minX <= hi && maxY >= lo && minY <= hi)
-            refs.push_back({nullptr, maxY, minY});
+            refs.push_back({maxY, minY});
     }
     std::vector<visibility::Point> events;
     visibility::AppendPieceEvents(refs, events);

@@ -4,14 +4,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "visibility/screen_piece.h"
-
 namespace visibility {
 
-/// One piece taking part in a run, by global index (meshes in order, pieces in order), with
-/// its unshrunk y bounds.
+/// The unshrunk y bounds of one piece taking part in a run, kept by global index (meshes in
+/// order, pieces in order).
 struct PieceRef {
-    Triangle* piece;
     double yMax, yMin;
 };
 
