@@ -20,6 +20,7 @@
 #include <velpick/mark_polygon.h>
 #include <velpick/pinhole_projection.h>
 #include <velpick/visibility_detector.h>
+#include "heap_counter.h"
 #include "mesh_import.h"
 #include "tests/support/noisy_torus.h"
 #include "visibility/sample_lines.h"
@@ -143,6 +144,12 @@ void DetectorTorus(benchmark::State& state, Rule rule) {
     tbb::task_arena arena(static_cast<int>(state.range(0)));
     for (auto _ : state)
         arena.execute([&] { RunDetector(mesh, view, nullptr, false, rule); });
+    // One more run, untimed, for the most heap it holds at once beyond the mesh's.
+    bench::ResetHeapPeak();
+    const std::size_t before = bench::HeapBytesInUse();
+    arena.execute([&] { RunDetector(mesh, view, nullptr, false, rule); });
+    state.counters["peak_heap_bytes_per_triangle"] =
+        static_cast<double>(bench::HeapPeak() - before) / double(mesh.GetNumberOfTriangles());
     state.counters["lines"] = work.lines;
     state.counters["pieces"] = work.pieces;
     state.counters["lines_per_second"] =
@@ -174,6 +181,11 @@ void BM_ZBufferPickerTorus(benchmark::State& state) {
     const MMTransformMatrix view = View(kMajor + kMinor);
     for (auto _ : state)
         RunZBuffer(mesh, view, nullptr);
+    bench::ResetHeapPeak();
+    const std::size_t before = bench::HeapBytesInUse();
+    RunZBuffer(mesh, view, nullptr);
+    state.counters["peak_heap_bytes_per_triangle"] =
+        static_cast<double>(bench::HeapPeak() - before) / double(mesh.GetNumberOfTriangles());
 }
 
 double Jaccard(MStlBase& mesh, const MStlMarkTrianglesByMasks& a,

@@ -24,6 +24,8 @@ template void SortValues(std::vector<Point>&, PointKeyComparator);
 template void SortValues(std::vector<double>&, std::less<double>);
 
 void AppendPieceEvents(std::uint64_t index, const PieceRef& ref, std::vector<Point>& events) {
+    if (index >= Point::kMaxPieces)
+        throw std::length_error("visibility sweep: more pieces or sample lines than it numbers");
     if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
         return;
     const double h = (ref.yMax - ref.yMin) * 0.01;

@@ -131,21 +131,6 @@ struct Chunks {
     std::vector<std::size_t> firstLine;
 };
 
-PieceRef MakePieceRef(const Triangle& piece, const std::vector<point3d>& vertices) {
-    const auto [lo, hi] = std::minmax(
-        {vertices[piece.corners[0]].y, vertices[piece.corners[1]].y, vertices[piece.corners[2]].y});
-    return {std::clamp(hi, -DBL_MAX, DBL_MAX), std::clamp(lo, -DBL_MAX, DBL_MAX)};
-}
-
-std::vector<PieceRef> MakePieceRefs(const std::vector<Triangle>& triangles,
-                                    const std::vector<point3d>& vertices) {
-    std::vector<PieceRef> refs;
-    refs.reserve(triangles.size());
-    for (const Triangle& piece : triangles)
-        refs.push_back(MakePieceRef(piece, vertices));
-    return refs;
-}
-
 // Contiguous runs of lines holding about total / n active pieces each, n being the arena's
 // concurrency (at most one chunk per line).
 Chunks SplitIntoChunks(const std::vector<std::int32_t>& counts) {
@@ -178,7 +163,7 @@ bool ActiveOnFirstLine(const PieceRef& ref, double y) {
 }
 
 // For every chunk, the pieces active on its first line, in ascending global index.
-std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<PieceRef>& refs,
+std::vector<std::vector<std::uint64_t>> InitialActiveSets(const PieceBounds& refs,
                                                           const std::vector<double>& lines,
                                                           const Chunks& chunks) {
     std::vector<double> firstY;
@@ -186,7 +171,7 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
         firstY.push_back(lines[chunks.firstLine[chunk]]);
     std::vector<std::vector<std::uint64_t>> sets(firstY.size());
     for (std::size_t index = 0; index < refs.size(); ++index) {
-        const PieceRef& ref = refs[index];
+        const PieceRef ref = refs[index];
         auto chunk = std::upper_bound(firstY.begin(), firstY.end(), ref.yMin);
         for (; chunk != firstY.end() && ActiveOnFirstLine(ref, *chunk); ++chunk)
             sets[chunk - firstY.begin()].push_back(index);
@@ -194,16 +179,14 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
     return sets;
 }
 
-// Greedy stabbing lines over the pieces' shrunk ranges. The events are made from the pieces
-// directly: they are the largest data of this step.
-std::vector<double> ChooseStabbingLines(const std::vector<Triangle>& triangles,
-                                        const std::vector<point3d>& vertices) {
+// Greedy stabbing lines over the pieces' shrunk ranges.
+std::vector<double> ChooseStabbingLines(const PieceBounds& refs) {
     std::vector<Point> events;
-    events.reserve(2 * triangles.size());
-    for (std::size_t index = 0; index < triangles.size(); ++index)
-        AppendPieceEvents(index, MakePieceRef(triangles[index], vertices), events);
+    events.reserve(2 * refs.size());
+    for (std::size_t index = 0; index < refs.size(); ++index)
+        AppendPieceEvents(index, refs[index], events);
     SortValues(events, PointRangeComparator());
-    return StabbingLines(events, triangles.size());
+    return StabbingLines(events, refs.size());
 }
 
 // Sweeps the chunk's lines [begin, end): before each line after the first, pieces leave and
@@ -250,7 +233,7 @@ void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
     _CollectTriangles();
     _TransformModel();
 
-    std::vector<double> lines = ChooseStabbingLines(triangles, vertices);
+    std::vector<double> lines = ChooseStabbingLines(PieceBounds(triangles, vertices));
     if (!lines.empty()) {
         CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
         _SweepChunks(lines);
@@ -264,13 +247,11 @@ void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
 void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<double>& lines) {
     const RegionIntervals regions = mode == Brush ? BrushIntervals(runPath, brushRadius, lines)
                                                   : PolygonIntervals(runPath, lines);
-    std::vector<PieceRef> refs = MakePieceRefs(triangles, vertices);
+    const PieceBounds refs(triangles, vertices);
     const LineSchedule schedule = ScheduleLines(refs, lines);
     const Chunks chunks = SplitIntoChunks(schedule.activeCounts);
     const std::vector<std::vector<std::uint64_t>> initialSets =
         InitialActiveSets(refs, lines, chunks);
-    // The sweep reads the pieces themselves.
-    std::vector<PieceRef>().swap(refs);
     const std::size_t chunkCount = chunks.firstLine.size() - 1;
     chunkResults.resize(chunkCount);
 
