@@ -23,7 +23,7 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
         m_position.assign(m_pieces->size(), kAbsent);
         m_found.assign(m_pieces->size(), 0);
     }
-    for (std::uint64_t piece : m_active)
+    for (std::uint32_t piece : m_active)
         if (piece != kFreeSlot)
             m_position[piece] = kAbsent;
     m_active.clear();
@@ -38,14 +38,15 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
 void ChunkSweep::Insert(std::uint64_t piece) {
     if (m_position[piece] != kAbsent)
         return;
+    const auto index = static_cast<std::uint32_t>(piece);
     std::uint32_t slot;
     if (m_freeSlots.empty()) {
         slot = static_cast<std::uint32_t>(m_active.size());
-        m_active.push_back(piece);
+        m_active.push_back(index);
     } else {
         slot = m_freeSlots.back();
         m_freeSlots.pop_back();
-        m_active[slot] = piece;
+        m_active[slot] = index;
     }
     m_position[piece] = slot;
     // The sweep reads a piece on every line it crosses: a copy by slot keeps those reads
@@ -55,7 +56,7 @@ void ChunkSweep::Insert(std::uint64_t piece) {
     const Triangle& t = (*m_pieces)[piece];
     const std::vector<VelSDK::Math::point3d>& v = *m_vertices;
     m_slotPieces[slot] = {{v[t.corners[0]], v[t.corners[1]], v[t.corners[2]]}, t.markable};
-    m_fresh.push_back({0.0, piece, slot});
+    m_fresh.push_back({0.0, index, slot});
 }
 
 void ChunkSweep::Erase(std::uint64_t piece) {
@@ -250,7 +251,7 @@ void ChunkSweep::Offer(std::uint32_t slot, std::vector<std::uint32_t>& found) {
     if (!piece.markable || m_found[m_active[slot]])
         return;
     m_found[m_active[slot]] = 1;
-    found.push_back(static_cast<std::uint32_t>(m_active[slot]));
+    found.push_back(m_active[slot]);
 }
 
 }  // namespace visibility

@@ -66,14 +66,16 @@ class ChunkSweep {
 
   private:
     static constexpr std::uint32_t kAbsent = ~std::uint32_t(0);
-    static constexpr std::uint64_t kFreeSlot = ~std::uint64_t(0);
+    // Global indices are below 2^32 − 1 (the line schedule refuses more pieces), so they and
+    // the free-slot mark fit 32 bits.
+    static constexpr std::uint32_t kFreeSlot = ~std::uint32_t(0);
 
     /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut), the global
     /// index, which orders equal keys, and the piece's slot. An entry whose slot no longer
     /// holds its piece is stale.
     struct Ordered {
         double x;
-        std::uint64_t piece;
+        std::uint32_t piece;
         std::uint32_t slot;
     };
 
@@ -92,7 +94,7 @@ class ChunkSweep {
     Rule m_rule;
     // Active pieces (global indices) in slots that keep their place while the piece is active
     // (kFreeSlot when empty), the free slots, and each piece's slot.
-    std::vector<std::uint64_t> m_active;
+    std::vector<std::uint32_t> m_active;
     std::vector<std::uint32_t> m_freeSlots;
     std::vector<std::uint32_t> m_position;
     std::vector<SweepPiece> m_slotPieces;  // by slot, the active piece's corners and mark
