@@ -255,6 +255,8 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<do
     const std::size_t chunkCount = chunks.firstLine.size() - 1;
     chunkResults.resize(chunkCount);
 
+    // Only now: the bounds above are read in the corners' collected order, which decides them
+    // for pieces with a NaN y.
     _SortCorners();
     tbb::enumerable_thread_specific<ChunkSweep> sweeps(
         [&] { return ChunkSweep(triangles, vertices, SweepRule()); });
