@@ -23,7 +23,7 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
         m_position.assign(m_pieces->size(), kAbsent);
         m_found.assign(m_pieces->size(), 0);
     }
-    for (std::uint64_t piece : m_active)
+    for (std::uint32_t piece : m_active)
         if (piece != kFreeSlot)
             m_position[piece] = kAbsent;
     m_active.clear();
@@ -38,23 +38,25 @@ void ChunkSweep::Begin(const std::vector<std::uint64_t>& initial) {
 void ChunkSweep::Insert(std::uint64_t piece) {
     if (m_position[piece] != kAbsent)
         return;
+    const auto index = static_cast<std::uint32_t>(piece);
     std::uint32_t slot;
     if (m_freeSlots.empty()) {
         slot = static_cast<std::uint32_t>(m_active.size());
-        m_active.push_back(piece);
+        m_active.push_back(index);
     } else {
         slot = m_freeSlots.back();
         m_freeSlots.pop_back();
-        m_active[slot] = piece;
+        m_active[slot] = index;
     }
     m_position[piece] = slot;
     // The sweep reads a piece on every line it crosses: a copy by slot keeps those reads
     // together instead of scattered over all pieces in mesh order.
     if (m_slotPieces.size() <= slot)
         m_slotPieces.resize(slot + 1);
-    Triangle* const t = (*m_pieces)[piece].piece;
-    m_slotPieces[slot] = {{t->p0, t->p1, t->p2}, t, t->markable};
-    m_fresh.push_back({0.0, piece, slot});
+    const Triangle& t = (*m_pieces)[piece];
+    const std::vector<VelSDK::Math::point3d>& v = *m_vertices;
+    m_slotPieces[slot] = {{v[t.corners[0]], v[t.corners[1]], v[t.corners[2]]}, t.markable};
+    m_fresh.push_back({0.0, index, slot});
 }
 
 void ChunkSweep::Erase(std::uint64_t piece) {
@@ -67,7 +69,7 @@ void ChunkSweep::Erase(std::uint64_t piece) {
 }
 
 void ChunkSweep::Decide(double y, const Interval* first, const Interval* last,
-                        std::vector<Triangle*>& found) {
+                        std::vector<std::uint32_t>& found) {
     if (first == last || m_active.size() == m_freeSlots.size())
         return;  // nothing can be seen on this line
     if (m_rule.nearest && !m_rule.markThrough) {
@@ -107,7 +109,7 @@ void ChunkSweep::CutActivePieces(double y) {
 // Pieces wholly left or right of the region's span on this line can neither be seen nor hide
 // anything seen there: they are not cut.
 void ChunkSweep::DecideNearest(double y, const Interval* first, const Interval* last,
-                               std::vector<Triangle*>& found) {
+                               std::vector<std::uint32_t>& found) {
     const double lo = first->start, hi = (last - 1)->end;
     m_nearestEntries.clear();
     for (std::size_t slot = 0; slot < m_active.size(); ++slot) {
@@ -130,7 +132,7 @@ void ChunkSweep::DecideNearest(double y, const Interval* first, const Interval* 
     m_nearestLine.Decide(m_nearestEntries, first, last, m_rule.depthTolerance, m_seen);
     for (std::uint64_t index : m_seen) {
         m_found[index] = 1;
-        found.push_back((*m_pieces)[index].piece);
+        found.push_back(static_cast<std::uint32_t>(index));
     }
 }
 
@@ -171,7 +173,8 @@ void ChunkSweep::Reorder(std::vector<Ordered>& order, bool byStart) {
 // The x sweep merges three streams, each already in x order: segment starts, segment ends and
 // the region's interval bounds. At equal x they are handled in the order starts, ends,
 // interval starts, interval ends; each run of equal x and kind forms one group.
-void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<Triangle*>& found) {
+void ChunkSweep::Sweep(const Interval* first, const Interval* last,
+                       std::vector<std::uint32_t>& found) {
     enum Kind { kSegmentStart, kSegmentEnd, kRegionStart, kRegionEnd };
     const double regionEnd = (last - 1)->end;
     const std::size_t regionEvents = 2 * static_cast<std::size_t>(last - first);
@@ -231,7 +234,7 @@ void ChunkSweep::Sweep(const Interval* first, const Interval* last, std::vector<
 
 // A new segment joins the depth order at the back and moves ahead past every segment it is
 // nearer than, comparing each at the middle of their common x-range.
-void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found) {
+void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<std::uint32_t>& found) {
     m_depthOrder.push_back(slot);
     if (m_rule.markThrough) {
         if (inside)
@@ -243,12 +246,12 @@ void ChunkSweep::EnterSegment(std::uint32_t slot, bool inside, std::vector<Trian
         std::swap(m_depthOrder[p], m_depthOrder[p - 1]);
 }
 
-void ChunkSweep::Offer(std::uint32_t slot, std::vector<Triangle*>& found) {
+void ChunkSweep::Offer(std::uint32_t slot, std::vector<std::uint32_t>& found) {
     const SweepPiece& piece = m_slotPieces[slot];
     if (!piece.markable || m_found[m_active[slot]])
         return;
     m_found[m_active[slot]] = 1;
-    found.push_back(piece.piece);
+    found.push_back(m_active[slot]);
 }
 
 }  // namespace visibility

@@ -14,10 +14,9 @@
 namespace visibility {
 
 /// What the sweep needs of an active piece: its corners in lexicographic (x, y, z) order, so
-/// that two pieces sharing an edge cut it at exactly the same point, and where its mark goes.
+/// that two pieces sharing an edge cut it at exactly the same point, and whether it may be marked.
 struct SweepPiece {
     VelSDK::Math::point3d corners[3];
-    Triangle* piece;
     bool markable;
 };
 
@@ -44,8 +43,11 @@ class ChunkSweep {
         DepthTolerance depthTolerance;
     };
 
-    /// `pieces`: every piece by global index, its corners in lexicographic (x, y, z) order.
-    ChunkSweep(const std::vector<PieceRef>& pieces, Rule rule) : m_pieces(&pieces), m_rule(rule) {}
+    /// `pieces`: every piece by global index, its corners (indices into `vertices`) in
+    /// lexicographic (x, y, z) order.
+    ChunkSweep(const std::vector<Triangle>& pieces,
+               const std::vector<VelSDK::Math::point3d>& vertices, Rule rule)
+        : m_pieces(&pieces), m_vertices(&vertices), m_rule(rule) {}
 
     /// Starts a chunk whose first line crosses the pieces `initial` (global indices).
     void Begin(const std::vector<std::uint64_t>& initial);
@@ -55,23 +57,25 @@ class ChunkSweep {
     void Erase(std::uint64_t piece);
 
     /// Decides the line at y: cuts every active piece into an x segment and appends to `found`
-    /// the markable pieces seen inside the region's intervals [first, last): the nearest one
-    /// (greatest z) everywhere, or every one within the tolerance of the nearest depth, or with
-    /// mark-through every one. A piece this object has appended before, in this chunk or an
-    /// earlier one, is not appended again.
+    /// the global indices of the markable pieces seen inside the region's intervals [first, last):
+    /// the nearest one (greatest z) everywhere, or every one within the tolerance of the nearest
+    /// depth, or with mark-through every one. A piece this object has appended before, in this
+    /// chunk or an earlier one, is not appended again.
     void Decide(double y, const Interval* first, const Interval* last,
-                std::vector<Triangle*>& found);
+                std::vector<std::uint32_t>& found);
 
   private:
     static constexpr std::uint32_t kAbsent = ~std::uint32_t(0);
-    static constexpr std::uint64_t kFreeSlot = ~std::uint64_t(0);
+    // Global indices are below 2^32 − 1 (the line schedule refuses more pieces), so they and
+    // the free-slot mark fit 32 bits.
+    static constexpr std::uint32_t kFreeSlot = ~std::uint32_t(0);
 
     /// An active piece in x order: the sort key (x0 or x1; +∞ for an invalid cut), the global
     /// index, which orders equal keys, and the piece's slot. An entry whose slot no longer
     /// holds its piece is stale.
     struct Ordered {
         double x;
-        std::uint64_t piece;
+        std::uint32_t piece;
         std::uint32_t slot;
     };
 
@@ -79,17 +83,18 @@ class ChunkSweep {
 
     void CutActivePieces(double y);
     void DecideNearest(double y, const Interval* first, const Interval* last,
-                       std::vector<Triangle*>& found);
+                       std::vector<std::uint32_t>& found);
     void Reorder(std::vector<Ordered>& order, bool byStart);
-    void Sweep(const Interval* first, const Interval* last, std::vector<Triangle*>& found);
-    void EnterSegment(std::uint32_t slot, bool inside, std::vector<Triangle*>& found);
-    void Offer(std::uint32_t slot, std::vector<Triangle*>& found);
+    void Sweep(const Interval* first, const Interval* last, std::vector<std::uint32_t>& found);
+    void EnterSegment(std::uint32_t slot, bool inside, std::vector<std::uint32_t>& found);
+    void Offer(std::uint32_t slot, std::vector<std::uint32_t>& found);
 
-    const std::vector<PieceRef>* m_pieces;
+    const std::vector<Triangle>* m_pieces;
+    const std::vector<VelSDK::Math::point3d>* m_vertices;
     Rule m_rule;
     // Active pieces (global indices) in slots that keep their place while the piece is active
     // (kFreeSlot when empty), the free slots, and each piece's slot.
-    std::vector<std::uint64_t> m_active;
+    std::vector<std::uint32_t> m_active;
     std::vector<std::uint32_t> m_freeSlots;
     std::vector<std::uint32_t> m_position;
     std::vector<SweepPiece> m_slotPieces;  // by slot, the active piece's corners and mark

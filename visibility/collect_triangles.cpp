@@ -1,4 +1,7 @@
 #include <algorithm>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
 #include <unordered_map>
 
 #include <velpick/host/plane_transform.h>
@@ -42,6 +45,8 @@ point3d ModelCorner(const MStlTriangle& triangle, int corner) {
     return {double(p[0]), double(p[1]), double(p[2])};
 }
 
+constexpr std::uint32_t kNoVertex = std::numeric_limits<std::uint32_t>::max();
+
 // Disjoint only when separated; boxes that merely touch overlap.
 bool BoxesOverlap(const Piece& piece, const point2d& boxMin, const point2d& boxMax) {
     const auto [minX, maxX] = std::minmax({piece.p[0].x, piece.p[1].x, piece.p[2].x});
@@ -74,21 +79,53 @@ point3d MStlBaseOperatorVisibilityDetector::Impl::_ToScreen(const StlEntry& entr
             projection.cy + projection.fy * mapped.y / depth, projection.nearDistance / depth};
 }
 
+std::uint32_t MStlBaseOperatorVisibilityDetector::Impl::_AddVertex(const point3d& p) {
+    if (vertices.size() >= kNoVertex)
+        throw std::length_error("visibility sweep: more piece corners than it numbers");
+    vertices.push_back(p);
+    return static_cast<std::uint32_t>(vertices.size() - 1);
+}
+
+std::uint32_t MStlBaseOperatorVisibilityDetector::Impl::_SharedVertex(const StlEntry& entry,
+                                                                      std::uint32_t point) {
+    std::uint32_t& index = vertexOfPoint[point];
+    if (index == kNoVertex) {
+        const MStlPoint& p = entry.stl->GetPoint(point);
+        index = _AddVertex(_ToScreen(entry, {double(p[0]), double(p[1]), double(p[2])}));
+    }
+    return index;
+}
+
+// A triangle the planes keep whole is one piece equal to it, bit for bit: its corners are the
+// mesh's points, mapped once for all the triangles that share them.
 void MStlBaseOperatorVisibilityDetector::Impl::_CollectTriangle(
     const StlEntry& entry, const std::vector<MMPlaneEq<double>>& modelPlanes,
-    MStlTriangle& triangle, bool markableSurface, std::vector<Triangle>& out) {
+    MStlTriangle& triangle, bool markableSurface) {
+    const Piece whole{
+        {ModelCorner(triangle, 0), ModelCorner(triangle, 1), ModelCorner(triangle, 2)}};
     pieces.clear();
-    pieces.push_back(
-        {{ModelCorner(triangle, 0), ModelCorner(triangle, 1), ModelCorner(triangle, 2)}});
+    pieces.push_back(whole);
     for (const MMPlaneEq<double>& plane : modelPlanes)
         visibility::ClipPieces(pieces, plane, clipScratch);
+    const bool kept = pieces.size() == 1 && std::memcmp(&pieces[0], &whole, sizeof whole) == 0;
     for (Piece& piece : pieces) {
-        for (point3d& corner : piece.p)
-            corner = _ToScreen(entry, corner);
+        std::uint32_t corners[3];
+        if (kept) {
+            for (int k = 0; k < 3; ++k) {
+                corners[k] = _SharedVertex(entry, triangle.GetPointIndex(k));
+                piece.p[k] = vertices[corners[k]];
+            }
+        } else {
+            for (point3d& corner : piece.p)
+                corner = _ToScreen(entry, corner);
+        }
         if (!BoxesOverlap(piece, pathBoxMin, pathBoxMax))
             continue;
+        if (!kept)
+            for (int k = 0; k < 3; ++k)
+                corners[k] = _AddVertex(piece.p[k]);
         const bool markable = markableSurface && (markFlippedTriangles || !IsFlipped(piece));
-        out.push_back({piece.p[0], piece.p[1], piece.p[2], &triangle, markable, entry.marker});
+        triangles.push_back({{corners[0], corners[1], corners[2]}, markable, &triangle});
     }
 }
 
@@ -139,13 +176,11 @@ void MStlBaseOperatorVisibilityDetector::Impl::_ForEachTriangle(const StlEntry& 
 
 void MStlBaseOperatorVisibilityDetector::Impl::_CollectTriangles() {
     triangles.clear();
-    triangles.resize(stls.size());
+    vertices.clear();
+    meshFirstPiece.assign(1, 0);
     std::vector<MMPlaneEq<double>> modelPlanes;
-    for (std::size_t mesh = 0; mesh < stls.size(); ++mesh) {
-        const StlEntry& entry = stls[mesh];
-        std::vector<Triangle>& out = triangles[mesh];
-        out.reserve(entry.listed ? entry.candidates.size() : entry.stl->GetNumberOfTriangles());
-
+    for (const StlEntry& entry : stls) {
+        vertexOfPoint.assign(entry.stl->_Points().Size(), kNoVertex);
         MMTransformMatrix inverse = entry.planeTransform;
         inverse.Invert();
         modelPlanes.clear();
@@ -158,7 +193,12 @@ void MStlBaseOperatorVisibilityDetector::Impl::_CollectTriangles() {
 
         _ForEachTriangle(entry, [&](MStlTriangle& triangle, bool markableSurface) {
             if (!triangle.IsInvisible())
-                _CollectTriangle(entry, modelPlanes, triangle, markableSurface, out);
+                _CollectTriangle(entry, modelPlanes, triangle, markableSurface);
         });
+        meshFirstPiece.push_back(triangles.size());
     }
+    std::vector<std::uint32_t>().swap(vertexOfPoint);
+    // The storage follows what the region box kept, not what was reserved growing.
+    triangles.shrink_to_fit();
+    vertices.shrink_to_fit();
 }

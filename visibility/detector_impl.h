@@ -14,11 +14,6 @@
 #include "visibility/piece_clipper.h"
 #include "visibility/screen_piece.h"
 
-namespace visibility {
-struct PieceRef;
-struct LineSchedule;
-}  // namespace visibility
-
 /// The detector's settings, the working state of one run and the run's steps.
 class MStlBaseOperatorVisibilityDetector::Impl {
   public:
@@ -58,13 +53,17 @@ class MStlBaseOperatorVisibilityDetector::Impl {
   private:
     /// False, leaving the box as it was, when the path or the brush radius is not finite.
     bool _ComputeRegionBox();
-    /// Builds `triangles`: every visible triangle clipped by the planes, mapped to the screen,
-    /// culled against the region box and flagged markable or not.
+    /// Builds `triangles` and `vertices`: every visible triangle clipped by the planes, mapped
+    /// to the screen, culled against the region box and flagged markable or not.
     void _CollectTriangles();
     /// The pieces of one triangle that the planes keep, mapped to the screen, inside the region
-    /// box, appended to `out`. `modelPlanes`: the planes in the mesh's model space.
+    /// box, appended to `triangles`. `modelPlanes`: the planes in the mesh's model space.
     void _CollectTriangle(const StlEntry& entry, const std::vector<MMPlaneEq<double>>& modelPlanes,
-                          MStlTriangle& triangle, bool markableSurface, std::vector<Triangle>& out);
+                          MStlTriangle& triangle, bool markableSurface);
+    /// The index in `vertices` of the mesh's point `point` on the screen, mapped on first use.
+    std::uint32_t _SharedVertex(const StlEntry& entry, std::uint32_t point);
+    /// Appends a screen corner of a clipped piece to `vertices`; its index.
+    std::uint32_t _AddVertex(const VelSDK::Math::point3d& p);
     /// Calls visit(triangle, markableSurface) for the triangles of the mesh a run considers, in
     /// the order of its surfaces: all of them, or the listed ones.
     template <class Visit>
@@ -76,21 +75,30 @@ class MStlBaseOperatorVisibilityDetector::Impl {
     /// sweep direction, rotating the working path, the region box and every piece.
     void _TransformModel();
     /// Sweeps the sample lines chunk by chunk on the oneTBB scheduler, filling chunkResults.
-    void _SweepChunks(const std::vector<visibility::PieceRef>& refs,
-                      const std::vector<double>& lines, const visibility::LineSchedule& schedule);
+    void _SweepChunks(const std::vector<double>& lines);
+    /// Puts every piece's corners in lexicographic (x, y, z) order.
+    void _SortCorners();
     /// How the chunks decide each line, from the settings.
     visibility::ChunkSweep::Rule SweepRule() const;
     /// Merges the chunks' results and marks or unmarks each piece's triangle once.
     void _MarkVisiblePieces();
 
     // Working state of a run.
-    std::vector<std::vector<Triangle>> triangles;  // per mesh, the pieces of the run; freed after
+    /// The pieces of the run, meshes in order (mesh m's from meshFirstPiece[m] on), and the
+    /// screen vertices their corners refer to; freed after the run.
+    std::vector<Triangle> triangles;
+    std::vector<std::size_t> meshFirstPiece;
+    std::vector<VelSDK::Math::point3d> vertices;
+    /// While a mesh is collected, per point of it, its index in `vertices` (kNoVertex: not yet
+    /// mapped).
+    std::vector<std::uint32_t> vertexOfPoint;
     VelSDK::Math::point2d pathBoxMin{1.7976931348623157e308, 1.7976931348623157e308};
     VelSDK::Math::point2d pathBoxMax{-1.7976931348623157e308, -1.7976931348623157e308};
     double pixelStep = 0.2;
-    /// Per chunk of sample lines, the visible markable pieces it found (a piece may be listed
-    /// more than once; the merge keeps one of each); emptied, capacity kept, after every run.
-    std::vector<std::vector<Triangle*>> chunkResults;
+    /// Per chunk of sample lines, the global indices of the visible markable pieces it found (a
+    /// piece may be listed more than once; the merge keeps one of each); emptied, capacity kept,
+    /// after every run.
+    std::vector<std::vector<std::uint32_t>> chunkResults;
     /// The path of the current run, rotated with the screen plane.
     std::vector<VelSDK::Math::point2d> runPath;
     /// One triangle's pieces while the planes cut it, and the clipper's working storage.

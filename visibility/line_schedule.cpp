@@ -88,7 +88,7 @@ void GroupByLine(const std::vector<std::uint32_t>& lineOf, std::size_t lineCount
 
 }  // namespace
 
-LineSchedule ScheduleLines(const std::vector<PieceRef>& refs, const std::vector<double>& lines) {
+LineSchedule ScheduleLines(const PieceBounds& refs, const std::vector<double>& lines) {
     const std::size_t lineCount = lines.size();
     if (lineCount >= kNever || refs.size() >= kNever)
         throw std::length_error("visibility sweep: more pieces or sample lines than it numbers");
@@ -100,7 +100,7 @@ LineSchedule ScheduleLines(const std::vector<PieceRef>& refs, const std::vector<
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, refs.size()),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           for (std::size_t i = range.begin(); i != range.end(); ++i) {
-                              const PieceRef& ref = refs[i];
+                              const PieceRef ref = refs[i];
                               enters[i] = leaves[i] = kNever;
                               if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
                                   continue;

@@ -28,6 +28,6 @@ struct LineSchedule {
 
 /// `lines` sorted ascending and distinct. Pieces and lines are numbered in 32 bits: more than
 /// 4 294 967 294 of either raise std::length_error.
-LineSchedule ScheduleLines(const std::vector<PieceRef>& refs, const std::vector<double>& lines);
+LineSchedule ScheduleLines(const PieceBounds& refs, const std::vector<double>& lines);
 
 }  // namespace visibility

@@ -23,17 +23,21 @@ void SortValues(std::vector<T>& values, Less less) {
 template void SortValues(std::vector<Point>&, PointKeyComparator);
 template void SortValues(std::vector<double>&, std::less<double>);
 
+void AppendPieceEvents(std::uint64_t index, const PieceRef& ref, std::vector<Point>& events) {
+    if (index >= Point::kMaxPieces)
+        throw std::length_error("visibility sweep: more pieces or sample lines than it numbers");
+    if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
+        return;
+    const double h = (ref.yMax - ref.yMin) * 0.01;
+    const double lo = std::min(ref.yMin + h, ref.yMax);
+    const double hi = std::max(ref.yMax - h, lo);
+    events.push_back(Point::Make(lo, index, kPieceStart));
+    events.push_back(Point::Make(hi, index, kPieceEnd));
+}
+
 void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events) {
-    for (std::size_t index = 0; index < refs.size(); ++index) {
-        const PieceRef& ref = refs[index];
-        if (std::isnan(ref.yMin) || std::isnan(ref.yMax))
-            continue;
-        const double h = (ref.yMax - ref.yMin) * 0.01;
-        const double lo = std::min(ref.yMin + h, ref.yMax);
-        const double hi = std::max(ref.yMax - h, lo);
-        events.push_back(Point::Make(lo, index, kPieceStart));
-        events.push_back(Point::Make(hi, index, kPieceEnd));
-    }
+    for (std::size_t index = 0; index < refs.size(); ++index)
+        AppendPieceEvents(index, refs[index], events);
 }
 
 std::vector<double> StabbingLines(const std::vector<Point>& events, std::size_t pieceCount) {

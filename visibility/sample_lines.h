@@ -10,6 +10,9 @@ namespace visibility {
 /// spans [yMin, yMax]; its shrunk range drops 1 % of its height at each end, so that sample
 /// lines stay off shared vertices and horizontal edges. Pieces with a NaN y get no events.
 void AppendPieceEvents(const std::vector<PieceRef>& refs, std::vector<Point>& events);
+/// The events of the piece of global index `index` alone; an index from Point::kMaxPieces on
+/// raises std::length_error.
+void AppendPieceEvents(std::uint64_t index, const PieceRef& ref, std::vector<Point>& events);
 
 /// Greedy stabbing lines over events sorted by PointRangeComparator: every piece's shrunk range
 /// holds at least one of the returned values (unsorted, in the order found).

@@ -1,19 +1,19 @@
 #pragma once
 
-#include <velpick/host/point.h>
+#include <cstdint>
 
 class MStlTriangle;
-class MStlMarkTrianglesByMasks;
 
 namespace visibility {
 
-/// One clipped piece of one host triangle in screen space: x, y in pixels, z depth (larger is
-/// nearer). One host triangle can give several pieces.
+/// One clipped piece of one host triangle in screen space, its corners given by index into the
+/// run's screen vertices (x, y in pixels, z depth, larger nearer). The pieces of whole
+/// triangles share the vertices of the mesh; a clipped piece has corners of its own. One host
+/// triangle can give several pieces.
 struct Triangle {
-    VelSDK::Math::point3d p0, p1, p2;
-    MStlTriangle* triangle;            // the host triangle to mark; not owned
-    bool markable;                     // may be marked; unmarkable pieces still occlude
-    MStlMarkTrianglesByMasks* marker;  // null: the triangle's own mark flag; not owned
+    std::uint32_t corners[3];
+    bool markable;           // may be marked; unmarkable pieces still occlude
+    MStlTriangle* triangle;  // the host triangle to mark; not owned
 };
 
 }  // namespace visibility

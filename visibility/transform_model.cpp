@@ -40,18 +40,18 @@ void MStlBaseOperatorVisibilityDetector::Impl::_TransformModel() {
     // edge-on piece projects to a line perpendicular to its normal's (x, y); the sweep
     // direction is then taken where these directions leave the widest gap.
     tbb::concurrent_vector<double> edgeOn{-1.0, 1.0};
-    for (const std::vector<Triangle>& meshPieces : triangles)
-        tbb::parallel_for_each(meshPieces.begin(), meshPieces.end(), [&](const Triangle& t) {
-            point3d normal{
-                (t.p1.y - t.p0.y) * (t.p2.z - t.p0.z) - (t.p1.z - t.p0.z) * (t.p2.y - t.p0.y),
-                (t.p1.z - t.p0.z) * (t.p2.x - t.p0.x) - (t.p1.x - t.p0.x) * (t.p2.z - t.p0.z),
-                (t.p1.x - t.p0.x) * (t.p2.y - t.p0.y) - (t.p1.y - t.p0.y) * (t.p2.x - t.p0.x)};
-            VelSDK::Math::Normalize(normal);
-            if (std::fabs(normal.z) < visibility::kOnPlaneTolerance) {
-                edgeOn.push_back(normal.x);
-                edgeOn.push_back(-normal.x);
-            }
-        });
+    tbb::parallel_for_each(triangles.begin(), triangles.end(), [&](const Triangle& t) {
+        const point3d &p0 = vertices[t.corners[0]], &p1 = vertices[t.corners[1]],
+                      &p2 = vertices[t.corners[2]];
+        point3d normal{(p1.y - p0.y) * (p2.z - p0.z) - (p1.z - p0.z) * (p2.y - p0.y),
+                       (p1.z - p0.z) * (p2.x - p0.x) - (p1.x - p0.x) * (p2.z - p0.z),
+                       (p1.x - p0.x) * (p2.y - p0.y) - (p1.y - p0.y) * (p2.x - p0.x)};
+        VelSDK::Math::Normalize(normal);
+        if (std::fabs(normal.z) < visibility::kOnPlaneTolerance) {
+            edgeOn.push_back(normal.x);
+            edgeOn.push_back(-normal.x);
+        }
+    });
     if (edgeOn.size() < visibility::kParallelThreshold)
         std::sort(edgeOn.begin(), edgeOn.end());
     else
@@ -78,10 +78,7 @@ void MStlBaseOperatorVisibilityDetector::Impl::_TransformModel() {
         pathBoxMax = {pathBoxMax.x + brushRadius, pathBoxMax.y + brushRadius};
     }
 
-    for (std::vector<Triangle>& meshPieces : triangles)
-        for (Triangle& t : meshPieces) {
-            Rotate(rotation, t.p0);
-            Rotate(rotation, t.p1);
-            Rotate(rotation, t.p2);
-        }
+    // Pieces share vertices: each is turned once.
+    for (point3d& vertex : vertices)
+        Rotate(rotation, vertex);
 }

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
-#include <functional>
 #include <utility>
 
 #include <velpick/host/mark_triangles.h>
@@ -132,21 +131,6 @@ struct Chunks {
     std::vector<std::size_t> firstLine;
 };
 
-std::vector<PieceRef> MakePieceRefs(std::vector<std::vector<Triangle>>& triangles) {
-    std::vector<PieceRef> refs;
-    std::size_t count = 0;
-    for (const std::vector<Triangle>& meshPieces : triangles)
-        count += meshPieces.size();
-    refs.reserve(count);
-    for (std::vector<Triangle>& meshPieces : triangles)
-        for (Triangle& piece : meshPieces) {
-            const auto [lo, hi] = std::minmax({piece.p0.y, piece.p1.y, piece.p2.y});
-            refs.push_back(
-                {&piece, std::clamp(hi, -DBL_MAX, DBL_MAX), std::clamp(lo, -DBL_MAX, DBL_MAX)});
-        }
-    return refs;
-}
-
 // Contiguous runs of lines holding about total / n active pieces each, n being the arena's
 // concurrency (at most one chunk per line).
 Chunks SplitIntoChunks(const std::vector<std::int32_t>& counts) {
@@ -179,7 +163,7 @@ bool ActiveOnFirstLine(const PieceRef& ref, double y) {
 }
 
 // For every chunk, the pieces active on its first line, in ascending global index.
-std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<PieceRef>& refs,
+std::vector<std::vector<std::uint64_t>> InitialActiveSets(const PieceBounds& refs,
                                                           const std::vector<double>& lines,
                                                           const Chunks& chunks) {
     std::vector<double> firstY;
@@ -187,7 +171,7 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
         firstY.push_back(lines[chunks.firstLine[chunk]]);
     std::vector<std::vector<std::uint64_t>> sets(firstY.size());
     for (std::size_t index = 0; index < refs.size(); ++index) {
-        const PieceRef& ref = refs[index];
+        const PieceRef ref = refs[index];
         auto chunk = std::upper_bound(firstY.begin(), firstY.end(), ref.yMin);
         for (; chunk != firstY.end() && ActiveOnFirstLine(ref, *chunk); ++chunk)
             sets[chunk - firstY.begin()].push_back(index);
@@ -195,27 +179,12 @@ std::vector<std::vector<std::uint64_t>> InitialActiveSets(const std::vector<Piec
     return sets;
 }
 
-// Puts every piece's corners in lexicographic order, on the oneTBB scheduler. The order of a
-// piece's corners matters no more once it is marked flipped or not and the screen is turned.
-void SortCorners(const std::vector<PieceRef>& refs) {
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, refs.size()),
-                      [&](const tbb::blocked_range<std::size_t>& range) {
-                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
-                              Triangle& t = *refs[i].piece;
-                              point3d corners[3] = {t.p0, t.p1, t.p2};
-                              std::sort(corners, corners + 3, LexicographicLess);
-                              t.p0 = corners[0];
-                              t.p1 = corners[1];
-                              t.p2 = corners[2];
-                          }
-                      });
-}
-
 // Greedy stabbing lines over the pieces' shrunk ranges.
-std::vector<double> ChooseStabbingLines(const std::vector<PieceRef>& refs) {
+std::vector<double> ChooseStabbingLines(const PieceBounds& refs) {
     std::vector<Point> events;
     events.reserve(2 * refs.size());
-    AppendPieceEvents(refs, events);
+    for (std::size_t index = 0; index < refs.size(); ++index)
+        AppendPieceEvents(index, refs[index], events);
     SortValues(events, PointRangeComparator());
     return StabbingLines(events, refs.size());
 }
@@ -224,7 +193,7 @@ std::vector<double> ChooseStabbingLines(const std::vector<PieceRef>& refs) {
 // join the active set; each line is decided with its region intervals.
 void SweepChunk(ChunkSweep& sweep, const std::vector<double>& lines, const LineSchedule& schedule,
                 std::size_t begin, std::size_t end, const RegionIntervals& regions,
-                std::vector<Triangle*>& found) {
+                std::vector<std::uint32_t>& found) {
     for (std::size_t line = begin; line < end; ++line) {
         if (line > begin) {
             for (std::size_t i = schedule.leavingAt[line]; i < schedule.leavingAt[line + 1]; ++i)
@@ -264,31 +233,33 @@ void MStlBaseOperatorVisibilityDetector::Impl::Operate() {
     _CollectTriangles();
     _TransformModel();
 
-    const std::vector<PieceRef> refs = MakePieceRefs(triangles);
-    std::vector<double> lines = ChooseStabbingLines(refs);
+    std::vector<double> lines = ChooseStabbingLines(PieceBounds(triangles, vertices));
     if (!lines.empty()) {
         CompleteSampleLines(lines, pathBoxMin.y, pathBoxMax.y, pixelStep);
-        _SweepChunks(refs, lines, ScheduleLines(refs, lines));
+        _SweepChunks(lines);
         _MarkVisiblePieces();
     }
     // The pieces are the largest working data of a run; none of it is kept between runs.
-    std::vector<std::vector<Triangle>>().swap(triangles);
+    std::vector<Triangle>().swap(triangles);
+    std::vector<point3d>().swap(vertices);
 }
 
-void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<PieceRef>& refs,
-                                                            const std::vector<double>& lines,
-                                                            const LineSchedule& schedule) {
+void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<double>& lines) {
     const RegionIntervals regions = mode == Brush ? BrushIntervals(runPath, brushRadius, lines)
                                                   : PolygonIntervals(runPath, lines);
+    const PieceBounds refs(triangles, vertices);
+    const LineSchedule schedule = ScheduleLines(refs, lines);
     const Chunks chunks = SplitIntoChunks(schedule.activeCounts);
     const std::vector<std::vector<std::uint64_t>> initialSets =
         InitialActiveSets(refs, lines, chunks);
     const std::size_t chunkCount = chunks.firstLine.size() - 1;
     chunkResults.resize(chunkCount);
 
-    SortCorners(refs);
+    // Only now: the bounds above are read in the corners' collected order, which decides them
+    // for pieces with a NaN y.
+    _SortCorners();
     tbb::enumerable_thread_specific<ChunkSweep> sweeps(
-        [&] { return ChunkSweep(refs, SweepRule()); });
+        [&] { return ChunkSweep(triangles, vertices, SweepRule()); });
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, chunkCount, 1),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           ChunkSweep& sweep = sweeps.local();
@@ -296,6 +267,21 @@ void MStlBaseOperatorVisibilityDetector::Impl::_SweepChunks(const std::vector<Pi
                               sweep.Begin(initialSets[chunk]);
                               SweepChunk(sweep, lines, schedule, chunks.firstLine[chunk],
                                          chunks.firstLine[chunk + 1], regions, chunkResults[chunk]);
+                          }
+                      });
+}
+
+// The order of a piece's corners matters no more once it is marked flipped or not and the
+// screen is turned.
+void MStlBaseOperatorVisibilityDetector::Impl::_SortCorners() {
+    const auto less = [&](std::uint32_t a, std::uint32_t b) {
+        return LexicographicLess(vertices[a], vertices[b]);
+    };
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, triangles.size()),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              std::uint32_t* corners = triangles[i].corners;
+                              std::sort(corners, corners + 3, less);
                           }
                       });
 }
@@ -308,42 +294,25 @@ ChunkSweep::Rule MStlBaseOperatorVisibilityDetector::Impl::SweepRule() const {
     return {markThrough, rule == VisibilityRule::Nearest, {tolerance, reciprocalScale}};
 }
 
-// Flags the found pieces by mesh and position, so that each is marked once, in mesh order and
-// piece order: a pointer is placed by the mesh whose pieces' storage holds it.
+// Flags the found pieces by global index, so that each is marked once, in mesh order and
+// piece order.
 void MStlBaseOperatorVisibilityDetector::Impl::_MarkVisiblePieces() {
-    std::vector<std::pair<const Triangle*, std::size_t>> meshByStorage;
-    std::vector<std::size_t> firstFlag;
-    std::size_t flagCount = 0;
-    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh) {
-        if (!triangles[mesh].empty())
-            meshByStorage.emplace_back(triangles[mesh].data(), mesh);
-        firstFlag.push_back(flagCount);
-        flagCount += triangles[mesh].size();
-    }
-    std::sort(meshByStorage.begin(), meshByStorage.end(), [](const auto& a, const auto& b) {
-        return std::less<const Triangle*>()(a.first, b.first);
-    });
-    std::vector<char> visible(flagCount, 0);
-    for (std::vector<Triangle*>& found : chunkResults) {
-        for (const Triangle* piece : found) {
-            const auto holder =
-                std::prev(std::upper_bound(meshByStorage.begin(), meshByStorage.end(), piece,
-                                           [](const Triangle* p, const auto& m) {
-                                               return std::less<const Triangle*>()(p, m.first);
-                                           }));
-            visible[firstFlag[holder->second] + static_cast<std::size_t>(piece - holder->first)] =
-                1;
-        }
+    std::vector<char> visible(triangles.size(), 0);
+    for (std::vector<std::uint32_t>& found : chunkResults) {
+        for (const std::uint32_t piece : found)
+            visible[piece] = 1;
         found.clear();
     }
-    for (std::size_t mesh = 0; mesh < triangles.size(); ++mesh)
-        for (std::size_t i = 0; i < triangles[mesh].size(); ++i) {
-            if (!visible[firstFlag[mesh] + i])
+    for (std::size_t mesh = 0; mesh < stls.size(); ++mesh) {
+        MStlMarkTrianglesByMasks* const marker = stls[mesh].marker;
+        for (std::size_t i = meshFirstPiece[mesh]; i < meshFirstPiece[mesh + 1]; ++i) {
+            if (!visible[i])
                 continue;
-            Triangle& piece = triangles[mesh][i];
-            if (piece.marker)
-                mark ? piece.marker->Mark(*piece.triangle) : piece.marker->Unmark(*piece.triangle);
+            MStlTriangle& triangle = *triangles[i].triangle;
+            if (marker)
+                mark ? marker->Mark(triangle) : marker->Unmark(triangle);
             else
-                mark ? piece.triangle->Mark() : piece.triangle->Unmark();
+                mark ? triangle.Mark() : triangle.Unmark();
         }
+    }
 }
