@@ -1,16 +1,14 @@
-// Perspective and pinhole cameras of scene files: where the field-of-view camera puts points,
-// the pinhole form against the field-of-view form, a far narrow camera against the
-// orthographic one, the picture of what lies behind the eye, and the camera errors.
+// Perspective and pinhole cameras of scene files: camera pairs that pick alike (the pinhole form
+// and the field-of-view form of one camera, a far narrow camera and the orthographic one), the
+// picture of what lies behind the eye, and the camera errors.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <iterator>
-#include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -19,12 +17,12 @@
 #include "scene.h"
 #include "scene_image.h"
 #include "scene_loader.h"
-#include "support/scene_builders.h"
+#include "support/pinhole_oracle.h"
 
+namespace pinhole {
 namespace {
 
 using nlohmann::json;
-using VelSDK::Math::point3d;
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kScreenW = 160.0, kScreenH = 100.0;
@@ -34,12 +32,6 @@ constexpr std::size_t kFewBoundaryTriangles = 4;
 // a + s·b
 point3d Mix(point3d a, double s, point3d b) {
     return {a.x + s * b.x, a.y + s * b.y, a.z + s * b.z};
-}
-double Dot(point3d a, point3d b) {
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-point3d Cross(point3d a, point3d b) {
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 point3d Unit(point3d a) {
     return Mix({0, 0, 0}, 1.0 / std::sqrt(Dot(a, a)), a);
@@ -84,73 +76,42 @@ std::size_t Differing(const velpick::PickResult& a, const velpick::PickResult& b
     return odd.size();
 }
 
-TEST(FovCamera, TargetPlaneMapsAsTheOrthographicCameraAndNearerPointsSpreadOut) {
-    const double fov = 40.0, d = std::sqrt(Dot(Mix(kTarget, -1, kEye), Mix(kTarget, -1, kEye)));
-    const velpick::PerspectiveCamera lens{kEye, kTarget, kUp, fov, kScreenW, kScreenH, {}};
-    const velpick::OrthoCamera flat{kEye,     kTarget, kUp, 2 * d * std::tan(fov * kPi / 360),
-                                    kScreenW, kScreenH};
-    const velpick::View view = *velpick::PerspectiveView(lens, 1000.0);
-    const MMTransformMatrix ortho = *velpick::CameraView(flat, 1000.0);
-    const velpick::ViewProjection& k = *view.projection;
-    const auto Screen = [&](point3d p) {
-        const point3d e = view.matrix.TransformPoint(Mix({0, 0, 0}, 1000.0, p));
-        return point3d{k.cx + k.fx * e.x / -e.z, k.cy + k.fy * e.y / -e.z, 0};
-    };
-    // Two directions across the viewing axis, made without the camera's own frame.
-    const point3d axis = Unit(Mix(kTarget, -1, kEye));
-    const point3d a = Unit(Cross(axis, {1, 2, 3})), b = Cross(axis, a);
-    for (const auto& [s, t] : {std::pair(0.0, 0.0), {1.0, -4.25}, {-7.5, 2.0}}) {
-        const point3d onPlane = Mix(Mix(kTarget, s, a), t, b);
-        const point3d expected = ortho.TransformPoint(Mix({0, 0, 0}, 1000.0, onPlane));
-        EXPECT_NEAR(Screen(onPlane).x, expected.x, 1e-9);
-        EXPECT_NEAR(Screen(onPlane).y, expected.y, 1e-9);
-        // Halfway to the eye the same offset lands twice as far from the centre.
-        const point3d nearer = Screen(Mix(Mix(Mix(kEye, d / 2, axis), s, a), t, b));
-        EXPECT_NEAR(nearer.x - kScreenW / 2, 2 * (expected.x - kScreenW / 2), 1e-9);
-        EXPECT_NEAR(nearer.y - kScreenH / 2, 2 * (expected.y - kScreenH / 2), 1e-9);
-    }
-}
-
-TEST(PinholeCamera, PicksWhatTheSameFovCameraPicks) {
+// The pinhole form of a field-of-view camera, its lasso in image coordinates
+// (u = x − 0.5, v = h − y − 0.5); a far narrow camera and the orthographic one of its height.
+TEST(Cameras, PairsPickAlikeButForAFewBoundaryTriangles) {
     const double fov = 50.0, f = kScreenH / (2 * std::tan(fov * kPi / 360));
     // The camera frame by hand: x right, y down, z along the view.
-    const point3d z = Unit(Mix(kTarget, -1, kEye)), x = Unit(Cross(z, kUp)), y = Cross(z, x);
+    const point3d z = Unit(Sub(kTarget, kEye)), x = Unit(Cross(z, kUp)), y = Cross(z, x);
     const json pinhole = {
         {"pinhole",
          {{"K", {{f, 0, kScreenW / 2 - 0.5}, {0, f, kScreenH / 2 - 0.5}, {0, 0, 1}}},
           {"R", {Json(x), Json(y), Json(z)}},
           {"t", {-Dot(x, kEye), -Dot(y, kEye), -Dot(z, kEye)}},
           {"image", {kScreenW, kScreenH}}}}};
-    // The same lasso in image coordinates: u = x − 0.5, v = h − y − 0.5.
     json imageLasso = kLasso;
     for (json& p : imageLasso["polygon"])
         p = {p[0].get<double>() - 0.5, kScreenH - p[1].get<double>() - 0.5};
-    for (const char* picker : {"zbuffer", "scanline"})
-        EXPECT_LE(Differing(Pick(With(kLook, {{"fov_deg", fov}}), kLasso, picker),
-                            Pick(pinhole, imageLasso, picker)),
-                  kFewBoundaryTriangles)
-            << picker;
-}
-
-TEST(FovCamera, FarAndNarrowPicksWhatTheOrthographicCameraPicks) {
-    const double height = 70.0, distance = 1e5;
-    const point3d eye = Mix(kTarget, distance, Unit(Mix(kEye, -1, kTarget)));
-    const double fov = 360 / kPi * std::atan(height / (2 * distance));
-    for (const char* picker : {"zbuffer", "scanline"})
-        EXPECT_LE(
-            Differing(Pick(With(kLook, {{"height", height}}), kLasso, picker),
-                      Pick(With(kLook, {{"eye", Json(eye)}, {"fov_deg", fov}}), kLasso, picker)),
-            kFewBoundaryTriangles)
-            << picker;
+    const double height = 70.0, far = 1e5;
+    const json farEye = Json(Mix(kTarget, far, Unit(Sub(kEye, kTarget))));
+    const std::tuple<json, json, json> pairs[] = {
+        {With(kLook, {{"fov_deg", fov}}), pinhole, imageLasso},
+        {With(kLook, {{"height", height}}),
+         With(kLook, {{"eye", farEye}, {"fov_deg", 360 / kPi * std::atan(height / (2 * far))}}),
+         kLasso}};
+    for (const auto& [camera, other, otherLasso] : pairs)
+        for (const char* picker : {"zbuffer", "scanline"})
+            EXPECT_LE(Differing(Pick(camera, kLasso, picker), Pick(other, otherLasso, picker)),
+                      kFewBoundaryTriangles)
+                << picker << " " << other.dump();
 }
 
 TEST(PerspectivePicture, DrawsNothingBehindTheEye) {
     const auto plate = scene::plateWithHole(30000, 8000, 0, 24);
-    const velpick::ImageFrame frame{0, 0, 1, int(kScreenW), int(kScreenH)};
     const auto Drawn = [&](point3d target) {
         const velpick::PerspectiveCamera lens{{0, 0, 40}, target, {0, 1, 0}, 60, 160, 100, {}};
-        const velpick::RgbImage image = velpick::RenderScene(
-            {{plate.get(), {}}}, *velpick::PerspectiveView(lens, 1000.0), {}, frame);
+        const velpick::RgbImage image =
+            velpick::RenderScene({{plate.get(), {}}}, *velpick::PerspectiveView(lens, 1000.0), {},
+                                 velpick::ImageFrame{0, 0, 1, int(kScreenW), int(kScreenH)});
         return std::count_if(image.pixels.begin(), image.pixels.end(), [&](velpick::Rgb pixel) {
             return pixel.r != image.pixels[0].r || pixel.g != image.pixels[0].g;
         });
@@ -160,10 +121,10 @@ TEST(PerspectivePicture, DrawsNothingBehindTheEye) {
 }
 
 TEST(CameraErrors, NameTheFieldInOneLine) {
-    const json k = {{100, 0, 80}, {0, 100, 50}, {0, 0, 1}}, r = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    const auto Pinhole = [&](const json& key, const json& value) {
-        json lens = {{"K", k}, {"R", r}, {"t", {0, 0, 50}}, {"image", {160, 100}}};
-        lens[key.get<std::string>()] = value;
+    const auto Pinhole = [](const char* key, const json& value) {
+        json lens = json::parse(R"({"K": [[100, 0, 80], [0, 100, 50], [0, 0, 1]], "t": [0, 0, 50],
+            "R": [[1, 0, 0], [0, 1, 0], [0, 0, 1]], "image": [160, 100]})");
+        lens[key] = value;
         return json{{"pinhole", lens}};
     };
     const std::pair<json, std::string> cases[] = {
@@ -184,10 +145,12 @@ TEST(CameraErrors, NameTheFieldInOneLine) {
             ADD_FAILURE() << "accepted " << camera.dump();
         } catch (const velpick::SceneError& error) {
             const std::string what = error.what();
-            EXPECT_EQ(what.rfind("scene.json: " + message, 0), 0u) << what;
-            EXPECT_EQ(what.find('\n'), std::string::npos) << what;
+            EXPECT_TRUE(what.rfind("scene.json: " + message, 0) == 0 &&
+                        what.find('\n') == std::string::npos)
+                << what;
         }
     }
 }
 
 }  // namespace
+}  // namespace pinhole

@@ -50,9 +50,8 @@ bool Includes(const TriangleSet& outer, const TriangleSet& inner) {
     return std::includes(outer.begin(), outer.end(), inner.begin(), inner.end());
 }
 
-void Polygon(Detector& d) {
-    d.SetPath(Lasso());
-}
+// Runs with the lasso and nothing else set.
+void Plain(Detector&) {}
 
 // Meshes in one screen frame, run through the detector and held against the oracle.
 struct Scene {
@@ -62,6 +61,7 @@ struct Scene {
         return *meshes.back();
     }
 
+    // A run over the lasso unless `configure` sets another path.
     TriangleSet Run(const Configure& configure, MStlMarkTrianglesByMasks* sink = nullptr) {
         TriangleSet marked;
         for (auto& mesh : meshes)
@@ -70,6 +70,7 @@ struct Scene {
         Detector detector;
         for (std::size_t i = 0; i < meshes.size(); ++i)
             detector.AddStlAndTransformation(meshes[i].get(), frame, {}, markable[i], sink);
+        detector.SetPath(Lasso());
         configure(detector);
         detector.Operate();
         for (auto& mesh : meshes)
@@ -98,10 +99,8 @@ struct Scene {
             o.SetNearestRule(nearest);
         o.Run(region, 20, 20, 80, 80, nearest >= 0 ? 0.1 : 0.25, nearest >= 0 ? 0.15 : 0.3,
               through);
-        EXPECT_TRUE(Includes(marked, o.Certain()))
-            << "missed " << o.Certain().size() << " certain, marked " << marked.size();
-        EXPECT_TRUE(Includes(o.Possible(), marked))
-            << "marked " << marked.size() << " of " << o.Possible().size() << " possible";
+        EXPECT_TRUE(Includes(marked, o.Certain()));
+        EXPECT_TRUE(Includes(o.Possible(), marked));
         EXPECT_GT(o.Certain().size(), 0u);
     }
 
@@ -116,16 +115,10 @@ struct Scene {
 TEST(VisibilityDetector, OverlappingPlatesThroughALassoABrushAndAClippingPlane) {
     Scene s;
     s.Add(Plate(25, 75, 1, 10));
-    MStlBase& front = s.Add(Plate(38, 62, 5, 6));
+    s.Add(Plate(38, 62, 5, 6));
     const auto region = oracle::PolygonRegion(Lasso());
-    const TriangleSet visible = s.Run(Polygon);
-    s.ExpectBracketed(visible, region, false);
-    const TriangleSet through = s.Run([](Detector& d) {
-        d.SetPath(Lasso());
-        d.SetMarkThrough(true);
-    });
-    s.ExpectBracketed(through, region, true);
-    EXPECT_TRUE(Includes(through, visible) && through.size() > visible.size());
+    s.ExpectBracketed(s.Run(Plain), region, false);
+    s.ExpectBracketed(s.Run([](Detector& d) { d.SetMarkThrough(true); }), region, true);
     const std::vector<point2d> stroke = {{30.2, 40.1}, {48.7, 52.9}, {69.1, 44.3}, {66.0, 70.4}};
     s.ExpectBracketed(s.Run([&](Detector& d) {
         d.SetMode(Detector::Brush);
@@ -133,14 +126,12 @@ TEST(VisibilityDetector, OverlappingPlatesThroughALassoABrushAndAClippingPlane) 
         d.SetPath(stroke);
     }),
                       oracle::BrushRegion(stroke, 3.1), false);
-    s.ExpectBracketed(s.Run([&](Detector& d) {
-        d.SetPath(Lasso());
+    s.ExpectBracketed(s.Run([](Detector& d) {
         d.AddClippingPlane({1, 0, 0, 270});
     }),
                       region, false, [](const point3d& p) { return p.x - 47.3; });
-    s.markable[1] = false;
-    s.ExpectBracketed(s.Run(Polygon), region, false);
-    EXPECT_TRUE(MarkedIn(front).empty());
+    s.markable[1] = false;  // the oracle's possible set holds none of the front plate
+    s.ExpectBracketed(s.Run(Plain), region, false);
 }
 
 TEST(VisibilityDetector, NearestRuleOnATiltedTorusMarksWhatDenseSamplesSee) {
@@ -151,7 +142,6 @@ TEST(VisibilityDetector, NearestRuleOnATiltedTorusMarksWhatDenseSamplesSee) {
     s.frame = scene::ScreenFrame(tilt);
     const double tolerance = 0.4;  // screen depth; the torus is 20 deep
     s.ExpectBracketed(s.Run([&](Detector& d) {
-        d.SetPath(Lasso());
         d.SetRule(Detector::VisibilityRule::Nearest);
         d.SetDepthTolerance(tolerance);
     }),
@@ -179,7 +169,6 @@ TEST(VisibilityDetector, UnmarkingTakesWhatMarkingTakesEachPieceOnceAcrossManyCh
         for (const bool mark : {true, false}) {
             s.Run(
                 [&](Detector& d) {
-                    d.SetPath(Lasso());
                     d.SetPixelProportion(20);
                     d.SetMark(mark);
                 },
@@ -191,9 +180,8 @@ TEST(VisibilityDetector, UnmarkingTakesWhatMarkingTakesEachPieceOnceAcrossManyCh
     EXPECT_TRUE(afterMarking.count(big) && !big->IsMarked());  // the sink took the marks
     for (auto [triangle, calls] : afterMarking)
         EXPECT_EQ(calls, 1);
-    for (auto [triangle, calls] : sink.calls)  // no other triangle, each unmarked once
+    for (auto [triangle, calls] : sink.calls)  // each unmarked once, no other one unmarked
         EXPECT_EQ(calls, 0);
-    EXPECT_EQ(sink.calls.size(), afterMarking.size());
 }
 
 TEST(VisibilityDetector, EdgeOnWallNeitherHidesNorDisturbsThePlateBehind) {
@@ -204,18 +192,16 @@ TEST(VisibilityDetector, EdgeOnWallNeitherHidesNorDisturbsThePlateBehind) {
     MStlBase& wall = s.Add(scene::oneSurface([](MStlSurface& m) {
         scene::addQuad(m, Px(30, 50, 2), {4000, 0, 0}, {0, 0, 600});
     }));
-    std::vector<TriangleSet> runs;
-    for (int threads : {1, 4}) {
-        tbb::task_arena(threads).execute([&] { runs.push_back(s.Run(Polygon)); });
-        TriangleSet plateMarks = runs.back();
-        for (const MStlTriangle* t : MarkedIn(wall))
-            plateMarks.erase(t);
-        EXPECT_LT(plateMarks.size(), runs.back().size()) << "the wall is marked";
-        s.markable[1] = false;  // the oracle judges the plate's marks alone
-        s.ExpectBracketed(plateMarks, oracle::PolygonRegion(Lasso()), false);
-        s.markable[1] = true;
-    }
+    TriangleSet runs[2];
+    tbb::task_arena(1).execute([&] { runs[0] = s.Run(Plain); });
+    tbb::task_arena(4).execute([&] { runs[1] = s.Run(Plain); });
     EXPECT_EQ(runs[0], runs[1]);
+    const TriangleSet wallMarks = MarkedIn(wall);
+    EXPECT_FALSE(wallMarks.empty());
+    for (const MStlTriangle* t : wallMarks)
+        runs[1].erase(t);
+    s.markable[1] = false;  // the oracle judges the plate's marks alone
+    s.ExpectBracketed(runs[1], oracle::PolygonRegion(Lasso()), false);
 }
 
 }  // namespace
