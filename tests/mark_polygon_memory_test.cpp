@@ -21,17 +21,39 @@ constexpr std::size_t kAllocationLimit = std::size_t{1} << 30;
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
 
-// Enough to replace: the array and nothrow forms of new, and delete[], call these by default.
+// Every form is replaced: under AddressSanitizer the forms left out would come from its own
+// allocator and be freed here, which it reports as a mismatch.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return size <= kAllocationLimit ? std::malloc(size ? size : 1) : nullptr;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
 void* operator new(std::size_t size) {
-    void* memory = size <= kAllocationLimit ? std::malloc(size ? size : 1) : nullptr;
+    void* memory = operator new(size, std::nothrow);
     if (!memory)
         throw std::bad_alloc();
     return memory;
 }
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
 void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
     std::free(memory);
 }
 

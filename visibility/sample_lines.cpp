@@ -51,7 +51,9 @@ std::vector<double> StabbingLines(const std::vector<Point>& events, std::size_t 
             for (std::uint64_t index : open)
                 covered[index] = true;
             open.clear();
-            lines.push_back(event.key);
+            // A copy: the packed event's key may sit off an 8-byte boundary.
+            const double key = event.key;
+            lines.push_back(key);
         }
     }
     return lines;
