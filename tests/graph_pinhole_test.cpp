@@ -58,8 +58,9 @@ TEST(PinholeGraph, NothingBehindTheEyeAndEdgesAcrossTheNearPlaneKeepTheirFarPart
             Pick(floor, {}, PerspectiveProjection{50, 50, 0, 0, kNear}, view, variant);
         int index = 0;
         for (const MStlGraphEdge& edge : floor.graph.GraphEdges()) {
-            const auto [zLow, zHigh] =
-                std::minmax((*edge.GetVertex(1))[2], (*edge.GetVertex(0))[2]);
+            // Values, not std::minmax's references to the temporaries.
+            const double z0 = (*edge.GetVertex(0))[2], z1 = (*edge.GetVertex(1))[2];
+            const double zLow = std::min(z0, z1), zHigh = std::max(z0, z1);
             EXPECT_FALSE(marked[index] && zLow > -kNear) << index;
             // Across it with x within the depth: the far end projects inside the lasso.
             const bool acrossInView =
