@@ -270,7 +270,9 @@ template <bool kHasDepth, class RowVisitor>
                                                     const point3f& b, const point3f& c,
                                                     RowVisitor&& visitRow) {
     const BandBounds& bounds = scan.bounds;
-    if (bounds.Holds(a) & bounds.Holds(b) & bounds.Holds(c))
+    // All three tests, combined without a branch between them.
+    const bool aInside = bounds.Holds(a), bInside = bounds.Holds(b), cInside = bounds.Holds(c);
+    if (aInside & bInside & cInside)
         return ScanRowsInside<kHasDepth>(a, b, c, visitRow);
     const RasterRows& raster = scan.raster;
     const RowRange band = scan.rows;
