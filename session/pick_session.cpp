@@ -59,15 +59,7 @@ class RecordingSink : public IStlMarkTriangles {
     bool IsMarked(const MStlTriangle&) const override { return false; }
     void Mark(MStlTriangle& t) override { marks.Add(t); }
     void Unmark(MStlTriangle& t) override { marks.Add(t); }
-    /// The mask's bytes: one per triangle, in whole blocks.
-    std::size_t MemoryBytes() const {
-        constexpr std::size_t kBlock = MDataMask<MStlTriangle, unsigned char>::kBlockSize;
-        return (m_triangles + kBlock - 1) / kBlock * kBlock;
-    }
     MarkList marks;
-
-  private:
-    std::size_t m_triangles;
 };
 
 /// The scan-line detector's sink, which must be a mask sink: records marks and leaves its mask
